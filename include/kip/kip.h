@@ -1,0 +1,331 @@
+#ifndef KIP_KIP_H
+#define KIP_KIP_H
+
+/**
+ * @file
+ * kip: geometric image operations for machine vision.
+ *
+ * From a grey 8- or 16-bit image, kip resamples an affine rectangle (a parallelogram placed in the image's
+ * client coordinates) onto a destination image.
+ *
+ * Coordinates. Pixel (p, q) covers [p, p + 1) x [q, q + 1), so its centre is (p + 0.5, q + 0.5). An image
+ * carries a map from client coordinates to its pixel coordinates (the identity unless the caller sets
+ * another), and rectangles are given in client coordinates.
+ *
+ * Status. Every function returns an int32_t: negative is failure, zero or positive success; test the sign.
+ * The first failure ends an operation. Statuses of the service libraries pass through unchanged. Pointers
+ * are not tested for null unless a comment says so.
+ *
+ * Threads. The functions keep no state of their own between calls. Calls may run side by side as long as no
+ * image, window or cache that one of them writes is used by another.
+ *
+ * The results are the same bits on every machine, for every number of threads.
+ */
+
+#include <stdint.h>
+
+#include <kimg/kimg.h>
+#include <kippel/kippel.h>
+#include <kmath/kmath.h>
+#include <kstd/kprt.h>
+#include <kstd/kstd.h>
+#include <ksys/ksys.h>
+
+/** Marks a function that the library exports. */
+#if defined(_WIN32)
+#if defined(KIP_BUILDING)
+#define KIP_API __declspec(dllexport)
+#else
+#define KIP_API __declspec(dllimport)
+#endif
+#else
+#define KIP_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Statuses of the library's own. */
+enum {
+    /** An optimised path declined or was inhibited; never returned by an exported function. */
+    kip_statusOptimizationDeclined = (int32_t)0x80000601u,
+    /** The source image of a projection is not bound. */
+    kip_statusProjectionSourceUnbound = (int32_t)0x80000782u,
+    /** A plain projection would sample outside its source. */
+    kip_statusProjectionWouldClip = (int32_t)0x80000783u,
+    /** A clipped projection's rectangle shares no pixel with the source. */
+    kip_statusProjectionOutsideSource = (int32_t)0x80000784u,
+    /** The source image of a transform is not bound. */
+    kip_statusTransformSourceUnbound = (int32_t)0x80000786u,
+    /** A plain transform would sample outside its source. */
+    kip_statusTransformWouldClip = (int32_t)0x80000787u,
+    /** A clipped transform's rectangle shares no pixel with the source. */
+    kip_statusTransformOutsideSource = (int32_t)0x80000788u,
+    /** destWidth or destHeight is below 1. */
+    kip_statusSizeBelowOne = (int32_t)0x8000078au,
+    /** The source's row pitch or height is above 32767 on a path that keeps 16.16 positions. */
+    kip_statusSourceTooLarge = (int32_t)0x8000078bu,
+    /** A 16-bit projection in a table-driven mode. */
+    kip_statusProjectionModeUnsupported = (int32_t)0x8000078cu,
+    /** An interpolation mode above 3. */
+    kip_statusUnknownMode = (int32_t)0x80000790u,
+    /** Windows whose sizes do not fit each other, or a shared one that an operation cannot work in. */
+    kip_statusWindowMismatch = (int32_t)0x80000791u,
+    /** An image or window whose bytes per pixel are not those of the operation. */
+    kip_statusPixelDepth = (int32_t)0x80000792u,
+    /** A cache argument whose handle is null: construct the cache first. */
+    kip_statusCacheNotConstructed = (int32_t)0x80000793u,
+    /** An interpolation mode that this release does not offer yet. */
+    kip_statusModeNotAvailable = (int32_t)0x80000794u
+};
+
+/** Interpolation modes, the values of kip_affineSampleParams::mode. */
+enum {
+    /** Nearest neighbour: each destination pixel takes the source pixel under its mapped centre. */
+    kip_affineModeNearest = 0,
+    /** Bilinear interpolation of the 2 x 2 neighbourhood, computed per pixel. */
+    kip_affineModeBilinear = 1,
+    /** Bilinear interpolation as two separable one-dimensional passes. */
+    kip_affineModeBilinearSeparable = 2,
+    /** Cubic convolution (a = -0.5) as two separable four-tap passes. */
+    kip_affineModeBicubic = 3
+};
+
+/**
+ * Alignment code of a map that moves whole pixels: the rotation angle in degrees, plus 1 when the axes are
+ * also swapped.
+ */
+typedef int32_t kip_affine_imageAlignment;
+
+/**
+ * The alignment codes. Each comment tells where a destination step right and a destination step down go in
+ * the source.
+ */
+enum {
+    kip_affine_alignNone = -1,                /**< not a map of whole pixels */
+    kip_affine_alignIdentity = 0,             /**< right, down */
+    kip_affine_alignTranspose = 1,            /**< down, right */
+    kip_affine_alignRotate90 = 90,            /**< down, left */
+    kip_affine_alignRotate90Transpose = 91,   /**< left, down: mirror in x */
+    kip_affine_alignRotate180 = 180,          /**< left, up: half turn */
+    kip_affine_alignRotate180Transpose = 181, /**< up, left */
+    kip_affine_alignRotate270 = 270,          /**< up, right */
+    kip_affine_alignRotate270Transpose = 271  /**< right, up: mirror in y */
+};
+
+/** What an affine operation samples. A plain record that the caller owns and fills. */
+typedef struct {
+    kmath_shapeAffineRect rect; /**< the rectangle, in the source's client coordinates */
+    uint32_t mode;              /**< interpolation mode, kip_affineMode... */
+    int32_t destWidth;          /**< samples along the rectangle's x side: destination columns, at least 1 */
+    int32_t destHeight;         /**< samples along the rectangle's y side: destination rows, at least 1 */
+} kip_affineSampleParams;
+
+/**
+ * Geometry work kept between calls. Opaque; a handle is a pointer to it. A cache must not be used by two
+ * calls at once.
+ */
+typedef struct kip_affineSampleCache kip_affineSampleCache;
+
+/** @name Sampling parameters
+ * @{ */
+
+/**
+ * Fills a record, without any check.
+ *
+ * params                  the record.
+ * mode                    interpolation mode.
+ * rect                    the rectangle.
+ * destWidth, destHeight   samples along its x and y side.
+ * Returns 0.
+ */
+KIP_API int32_t kip_affineSampleParams_init(kip_affineSampleParams *params, uint32_t mode,
+                                            const kmath_shapeAffineRect *rect, int32_t destWidth, int32_t destHeight);
+
+/**
+ * Sets up standard sampling: bilinear, one sample per unit of length along each side of the rectangle as
+ * seen through a map, the lengths rounded to the nearest integer.
+ *
+ * params  the record; its rect becomes the given, unmapped one.
+ * rect    the rectangle.
+ * map     measures the sides, usually the source's map from client to pixel coordinates; null: the identity.
+ * Returns 0; a rectangle that is not finite gives the math library's status, the record then untouched.
+ */
+KIP_API int32_t kip_affineSampleParams_initRectStandard(kip_affineSampleParams *params,
+                                                        const kmath_shapeAffineRect *rect,
+                                                        const kmath_xformLinear *map);
+
+/**
+ * Gives the placement of the result: the map from client coordinates to destination pixel coordinates, the
+ * inverse of (x, y) -> rect(x / destWidth, y / destHeight).
+ *
+ * params  the sampling, destWidth and destHeight at least 1.
+ * oneRow  nonzero: the rectangle's whole height is one unit of y, as in a projection.
+ * xform   receives the map.
+ * Returns 0; a rectangle whose sides are parallel or of no length gives the math library's status, xform
+ * then untouched.
+ */
+KIP_API int32_t kip_affineSampleParams_getDestImageFromClientXform(const kip_affineSampleParams *params, int32_t oneRow,
+                                                                   kmath_xformLinear *xform);
+
+/**
+ * Gives the rectangle of source pixels that the sampling may read at most: the corner pixels' centres and
+ * six pixels round them, for every mode, not cut to the source.
+ *
+ * params  the sampling.
+ * source  the source image, of which only the client map counts.
+ * rect    receives the rectangle, in pixel coordinates.
+ * Returns 0, or a status of the image, math or container library, rect then untouched.
+ */
+KIP_API int32_t kip_affineSampleParams_getMaxSrcRect(const kip_affineSampleParams *params,
+                                                     const kimg_imageConst *source, kstd_rect32 *rect);
+
+/**
+ * The same for a window.
+ *
+ * params         the sampling.
+ * source         the source window; it does not affect the result.
+ * srcFromClient  the map from client coordinates to the source's pixel coordinates.
+ * rect           receives the rectangle, in pixel coordinates.
+ * Returns 0, or a status of the math or container library, rect then untouched.
+ */
+KIP_API int32_t kip_affineSampleParams_getMaxSrcRectWindow(const kip_affineSampleParams *params,
+                                                           const kimg_windowConst *source,
+                                                           const kmath_xformLinear *srcFromClient, kstd_rect32 *rect);
+
+/**
+ * Tells whether the sampling would read outside its source.
+ *
+ * params    the sampling.
+ * source    the source image.
+ * willClip  receives 1 when it would, 0 when every sample and its neighbours lie inside.
+ * Returns 0; #kip_statusSizeBelowOne, #kip_statusUnknownMode, or #kip_statusSourceTooLarge (table-driven modes
+ * and a source with a pitch or height above 32767), willClip then untouched; or a status of another library,
+ * willClip then 1.
+ */
+KIP_API int32_t kip_affineSampleParams_getWillClip(const kip_affineSampleParams *params, const kimg_imageConst *source,
+                                                   int32_t *willClip);
+
+/**
+ * The same for a window.
+ *
+ * params         the sampling.
+ * source         the source window.
+ * srcFromClient  the map from client coordinates to the source's pixel coordinates.
+ * willClip       as for the image form.
+ * Returns as the image form does.
+ */
+KIP_API int32_t kip_affineSampleParams_getWillClipWindow(const kip_affineSampleParams *params,
+                                                         const kimg_windowConst *source,
+                                                         const kmath_xformLinear *srcFromClient, int32_t *willClip);
+
+/** @} */
+
+/** @name Alignment
+ * @{ */
+
+/**
+ * Tells whether a sampling moves whole pixels: a translation by whole pixels at unit scale, possibly with
+ * quarter turns and mirrors, each within 1e-12.
+ *
+ * params         the sampling.
+ * srcFromClient  the map from client coordinates to the source's pixel coordinates.
+ * alignCode      receives the code; #kip_affine_alignNone is no failure.
+ * srcRect        receives the source pixels that the sampling covers, if the code is not
+ *                #kip_affine_alignNone; may be null.
+ * Returns 0, or a status of the math library; alignCode is then #kip_affine_alignNone unless the failure
+ * concerned srcRect alone.
+ */
+KIP_API int32_t kip_affine_imageAlignment_compute(const kip_affineSampleParams *params,
+                                                  const kmath_xformLinear *srcFromClient,
+                                                  kip_affine_imageAlignment *alignCode, kstd_rect32 *srcRect);
+
+/** @} */
+
+/** @name Sample cache
+ * @{ */
+
+/**
+ * Makes a cache.
+ *
+ * cache  receives the handle, null on failure; free it with kip_affineSampleCache_destruct.
+ * Returns 0, or the status of the failed allocation.
+ */
+KIP_API int32_t kip_affineSampleCache_construct(kip_affineSampleCache **cache);
+
+/**
+ * Frees a cache and sets the handle to null; a null handle is no failure.
+ *
+ * cache  the address of the handle.
+ * Returns 0, or the memory library's status.
+ */
+KIP_API int32_t kip_affineSampleCache_destruct(kip_affineSampleCache **cache);
+
+/** @} */
+
+/** @name Affine transform
+ * @{ */
+
+/**
+ * Resamples an affine rectangle of an 8-bit image onto an 8-bit image.
+ *
+ * A bound destination of at least destWidth x destHeight pixels at place (0, 0) is written in place: its
+ * top-left destWidth x destHeight pixels receive the result, the others stay. A bound destination of another
+ * size or place receives the pixels that it shares with the result. An unbound one becomes a destWidth x
+ * destHeight image. On success its map from client coordinates becomes the placement of the result. Maps of
+ * whole pixels are copied, whatever the mode. Large nearest and bilinear work is spread over the job threads.
+ *
+ * source       bound 8-bit image; its memory must not overlap a bound destination's.
+ * destination  8-bit image.
+ * params       the sampling; the table-driven modes serve maps of whole pixels only, for now.
+ * cache        address of a constructed handle, or null. With a cache, a call with the geometry of the last
+ *              one repeats no geometry work.
+ * Returns 0, or a negative status:
+ *   #kip_pelStatusOverlap, #kip_statusTransformSourceUnbound, #kip_statusSizeBelowOne, #kip_statusUnknownMode,
+ *   #kip_statusSourceTooLarge, #kip_statusPixelDepth, #kip_statusTransformWouldClip (the rectangle reaches outside the
+ *   source), #kip_statusModeNotAvailable, #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides): the
+ *   destination is untouched;
+ *   another library's status, for example of a failed allocation; part of a bound destination may then be
+ *   written if a job failed.
+ */
+KIP_API int32_t kip_affineTransform(const kimg_imageConst *source, kimg_image *destination,
+                                    const kip_affineSampleParams *params, kip_affineSampleCache **cache);
+
+/**
+ * Resamples an affine rectangle of a 16-bit image onto a 16-bit image, otherwise as #kip_affineTransform.
+ *
+ * A source with a row pitch or height above 32767 gives #kip_statusSourceTooLarge unless the map moves
+ * whole pixels.
+ */
+KIP_API int32_t kip_affineTransform16(const kimg_imageConst *source, kimg_image *destination,
+                                      const kip_affineSampleParams *params, kip_affineSampleCache **cache);
+
+/** #kip_affineTransform without a cache, the parameters first. Returns as that does. */
+KIP_API int32_t kip_affine8(const kip_affineSampleParams *params, const kimg_imageConst *source,
+                            kimg_image *destination);
+
+/**
+ * Copies, turns or mirrors an 8-bit window by an alignment code.
+ *
+ * source       8-bit window.
+ * destination  8-bit window, at least as large as the turned source for codes without an axis swap (0, 91,
+ *              180, 271) and at most so for codes with one (1, 90, 181, 270). The two share either no memory or
+ *              pixels and pitch both; an axis swap within one window needs a square.
+ * alignCode    what to do; any value without a meaning of its own copies, as #kip_affine_alignIdentity does.
+ * Returns 0, or #kip_statusWindowMismatch or #kip_statusPixelDepth with nothing written.
+ */
+KIP_API int32_t kip_affineTransformAligned(const kimg_windowConst *source, kimg_window *destination,
+                                           kip_affine_imageAlignment alignCode);
+
+/** Copies, turns or mirrors a 16-bit window by an alignment code, otherwise as #kip_affineTransformAligned. */
+KIP_API int32_t kip_affineTransformAligned16(const kimg_windowConst *source, kimg_window *destination,
+                                             kip_affine_imageAlignment alignCode);
+
+/** @} */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
