@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that a purpose needs, and only those that are missing.
+#
+#   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | ci
+#
+# apt-get runs only when something is missing, through sudo for users other than root. Ends with status 1
+# when a package stays missing. KIP_SKIP_PACKAGES=1 skips everything, for machines set up another way.
+set -euo pipefail
+
+build_packages="g++ cmake ninja-build pkg-config libcli11-dev libpng-dev libtiff-dev"
+
+packages_for() {
+    case $1 in
+    build | demo) echo "$build_packages" ;;
+    test) echo "$build_packages libgtest-dev" ;;
+    bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
+    ci) echo "$build_packages libgtest-dev libbenchmark-dev git clang clang-format clang-tidy clang-tools libclang-rt-dev doxygen" ;;
+    *)
+        echo "install-packages: unknown purpose '$1'; known: build test demo bench ci" >&2
+        return 1
+        ;;
+    esac
+}
+
+is_installed() {
+    [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+missing_of() {
+    local package
+    for package in "$@"; do
+        is_installed "$package" || echo "$package"
+    done
+}
+
+if [ $# -eq 0 ]; then
+    echo "usage: $0 build|test|demo|bench|ci ..." >&2
+    exit 2
+fi
+wanted=""
+for purpose in "$@"; do
+    wanted+=" $(packages_for "$purpose")"
+done
+wanted=$(tr ' ' '\n' <<<"$wanted" | sed '/^$/d' | sort -u)
+
+if [ -n "${KIP_SKIP_PACKAGES:-}" ]; then
+    exit 0
+fi
+if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+    echo "install-packages: no Debian package manager here; going on as if these were present:" $wanted >&2
+    exit 0
+fi
+
+missing=$(missing_of $wanted)
+if [ -z "$missing" ]; then
+    exit 0
+fi
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "install-packages: needs root or sudo to install; as root, run: apt-get install" $missing >&2
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+echo "install-packages: installing" $missing
+apt_get=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300)
+# Stale package lists name files that the mirror no longer has; an unreachable mirror may still be in the cache.
+"${apt_get[@]}" update </dev/null || echo "install-packages: the package lists could not be updated" >&2
+"${apt_get[@]}" install --no-install-recommends $missing </dev/null >&2 || true
+
+missing=$(missing_of $wanted)
+if [ -n "$missing" ]; then
+    echo "install-packages: could not install:" $missing >&2
+    exit 1
+fi
