@@ -1,0 +1,46 @@
+#include <kmath/kmath.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+namespace {
+
+// Takes a whole number, an infinity or not-a-number to 32 bits.
+int32_t saturate(double whole)
+{
+    if (std::isnan(whole))
+        return 0;
+    if (whole <= -2147483648.0)
+        return std::numeric_limits<int32_t>::min();
+    if (whole >= 2147483647.0)
+        return std::numeric_limits<int32_t>::max();
+    return static_cast<int32_t>(whole);
+}
+
+} // namespace
+
+int32_t kmath_double_round(double value)
+{
+    return saturate(std::round(value)); // adding 0.5 first would carry the double below 0.5 up to 1
+}
+
+int32_t kmath_double_epsilonEqual(double a, double b, double epsilon)
+{
+    return std::fabs(a - b) <= epsilon ? 1 : 0;
+}
+
+double kqfFrac(double value)
+{
+    return std::isfinite(value) ? value - std::floor(value) : 0.0;
+}
+
+int32_t kqfIFloor(double value)
+{
+    return saturate(std::floor(value));
+}
+
+int32_t kqfICeil(double value)
+{
+    return saturate(std::ceil(value));
+}
