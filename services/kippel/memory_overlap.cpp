@@ -24,25 +24,38 @@ bool isEmpty(const Window &window)
     return window.width < 1 || window.height < 1 || window.bytesPerPixel < 1 || !window.pixels;
 }
 
-// Pixels from the first of a window's lowest row to the first of its highest one; at most 2^62.
+// Bytes from the first pixel of a window's first row to that of its last one, with the sign of the pitch;
+// at most 2^62 pixels, which kGreatestBytes cuts down before they are counted in bytes.
 template <typename Window>
-int64_t reach(const Window &window)
+int64_t rowsReach(const Window &window)
 {
-    return (int64_t{window.height} - 1) * std::abs(int64_t{window.pitch});
+    return (int64_t{window.height} - 1) * window.pitch;
+}
+
+// Whether some of the window's bytes have no address. Its numbers are wrong, and it may lie anywhere.
+template <typename Window>
+bool isImpossible(const Window &window)
+{
+    const int64_t reach = rowsReach(window);
+    if (std::abs(reach) + window.width > kGreatestBytes / window.bytesPerPixel)
+        return true;
+    const auto start = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(window.pixels));
+    const auto reachBytes = static_cast<uint64_t>(std::abs(reach) * window.bytesPerPixel);
+    return start > UINT64_MAX - kGreatestBytes || (reach < 0 && start < reachBytes);
 }
 
 template <typename Window>
 ByteRows byteRows(const Window &window)
 {
     const int64_t pixel = window.bytesPerPixel;
-    const uint64_t reachBytes = static_cast<uint64_t>(reach(window) * pixel);
+    const int64_t reach = rowsReach(window) * pixel;
     ByteRows rows{};
     rows.start = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(window.pixels));
-    if (window.pitch < 0)
-        rows.start -= reachBytes;
+    if (reach < 0)
+        rows.start -= static_cast<uint64_t>(-reach);
     rows.rowBytes = window.width * pixel;
-    rows.end = rows.start + reachBytes + static_cast<uint64_t>(rows.rowBytes);
-    rows.pitch = std::abs(int64_t{window.pitch}) * pixel;
+    rows.end = rows.start + static_cast<uint64_t>(std::abs(reach) + rows.rowBytes);
+    rows.pitch = std::abs(window.pitch * pixel);
     rows.count = window.height;
     if (rows.pitch <= rows.rowBytes) { // no gaps between the rows: one long row
         rows.rowBytes = static_cast<int64_t>(rows.end - rows.start);
