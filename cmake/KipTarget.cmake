@@ -1,19 +1,44 @@
 # What every target of the project is built with: C++20, strict warnings, unfused floating point, sanitizers.
 
+# Before 1.0 a new minor version may break the binary interface, so it is part of the library's file name.
+set(KIP_ABI_VERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+
 set(KIP_SANITIZE_FLAGS "")
 if(KIP_SANITIZE)
     list(JOIN KIP_SANITIZE "," kip_sanitizers)
     set(KIP_SANITIZE_FLAGS -fsanitize=${kip_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
 endif()
 
+# Installed programs and libraries find ours beside them, wherever the whole tree is moved to.
+file(RELATIVE_PATH kip_lib_from_bin "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+set(KIP_INSTALL_RPATH "$ORIGIN;$ORIGIN/${kip_lib_from_bin}")
+
 function(kip_configure_target target)
     set_target_properties(${target} PROPERTIES
         CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
         C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
-        POSITION_INDEPENDENT_CODE ON)
+        POSITION_INDEPENDENT_CODE ON
+        INSTALL_RPATH "${KIP_INSTALL_RPATH}"
+        # A warning of some later compiler must not break the build of a project that includes this one.
+        COMPILE_WARNING_AS_ERROR ${kip_IS_TOP_LEVEL})
     # A fused multiply-add rounds differently from the two operations that the formulas state.
     target_compile_options(${target} PRIVATE
-        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -ffp-contract=off ${KIP_SANITIZE_FLAGS})
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -ffp-contract=off ${KIP_SANITIZE_FLAGS})
     target_link_options(${target} PRIVATE ${KIP_SANITIZE_FLAGS})
+endfunction()
+
+# kip_configure_library(<target> <pattern>...): a shared library that exports C names of these patterns only.
+# Hidden visibility is not enough for that: the standard library marks its templates as visible, and every
+# instance of one would become a symbol of ours.
+function(kip_configure_library target)
+    kip_configure_target(${target})
+    set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${KIP_ABI_VERSION})
+    if(CMAKE_EXECUTABLE_FORMAT STREQUAL "ELF")
+        list(JOIN ARGN "; " patterns)
+        set(map "${CMAKE_CURRENT_BINARY_DIR}/${target}.map")
+        file(CONFIGURE OUTPUT "${map}" CONTENT "{ global: @patterns@; local: *; };\n" @ONLY)
+        target_link_options(${target} PRIVATE "LINKER:--version-script=${map}")
+        set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${map}")
+    endif()
 endfunction()
