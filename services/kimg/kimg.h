@@ -176,10 +176,10 @@ KSERVICES_API int32_t kimg_window_initWindow(kimg_window *window, const kimg_ima
 /**
  * Narrows a window to the part of it inside a rectangle.
  *
- * window        the window; it becomes empty (width and height 0) when they do not meet.
- * x, y          the rectangle's place, in the image's pixel coordinates.
- * width, height the rectangle's size; below 0 counts as 0.
- * clipped       receives nonzero when the rectangle reached outside the window; may be null.
+ * window         the window; it becomes empty (width and height 0) when they do not meet.
+ * x, y           the rectangle's place, in the image's pixel coordinates.
+ * width, height  the rectangle's size; below 0 counts as 0.
+ * clipped        receives nonzero when the rectangle reached outside the window; may be null.
  * Returns 0.
  */
 KSERVICES_API int32_t kimg_window_window(kimg_window *window, int32_t x, int32_t y, int32_t width, int32_t height,

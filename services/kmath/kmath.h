@@ -140,6 +140,7 @@ KSERVICES_API int32_t kmath_xformLinear_initMatrixTrans(kmath_xformLinear *resul
 /**
  * Inverts a map.
  *
+ * map     the map to invert.
  * result  receives the inverse; may be the same record as map.
  * Returns 0; #kmath_statusSingular when the determinant is 0, #kmath_statusNotFinite when an element of
  * the map or of the inverse is not finite; the result is then untouched.
