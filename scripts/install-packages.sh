@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a purpose needs, and only those that are missing.
 #
-#   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | ci
+#   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | clang | ci
 #
 # apt-get runs only when something is missing, through sudo for users other than root. Ends with status 1
 # when a package stays missing. KIP_SKIP_PACKAGES=1 skips everything, for machines set up another way.
@@ -14,9 +14,13 @@ packages_for() {
     build | demo) echo "$build_packages" ;;
     test) echo "$build_packages libgtest-dev" ;;
     bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
-    ci) echo "$build_packages libgtest-dev libbenchmark-dev git clang clang-format clang-tidy clang-tools libclang-rt-dev doxygen" ;;
+    clang) echo "$build_packages clang libclang-rt-dev" ;;
+    ci)
+        echo "$(packages_for test) $(packages_for clang)"
+        echo "libbenchmark-dev git clang-format clang-tidy clang-tools doxygen"
+        ;;
     *)
-        echo "install-packages: unknown purpose '$1'; known: build test demo bench ci" >&2
+        echo "install-packages: unknown purpose '$1'; known: build test demo bench clang ci" >&2
         return 1
         ;;
     esac
@@ -34,7 +38,7 @@ missing_of() {
 }
 
 if [ $# -eq 0 ]; then
-    echo "usage: $0 build|test|demo|bench|ci ..." >&2
+    echo "usage: $0 build|test|demo|bench|clang|ci ..." >&2
     exit 2
 fi
 wanted=""

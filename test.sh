@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Builds kip and runs its whole test suite. Installs what is missing first (Debian; see scripts/).
+#
+#   ./test.sh [--preset NAME] [--jobs N] [CTEST-ARGUMENT...]
+#
+# NAME is a preset of CMakePresets.json: dev (default), release, asan, tsan or clang. Further arguments go to
+# ctest, for example: ./test.sh --preset asan -R Transform
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+
+preset=dev
+jobs=$(nproc)
+while [ $# -gt 0 ]; do
+    case $1 in
+    --preset | --jobs)
+        [ $# -ge 2 ] || { echo "test.sh: $1 needs a value" >&2; exit 2; }
+        if [ "$1" = --preset ]; then preset=$2; else jobs=$2; fi
+        shift 2
+        ;;
+    -h | --help)
+        sed -n '2,/^set /{s/^# \{0,1\}//;/^set /d;p}' "$0"
+        exit 0
+        ;;
+    *) break ;;
+    esac
+done
+
+purposes=(test)
+[ "$preset" != clang ] || purposes+=(clang)
+scripts/install-packages.sh "${purposes[@]}"
+
+# The thread sanitizer of GCC 12 cannot place its memory where kernels randomise addresses strongly.
+runner=()
+if [ "$preset" = tsan ] && setarch --addr-no-randomize true 2>/dev/null; then
+    runner=(setarch --addr-no-randomize)
+fi
+
+cmake --preset "$preset"
+"${runner[@]}" cmake --build --preset "$preset" --parallel "$jobs"
+"${runner[@]}" ctest --preset "$preset" --parallel "$jobs" "$@"
