@@ -1,0 +1,40 @@
+#ifndef KIP_CACHE_SAMPLE_CACHE_H
+#define KIP_CACHE_SAMPLE_CACHE_H
+
+#include <cstdint>
+
+#include <kip/kip.h>
+
+#include "cache/tile_plan.h"
+
+// The geometry work of the last call, beside the inputs that it was computed from.
+struct kip_affineSampleCache {
+    uint32_t valid; // nonzero while everything below describes the inputs of the last successful update
+    kip_affineSampleParams params;
+    kmath_xformLinear srcFromClient;
+    kstd_rect32 srcRect; // place and size of the source window
+    kstd_rect32 dstRect; // place and size of the destination window
+    kmath_xformLinear destImageFromClient;
+    kip_affine_imageAlignment alignCode;
+    kstd_rect32 alignSrcRect;  // meaningful only when alignCode is not kip_affine_alignNone
+    kip_affineTilePlan plan8;  // for sources with 1 byte per pixel
+    kip_affineTilePlan plan16; // for all others
+};
+
+// Makes a call's own cache: invalid, without storage. Returns 0.
+int32_t kip_affineSampleCache_initLocal(kip_affineSampleCache *cache);
+
+// Frees the storage of a call's own cache. Returns the status of the last free.
+int32_t kip_affineSampleCache_release(kip_affineSampleCache *cache);
+
+// Brings a cache up to date with the inputs of a call. The jobs of the call then only read it.
+//
+// oneRow is the placement's (the rectangle's height as one row) and is not compared: a call that differs in
+// nothing else keeps the placement.
+// Returns a negative status when the geometry has no placement, no alignment or no plan; the cache is then
+// invalid, unless only a plan of a known geometry failed.
+int32_t kip_affineSampleCache_update(kip_affineSampleCache *cache, const kimg_windowConst *source,
+                                     const kmath_xformLinear *srcFromClient, const kimg_window *destination,
+                                     const kip_affineSampleParams *params, int32_t oneRow);
+
+#endif

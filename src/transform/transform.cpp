@@ -1,0 +1,168 @@
+#include <cstdint>
+
+#include <kip/kip.h>
+
+#include "cache/sample_cache.h"
+#include "support/cleanup_list.h"
+#include "transform/transform_driver.h"
+
+namespace {
+
+// What differs between the two depths.
+struct Depth {
+    int32_t bytesPerPixel;
+    int32_t (*transformWindow)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                               kimg_window &destination, const kip_affineSampleParams &params,
+                               kip_affineSampleCache &cache);
+    int32_t (*copy)(const kimg_imageConst *source, kimg_image *destination);
+};
+
+constexpr Depth kDepth8 = {1, kip::kip_affineTransformWindow8, kip_pelCopy8};
+constexpr Depth kDepth16 = {2, kip::kip_affineTransformWindow16, kip_pelCopy16};
+
+// A bound source that can be sampled as asked.
+struct Source {
+    kimg_windowConst window;
+    kmath_xformLinear fromClient;
+};
+
+int32_t checkSource(const Depth &depth, const kimg_imageConst *image, const kip_affineSampleParams &params,
+                    Source *source)
+{
+    int32_t bound;
+    int32_t status = kimg_imageConst_getIsBound(image, &bound);
+    if (status < 0)
+        return status;
+    if (bound == 0)
+        return kip_statusTransformSourceUnbound;
+
+    int32_t willClip;
+    status = kip_affineSampleParams_getWillClip(&params, image, &willClip);
+    if (status < 0)
+        return status;
+    if (willClip != 0)
+        return kip_statusTransformWouldClip;
+
+    status = kimg_windowConst_init(&source->window, image);
+    if (status < 0)
+        return status;
+    if (source->window.bytesPerPixel != depth.bytesPerPixel)
+        return kip_statusPixelDepth;
+    return kimg_imageConst_getLinearImageFromClientXform(image, &source->fromClient);
+}
+
+bool canWriteInPlace(const kimg_image &destination, const kip_affineSampleParams &params)
+{
+    return destination.width >= params.destWidth && destination.height >= params.destHeight && destination.x == 0 &&
+           destination.y == 0;
+}
+
+int32_t transformInPlace(const Depth &depth, const Source &source, kimg_window destination,
+                         const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+{
+    const int32_t status = kimg_window_window(&destination, 0, 0, params.destWidth, params.destHeight, nullptr);
+    if (status < 0)
+        return status;
+    return depth.transformWindow(source.window, source.fromClient, destination, params, cache);
+}
+
+// Makes the result in an image of its own, then copies it into a bound destination or lets an unbound one have it.
+int32_t transformThroughTemporary(const Depth &depth, const Source &source, kimg_image *destination, bool isBound,
+                                  const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+{
+    kip::CleanupList cleanup;
+    kimg_image temporary;
+    int32_t status = kimg_image_construct(&temporary, depth.bytesPerPixel, params.destWidth, params.destHeight);
+    kip::addCleanup<kimg_image_destruct>(cleanup, &temporary);
+
+    kimg_window window;
+    if (status >= 0)
+        status = kimg_window_init(&window, &temporary);
+    if (status >= 0)
+        status = depth.transformWindow(source.window, source.fromClient, window, params, cache);
+    if (status >= 0)
+        status = isBound ? depth.copy(&temporary, destination) : kimg_image_assign(destination, &temporary);
+    return kip::runCleanup(cleanup, status);
+}
+
+int32_t transformChecked(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *destination,
+                         const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+{
+    Source source;
+    int32_t status = checkSource(depth, sourceImage, params, &source);
+    if (status < 0)
+        return status;
+
+    int32_t bound;
+    status = kimg_image_getIsBound(destination, &bound);
+    if (status < 0)
+        return status;
+    kimg_window window;
+    status = kimg_window_init(&window, destination);
+    if (status < 0)
+        return status;
+    if (bound != 0 && window.bytesPerPixel != depth.bytesPerPixel)
+        return kip_statusPixelDepth;
+
+    status = bound != 0 && canWriteInPlace(*destination, params)
+                 ? transformInPlace(depth, source, window, params, cache)
+                 : transformThroughTemporary(depth, source, destination, bound != 0, params, cache);
+    if (status < 0)
+        return status;
+    return kimg_image_setLinearImageFromClientXform(destination, &cache.destImageFromClient);
+}
+
+// A result must not overwrite pixels that it is still to be made from. An unbound destination gets new ones.
+int32_t checkMemoryOverlap(const kimg_imageConst *source, const kimg_image *destination)
+{
+    int32_t bound;
+    int32_t status = kimg_image_getIsBound(destination, &bound);
+    if (status < 0 || bound == 0)
+        return status;
+    kimg_windowConst read;
+    status = kimg_windowConst_init(&read, source);
+    if (status < 0)
+        return status;
+    kimg_window write;
+    status = kimg_window_init(&write, destination);
+    if (status < 0)
+        return status;
+    return kip_pelfunc_checkMemoryOverlap(&read, &write);
+}
+
+int32_t transform(const Depth &depth, const kimg_imageConst *source, kimg_image *destination,
+                  const kip_affineSampleParams *params, kip_affineSampleCache **cache)
+{
+    const int32_t status = checkMemoryOverlap(source, destination);
+    if (status < 0)
+        return status;
+
+    if (cache != nullptr)
+        return *cache == nullptr ? kip_statusCacheNotConstructed
+                                 : transformChecked(depth, source, destination, *params, **cache);
+
+    kip::CleanupList cleanup;
+    kip_affineSampleCache local;
+    kip_affineSampleCache_initLocal(&local);
+    kip::addCleanup<kip_affineSampleCache_release>(cleanup, &local);
+    return kip::runCleanup(cleanup, transformChecked(depth, source, destination, *params, local));
+}
+
+} // namespace
+
+int32_t kip_affineTransform(const kimg_imageConst *source, kimg_image *destination,
+                            const kip_affineSampleParams *params, kip_affineSampleCache **cache)
+{
+    return transform(kDepth8, source, destination, params, cache);
+}
+
+int32_t kip_affineTransform16(const kimg_imageConst *source, kimg_image *destination,
+                              const kip_affineSampleParams *params, kip_affineSampleCache **cache)
+{
+    return transform(kDepth16, source, destination, params, cache);
+}
+
+int32_t kip_affine8(const kip_affineSampleParams *params, const kimg_imageConst *source, kimg_image *destination)
+{
+    return kip_affineTransform(source, destination, params, nullptr);
+}
