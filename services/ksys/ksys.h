@@ -23,7 +23,8 @@ enum {
     ksys_statusSizeTooLarge = (int32_t)0x80000102u, /**< A size that no block can have. */
     ksys_statusBadArgument = (int32_t)0x80000103u,  /**< Null or a negative count where neither can serve. */
     ksys_statusNoData = (int32_t)0x80000104u,       /**< A job parameters object that holds no data. */
-    ksys_statusLockFailed = (int32_t)0x80000105u    /**< A lock could not be taken or released. */
+    ksys_statusLockFailed = (int32_t)0x80000105u,   /**< A lock could not be taken or released. */
+    ksys_statusJobAborted = (int32_t)0x80000106u    /**< A job did not return: it threw an exception. */
 };
 
 /** @name Memory
@@ -197,7 +198,7 @@ KSERVICES_API int32_t ksys_cpuinfo_get(ksys_cpuinfo *record);
  * features are reported as given: set no bit that the real processor lacks.
  *
  * record  copied; null restores the real processor.
- * Returns 0.
+ * Returns 0, or #ksys_statusOutOfMemory, the queries then being answered as before.
  */
 KSERVICES_API int32_t ksys_cpuinfo_setOverride(const ksys_cpuinfo *record);
 
@@ -257,8 +258,12 @@ typedef struct {
     int32_t count;     /**< private: statuses held */
 } ksys_jobResultSet;
 
-/** Sets the number of threads that groups offer from now on; 0 means one per processor. Returns 0 or
- * #ksys_statusBadArgument. */
+/**
+ * Sets the number of threads that groups offer from now on.
+ *
+ * count  0 means one per processor; more than 1024 count as 1024.
+ * Returns 0, or #ksys_statusBadArgument for a negative count.
+ */
 KSERVICES_API int32_t ksys_jobThreadGroup_setThreadCount(int32_t count);
 
 /** Makes a group; takes no memory, no lock and starts nothing. Returns 0. */
@@ -282,7 +287,8 @@ KSERVICES_API int32_t ksys_jobParams_destruct(ksys_jobParams *params);
  * params            the holder.
  * dataPointer       address of the caller's pointer to the block; set to null on success.
  * deleter           frees the block later, given the address of a pointer to it.
- * Returns 0, or #ksys_statusBadArgument, the block then still the caller's.
+ * Returns 0; #ksys_statusBadArgument or the negative status of the old data's deleter, the block then still
+ * the caller's.
  */
 KSERVICES_API int32_t ksys_jobParams_takeData(ksys_jobParams *params, void *dataPointer, ksys_cleanupRoutine deleter);
 
@@ -319,8 +325,8 @@ KSERVICES_API int32_t ksys_jobResultSet_destruct(ksys_jobResultSet *set);
  * group     the group.
  * requests  the jobs.
  * results   receives their statuses.
- * Returns 0, or the first negative status in the order of the requests; or the status of a failed
- * allocation, no job having run.
+ * Returns 0, or the first negative status in the order of the requests (every job runs, whatever the others
+ * return); or the status of a failed allocation, no job having run.
  */
 KSERVICES_API int32_t ksys_jobThreadGroup_dispatchAndWait(ksys_jobThreadGroup *group, ksys_jobRequestSet *requests,
                                                           ksys_jobResultSet *results);

@@ -1,0 +1,30 @@
+#ifndef KSYS_JOB_POOL_H
+#define KSYS_JOB_POOL_H
+
+#include <ksys/ksys.h>
+
+/** The most threads that work on one dispatch, the caller's included. */
+constexpr int32_t ksys_jobPoolThreadLimit = 1024;
+
+/** A queued job. */
+struct ksys_jobRequest {
+    ksys_jobFunction function;
+    ksys_jobParams params;
+};
+
+/** Returns the number of threads that this process can run at once; at least 1. */
+int32_t ksys_jobPool_processorCount();
+
+/**
+ * Runs jobs on at most threadCount threads, the caller's among them, and returns when all have ended.
+ * statuses[i] receives the status of requests[i]; that of a job which throws stays as it was.
+ */
+void ksys_jobPool_run(const ksys_jobRequest *requests, int32_t *statuses, int32_t count, int32_t threadCount);
+
+/**
+ * Ends the pool's idle threads and waits for them; threads that are in a job are left to themselves. Later
+ * jobs run on their callers' threads alone.
+ */
+void ksys_jobPool_stop();
+
+#endif

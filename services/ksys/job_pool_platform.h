@@ -1,0 +1,76 @@
+#ifndef KSYS_JOB_POOL_PLATFORM_H
+#define KSYS_JOB_POOL_PLATFORM_H
+
+// What the job pool asks of the operating system and the processor beyond the standard library.
+
+#if defined(_WIN32)
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
+#include <csignal>
+#include <pthread.h>
+#endif
+
+/** Tells the processor that this thread spins. */
+inline void relaxProcessor()
+{
+#if defined(__x86_64__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    __asm__ volatile("yield" ::: "memory");
+#endif
+}
+
+#if defined(_WIN32)
+
+/**
+ * Keeps the library loaded from now on: Windows unloads a library under a lock that an ending thread needs
+ * too, so that threads cannot be waited for there. Returns whether that worked.
+ */
+inline bool prepareForThreads(void (*)(), void (*)(), void (*)())
+{
+    static const char anchor = 0;
+    HMODULE module = nullptr;
+    return GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, &anchor,
+                              &module) != 0;
+}
+
+/** Whether threads can be waited for while the library is being unloaded. */
+constexpr bool kCanJoinAtUnload = false;
+
+/** Windows has no signals to keep away. */
+struct SignalsBlocked {
+    ~SignalsBlocked() {}
+};
+
+#else
+
+/** Names what to call before and after a fork, in the parent and in the child. Returns whether that worked. */
+inline bool prepareForThreads(void (*beforeFork)(), void (*inParent)(), void (*inChild)())
+{
+    return pthread_atfork(beforeFork, inParent, inChild) == 0;
+}
+
+/** Whether threads can be waited for while the library is being unloaded. */
+constexpr bool kCanJoinAtUnload = true;
+
+/** While it lives, new threads inherit a mask that leaves the process's signals to the program's own threads. */
+struct SignalsBlocked {
+    sigset_t before;
+
+    SignalsBlocked()
+    {
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGPROF})
+            sigdelset(&blocked, fault);
+        pthread_sigmask(SIG_SETMASK, &blocked, &before);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    SignalsBlocked(const SignalsBlocked &) = delete;
+    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
+};
+
+#endif
+
+#endif
