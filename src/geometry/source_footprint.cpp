@@ -51,12 +51,18 @@ int32_t kip_affineSampleParams_getMaxSrcRectWindow(const kip_affineSampleParams 
         return failure.status;
     }
 
-    // Bounds are kept in 64 bits up to the last check: the floor and the ceiling saturate, and a rectangle
-    // over the whole 32-bit range is one that 32 bits cannot describe.
-    const int64_t x0 = kqfIFloor(left - kFootprintMargin);
-    const int64_t y0 = kqfIFloor(top - kFootprintMargin);
-    const int64_t width64 = kqfICeil(right + kFootprintMargin) - x0 + 1;
-    const int64_t height64 = kqfICeil(bottom + kFootprintMargin) - y0 + 1;
+    left -= kFootprintMargin;
+    top -= kFootprintMargin;
+    right += kFootprintMargin;
+    bottom += kFootprintMargin;
+    // The floor and the ceiling saturate: beyond 32 bits they would give a rectangle that lies elsewhere.
+    if (!(left >= INT32_MIN && top >= INT32_MIN && right <= INT32_MAX && bottom <= INT32_MAX))
+        return kmath_statusOutOfRange;
+
+    const int64_t x0 = kqfIFloor(left);
+    const int64_t y0 = kqfIFloor(top);
+    const int64_t width64 = kqfICeil(right) - x0 + 1;
+    const int64_t height64 = kqfICeil(bottom) - y0 + 1;
     if (width64 > INT32_MAX || height64 > INT32_MAX)
         return kstd_statusTooLarge;
     return kstd_rect32_init(rect, static_cast<int32_t>(x0), static_cast<int32_t>(y0), static_cast<int32_t>(width64),
