@@ -10,9 +10,8 @@
 
 namespace {
 
-static_assert(sizeof(std::mutex) <= sizeof(ksys_criticalSection) &&
-                  alignof(std::mutex) <= alignof(ksys_criticalSection),
-              "the section lives in its storage");
+static_assert(sizeof(std::mutex) <= sizeof(ksys_criticalSection), "the mutex lives in the section's storage");
+static_assert(alignof(std::mutex) <= alignof(ksys_criticalSection), "the mutex lives in the section's storage");
 
 // Values of the once word. Static storage starts as zero.
 enum : uint32_t { kAbsent = 0, kBeingMade = 1, kMade = 2 };
@@ -24,6 +23,7 @@ std::mutex &mutexOf(ksys_criticalSection *section)
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the word changes through atomic_ref
 int32_t ksys_criticalSection_constructSingleton(ksys_criticalSection *section, uint32_t *onceWord)
 {
     if (section == nullptr || onceWord == nullptr)

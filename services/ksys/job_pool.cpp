@@ -43,12 +43,13 @@ struct Pool {
     std::mutex mutex; // guards all that is not atomic
     std::condition_variable wake;
     Dispatch *oldest = nullptr;
-    std::atomic<uint32_t> published{0}; // counts what idle workers should look up for
-    int32_t spinning = 0;               // idle workers that watch published and are not yet called for
-    int32_t sleeping = 0;               // idle workers that wait for wake
+    int32_t spinning = 0; // idle workers that watch published and are not yet called for
+    int32_t sleeping = 0; // idle workers that wait for wake
     bool isStopping = false;
     int32_t workerCount = 0;
     Worker workers[ksys_jobPoolThreadLimit - 1];
+    // Counts what idle workers should look up for. They watch it, so it stands far from what others write.
+    std::atomic<uint32_t> published{0};
 };
 
 // The pool is never destroyed: workers that are in a job when the process ends still come back to it.
@@ -232,10 +233,10 @@ int32_t ksys_jobPool_processorCount()
     return count;
 }
 
-void ksys_jobPool_run(const ksys_jobRequest *requests, int32_t *statuses, int32_t count, int32_t threadCount)
+void ksys_jobPool_run(const ksys_jobRequestSet &requests, ksys_jobResultSet &results, int32_t threadCount)
 {
-    const int32_t seats = std::min({threadCount, count, ksys_jobPoolThreadLimit}) - 1;
-    Dispatch dispatch{requests, statuses, count, seats};
+    const int32_t seats = std::min({threadCount, requests.count, ksys_jobPoolThreadLimit}) - 1;
+    Dispatch dispatch{requests.requests, results.statuses, requests.count, seats};
     if (seats < 1) {
         runJobs(dispatch);
         return;

@@ -16,10 +16,10 @@ struct ksys_jobRequest {
 int32_t ksys_jobPool_processorCount();
 
 /**
- * Runs jobs on at most threadCount threads, the caller's among them, and returns when all have ended.
- * statuses[i] receives the status of requests[i]; that of a job which throws stays as it was.
+ * Runs all requests on at most threadCount threads, the caller's among them, and returns when they have ended.
+ * results has room for all statuses; that of a job which throws stays as it was.
  */
-void ksys_jobPool_run(const ksys_jobRequest *requests, int32_t *statuses, int32_t count, int32_t threadCount);
+void ksys_jobPool_run(const ksys_jobRequestSet &requests, ksys_jobResultSet &results, int32_t threadCount);
 
 /**
  * Ends the pool's idle threads and waits for them; threads that are in a job are left to themselves. Later

@@ -67,7 +67,7 @@ int32_t ksys_jobParams_destruct(ksys_jobParams *params)
 {
     ksys_jobParams released = *params;
     *params = {nullptr, nullptr};
-    return released.data == nullptr ? 0 : std::min(released.deleter(&released.data), 0);
+    return released.data == nullptr ? 0 : released.deleter(&released.data);
 }
 
 int32_t ksys_jobParams_takeData(ksys_jobParams *params, void *dataPointer, ksys_cleanupRoutine deleter)
@@ -108,7 +108,7 @@ int32_t ksys_jobRequestSet_destruct(ksys_jobRequestSet *set)
     int32_t status = 0;
     for (int32_t i = 0; i < set->count; ++i) {
         const int32_t released = ksys_jobParams_destruct(&set->requests[i].params);
-        if (status >= 0)
+        if (status >= 0 && released < 0)
             status = released;
     }
     ksys_memory_free_internal(&set->requests);
@@ -160,7 +160,7 @@ int32_t ksys_jobThreadGroup_dispatchAndWait(ksys_jobThreadGroup *group, ksys_job
     int32_t *first = results->statuses;
     int32_t *last = first + results->count;
     std::fill(first, last, ksys_statusJobAborted);
-    ksys_jobPool_run(requests->requests, first, requests->count, group->threadCount);
+    ksys_jobPool_run(*requests, *results, group->threadCount);
     const int32_t *failed = std::find_if(first, last, [](int32_t result) { return result < 0; });
     return failed == last ? 0 : *failed;
 }

@@ -30,8 +30,7 @@ constexpr size_t kOverhead = sizeof(BlockHeader) + kAlignment - 1;
 // Pointer differences inside a block must fit a ptrdiff_t.
 constexpr size_t kLargestBlock = static_cast<size_t>(PTRDIFF_MAX) - kOverhead;
 
-static_assert(kAlignment % alignof(BlockHeader) == 0 && sizeof(BlockHeader) % alignof(BlockHeader) == 0,
-              "a header right before a block is aligned");
+static_assert(kAlignment % alignof(BlockHeader) == 0, "a header right before a block is aligned");
 
 constexpr ksys_memoryHooks kDefaultHooks = {
     [](size_t size, void *) { return std::malloc(size); },
@@ -67,9 +66,9 @@ BlockHeader *headerOf(void *block)
     return std::launder(reinterpret_cast<BlockHeader *>(static_cast<unsigned char *>(block) - sizeof(BlockHeader)));
 }
 
-void writeHeader(unsigned char *block, const BlockHeader &header)
+void writeHeader(void *block, const BlockHeader &header)
 {
-    new (block - sizeof(BlockHeader)) BlockHeader(header);
+    new (static_cast<unsigned char *>(block) - sizeof(BlockHeader)) BlockHeader(header);
 }
 
 enum class Content { uninitialised, zero };
