@@ -29,8 +29,9 @@ function(kip_configure_target target)
 endfunction()
 
 # kip_configure_library(<target> <pattern>...): a shared library that exports C names of these patterns only.
-# Hidden visibility is not enough for that: the standard library marks its templates as visible, and every
-# instance of one would become a symbol of ours.
+# Hidden visibility is not enough for that: the standard library marks its templates and types as visible, so
+# that Clang exported an instance of std::clamp from the services, and the address sanitizer adds a symbol for
+# each exported variable.
 function(kip_configure_library target)
     kip_configure_target(${target})
     set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${KIP_ABI_VERSION})
