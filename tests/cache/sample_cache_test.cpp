@@ -1,0 +1,309 @@
+#include "cache/sample_cache.h"
+
+#include <cstdint>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "support/failing_allocator.h"
+#include "support/turns.h"
+
+namespace {
+
+using kip::test::FailingAllocator;
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+// What an update is given. The windows need no pixels.
+struct Inputs {
+    kimg_windowConst source = {100, 80, 3, 4, 0, 0, 100, 80, 100, nullptr, 1};
+    kimg_window destination = {20, 10, 5, 6, 0, 0, 20, 10, 20, nullptr, 1};
+    kmath_xformLinear srcFromClient = {1.5, 0, 1, 0, 0, 1};
+    kip_affineSampleParams params = {{10, 12, 30, 2, -2, 15}, kip_affineModeBilinear, 20, 10};
+    int32_t oneRow = 0;
+};
+
+int32_t update(kip_affineSampleCache &cache, const Inputs &inputs)
+{
+    return kip_affineSampleCache_update(&cache, &inputs.source, &inputs.srcFromClient, &inputs.destination,
+                                        &inputs.params, inputs.oneRow);
+}
+
+// Marks every result of the geometry work, so that one can see which of them is made again.
+void poison(kip_affineSampleCache &cache)
+{
+    cache.destImageFromClient = {-1, -2, -3, -4, -5, -6};
+    cache.alignCode = 12345;
+    cache.alignSrcRect = {-1, -2, -3, -4};
+}
+
+bool isPoisoned(const kip_affineSampleCache &cache)
+{
+    const bool placement = cache.destImageFromClient.tx == -1 && cache.destImageFromClient.e3 == -6;
+    const bool alignment = cache.alignCode == 12345;
+    EXPECT_EQ(placement, alignment) << "placement and alignment are made together";
+    return placement && alignment;
+}
+
+class SampleCache : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(kip_affineSampleCache_construct(&handle), 0); }
+    void TearDown() override
+    {
+        EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0);
+        EXPECT_EQ(handle, nullptr);
+    }
+
+    kip_affineSampleCache *handle = nullptr;
+};
+
+TEST_F(SampleCache, FirstUpdateComputesPlacementAndAlignment)
+{
+    EXPECT_EQ(handle->valid, 0u);
+    Inputs inputs;
+    // Even a cache that holds the very inputs computes while it is not valid.
+    handle->params = inputs.params;
+    handle->srcFromClient = inputs.srcFromClient;
+    handle->srcRect = {3, 4, 100, 80};
+    handle->dstRect = {5, 6, 20, 10};
+    poison(*handle);
+    ASSERT_GE(update(*handle, inputs), 0);
+
+    EXPECT_NE(handle->valid, 0u);
+    kmath_xformLinear placement;
+    ASSERT_GE(kip_affineSampleParams_getDestImageFromClientXform(&inputs.params, 0, &placement), 0);
+    int32_t equal = 0;
+    kmath_xformLinear_compareEqual(&handle->destImageFromClient, &placement, &equal);
+    EXPECT_NE(equal, 0);
+    EXPECT_EQ(handle->alignCode, kip_affine_alignNone);
+
+    int32_t different = 1;
+    const kstd_rect32 srcRect = {3, 4, 100, 80};
+    kstd_rect32_compare(&handle->srcRect, &srcRect, &different);
+    EXPECT_EQ(different, 0);
+    const kstd_rect32 dstRect = {5, 6, 20, 10};
+    kstd_rect32_compare(&handle->dstRect, &dstRect, &different);
+    EXPECT_EQ(different, 0);
+}
+
+TEST_F(SampleCache, KeepsTheBlockOfEveryTurnInEveryMode)
+{
+    for (const kip::test::Turn &turn : kip::test::kTurns) {
+        for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode) {
+            SCOPED_TRACE(testing::Message() << turn.name << ", mode " << mode);
+            Inputs inputs;
+            inputs.srcFromClient = {0, 0, 1, 0, 0, 1};
+            inputs.params = {turn.rect(10, 20, 20, 10), mode, 20, 10};
+            ASSERT_GE(update(*handle, inputs), 0);
+            EXPECT_EQ(handle->alignCode, turn.code);
+            EXPECT_EQ(handle->alignSrcRect.x, 10);
+            EXPECT_EQ(handle->alignSrcRect.y, 20);
+            EXPECT_EQ(handle->alignSrcRect.width, turn.swapsAxes() ? 10 : 20);
+            EXPECT_EQ(handle->alignSrcRect.height, turn.swapsAxes() ? 20 : 10);
+            EXPECT_EQ(handle->plan8.scratch, nullptr); // a copy needs no plan
+            EXPECT_EQ(handle->plan16.scratch, nullptr);
+        }
+    }
+}
+
+TEST_F(SampleCache, RecomputesOnWhatTheGeometryDependsOn)
+{
+    const struct {
+        const char *name;
+        void (*change)(Inputs &inputs);
+    } rows[] = {
+        {"source x", [](Inputs &i) { ++i.source.x; }},
+        {"source y", [](Inputs &i) { ++i.source.y; }},
+        {"source width", [](Inputs &i) { ++i.source.width; }},
+        {"source height", [](Inputs &i) { ++i.source.height; }},
+        {"destination x", [](Inputs &i) { ++i.destination.x; }},
+        {"destination y", [](Inputs &i) { ++i.destination.y; }},
+        {"destination width", [](Inputs &i) { ++i.destination.width; }},
+        {"destination height", [](Inputs &i) { ++i.destination.height; }},
+        {"mode", [](Inputs &i) { i.params.mode = kip_affineModeNearest; }},
+        {"destWidth", [](Inputs &i) { ++i.params.destWidth; }},
+        {"destHeight", [](Inputs &i) { ++i.params.destHeight; }},
+        {"rectangle tx", [](Inputs &i) { i.params.rect.tx += 1e-9; }},
+        {"rectangle ty", [](Inputs &i) { i.params.rect.ty += 1e-9; }},
+        {"rectangle e0", [](Inputs &i) { i.params.rect.e0 += 1e-9; }},
+        {"rectangle e1", [](Inputs &i) { i.params.rect.e1 += 1e-9; }},
+        {"rectangle e2", [](Inputs &i) { i.params.rect.e2 += 1e-9; }},
+        {"rectangle e3", [](Inputs &i) { i.params.rect.e3 += 1e-9; }},
+        {"map tx", [](Inputs &i) { i.srcFromClient.tx += 1e-9; }},
+        {"map ty", [](Inputs &i) { i.srcFromClient.ty += 1e-9; }},
+        {"map e0", [](Inputs &i) { i.srcFromClient.e0 += 1e-9; }},
+        {"map e1", [](Inputs &i) { i.srcFromClient.e1 += 1e-9; }},
+        {"map e2", [](Inputs &i) { i.srcFromClient.e2 += 1e-9; }},
+        {"map e3", [](Inputs &i) { i.srcFromClient.e3 += 1e-9; }},
+        {"all of it",
+         [](Inputs &i) {
+             i.source.x = i.destination.y = 9;
+             i.params.rect.e0 = i.srcFromClient.e0 = 2;
+         }},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Inputs inputs;
+        ASSERT_GE(update(*handle, inputs), 0);
+        poison(*handle);
+        row.change(inputs);
+        ASSERT_GE(update(*handle, inputs), 0);
+        EXPECT_FALSE(isPoisoned(*handle));
+        EXPECT_NE(handle->valid, 0u);
+        // What was stored is the new geometry: it is known now, the old one is not.
+        poison(*handle);
+        ASSERT_GE(update(*handle, inputs), 0);
+        EXPECT_TRUE(isPoisoned(*handle));
+        ASSERT_GE(update(*handle, Inputs{}), 0);
+        EXPECT_FALSE(isPoisoned(*handle));
+    }
+}
+
+TEST_F(SampleCache, KeepsItsWorkWhenNothingOfTheGeometryChanges)
+{
+    static unsigned char pixel = 0;
+    const struct {
+        const char *name;
+        void (*change)(Inputs &inputs);
+    } rows[] = {
+        {"nothing", [](Inputs &) {}},
+        {"oneRow", [](Inputs &i) { i.oneRow = 1; }},
+        {"source pitch", [](Inputs &i) { i.source.pitch = -128; }},
+        {"destination pitch", [](Inputs &i) { i.destination.pitch = 128; }},
+        {"source pixels", [](Inputs &i) { i.source.pixels = &pixel; }},
+        {"destination pixels", [](Inputs &i) { i.destination.pixels = &pixel; }},
+        {"pixel size", [](Inputs &i) { i.source.bytesPerPixel = i.destination.bytesPerPixel = 2; }},
+        {"destination origin", [](Inputs &i) { i.destination.originY = -4; }},
+        {"sign of a zero", [](Inputs &i) { i.srcFromClient.ty = -0.0; }},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Inputs inputs;
+        ASSERT_GE(update(*handle, inputs), 0);
+        poison(*handle);
+        handle->alignCode = 12345; // not kip_affine_alignNone, so no plan is asked for
+        row.change(inputs);
+        ASSERT_GE(update(*handle, inputs), 0);
+        EXPECT_TRUE(isPoisoned(*handle));
+        EXPECT_NE(handle->valid, 0u);
+        handle->valid = 0;
+    }
+}
+
+TEST_F(SampleCache, PlacesByTheOneRowOfTheUpdateThatComputes)
+{
+    Inputs inputs;
+    inputs.params.rect = {0, 0, 40, 0, 0, 16};
+    inputs.oneRow = 1;
+    ASSERT_GE(update(*handle, inputs), 0);
+    EXPECT_EQ(handle->destImageFromClient.e3, 1.0 / 16);
+    inputs.oneRow = 0;
+    ASSERT_GE(update(*handle, inputs), 0);
+    EXPECT_EQ(handle->destImageFromClient.e3, 1.0 / 16);
+    inputs.params.rect.tx = 1;
+    ASSERT_GE(update(*handle, inputs), 0);
+    EXPECT_EQ(handle->destImageFromClient.e3, 10.0 / 16);
+}
+
+TEST_F(SampleCache, FailureLeavesItInvalidUntilAnUpdateSucceeds)
+{
+    const struct {
+        const char *name;
+        void (*spoil)(Inputs &inputs);
+        int32_t status;
+    } rows[] = {
+        {"parallel sides", [](Inputs &i) { i.params.rect = {10, 12, 30, 15, 10, 5}; }, kmath_statusSingular},
+        {"no sides", [](Inputs &i) { i.params.rect = {}; }, kmath_statusSingular},
+        {"rectangle without a number", [](Inputs &i) { i.params.rect.tx = kNan; }, kmath_statusNotFinite},
+        {"map without a number", [](Inputs &i) { i.srcFromClient.e1 = kNan; }, kmath_statusNotFinite},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        const Inputs good;
+        ASSERT_GE(update(*handle, good), 0);
+        Inputs bad;
+        row.spoil(bad);
+        EXPECT_EQ(update(*handle, bad), row.status);
+        EXPECT_EQ(handle->valid, 0u);
+        // Neither the failed geometry nor the one before it is taken as known.
+        EXPECT_EQ(update(*handle, bad), row.status);
+        poison(*handle);
+        ASSERT_GE(update(*handle, good), 0);
+        EXPECT_FALSE(isPoisoned(*handle));
+        EXPECT_NE(handle->valid, 0u);
+    }
+}
+
+// A number that equals nothing, itself included, cannot be recognised as the one of the last call.
+TEST_F(SampleCache, NotANumberIsNeverTheSameGeometry)
+{
+    const auto spoilRect = [](kip_affineSampleParams &params, kmath_xformLinear &) { params.rect.e2 = kNan; };
+    const auto spoilMap = [](kip_affineSampleParams &, kmath_xformLinear &map) { map.ty = kNan; };
+    for (const auto &spoil : {+spoilRect, +spoilMap}) {
+        Inputs inputs;
+        ASSERT_GE(update(*handle, inputs), 0);
+        spoil(handle->params, handle->srcFromClient);
+        spoil(inputs.params, inputs.srcFromClient);
+        EXPECT_EQ(update(*handle, inputs), kmath_statusNotFinite);
+        EXPECT_EQ(handle->valid, 0u);
+    }
+}
+
+TEST_F(SampleCache, UpdatesOfPerPixelModesAndCopiesTakeNoMemory)
+{
+    FailingAllocator allocator;
+    allocator.failFrom(1);
+    Inputs inputs;
+    for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
+        inputs.params.mode = mode;
+        EXPECT_GE(update(*handle, inputs), 0);
+        EXPECT_GE(update(*handle, inputs), 0);
+    }
+    inputs.srcFromClient = {0, 0, 1, 0, 0, 1};
+    inputs.params = {{10, 20, 20, 0, 0, 10}, kip_affineModeBicubic, 20, 10};
+    EXPECT_GE(update(*handle, inputs), 0);
+    EXPECT_EQ(allocator.requests(), 0);
+}
+
+TEST(SampleCacheLife, HandlesAreNullBeforeAndAfter)
+{
+    kip_affineSampleCache *handle = nullptr;
+    EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0);
+    EXPECT_EQ(handle, nullptr);
+
+    ASSERT_EQ(kip_affineSampleCache_construct(&handle), 0);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0);
+}
+
+TEST(SampleCacheLife, FailedAllocationLeavesANullHandle)
+{
+    kip_affineSampleCache *const rubbish = reinterpret_cast<kip_affineSampleCache *>(uintptr_t{0x10});
+    const int64_t requests = kip::test::failEachAllocation([&] {
+        kip_affineSampleCache *handle = rubbish;
+        const int32_t status = kip_affineSampleCache_construct(&handle);
+        if (status < 0) {
+            EXPECT_EQ(status, ksys_statusOutOfMemory);
+            EXPECT_EQ(handle, nullptr);
+        }
+        EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0);
+        return status;
+    });
+    EXPECT_GE(requests, 1);
+}
+
+TEST(SampleCacheLife, LocalRecordsReleaseWithoutStorage)
+{
+    kip_affineSampleCache local;
+    local.valid = 77;
+    EXPECT_EQ(kip_affineSampleCache_initLocal(&local), 0);
+    EXPECT_EQ(local.valid, 0u);
+    EXPECT_GE(update(local, Inputs{}), 0);
+    EXPECT_NE(local.valid, 0u);
+    EXPECT_EQ(kip_affineSampleCache_release(&local), 0);
+    EXPECT_EQ(local.valid, 0u);
+}
+
+} // namespace
