@@ -129,23 +129,22 @@ void runSteps(const kimg_windowConst &source, const kimg_window &destination, ui
 {
     const auto input = rowsOf<const Pixel>(source);
     const auto output = rowsOf<Pixel>(destination);
-    // A shared window is worked in at the source's size; whatever follows the first step, at the destination's.
-    const Rows<Pixel> shared = {output.first, output.pitch, input.width, input.height};
+    // Every step works in the block that the result covers: with an axis swap the whole destination, else a
+    // block of the source's size, so that what a larger destination holds beside it stays where it is.
+    const Rows<Pixel> result =
+        (steps & kTranspose) != 0 ? output : Rows<Pixel>{output.first, output.pitch, input.width, input.height};
     bool inPlace = source.pixels == destination.pixels;
-    Rows<Pixel> work = inPlace ? shared : output;
 
     if ((steps & kTranspose) != 0) {
-        inPlace ? transposeInPlace(work) : transpose(input, output);
+        inPlace ? transposeInPlace(result) : transpose(input, result);
         inPlace = true;
-        work = output;
     }
     if ((steps & kMirrorX) != 0) {
-        inPlace ? mirrorXInPlace(work) : mirrorX(input, output);
+        inPlace ? mirrorXInPlace(result) : mirrorX(input, result);
         inPlace = true;
-        work = output;
     }
     if ((steps & kMirrorY) != 0)
-        inPlace ? mirrorYInPlace(work) : mirrorY(input, output);
+        inPlace ? mirrorYInPlace(result) : mirrorY(input, result);
 }
 
 template <typename Pixel>
