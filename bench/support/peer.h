@@ -1,0 +1,33 @@
+#ifndef KIP_BENCH_SUPPORT_PEER_H
+#define KIP_BENCH_SUPPORT_PEER_H
+
+#include <functional>
+#include <string>
+
+#include "support/scene.h"
+
+namespace kip_bench {
+
+// The same resampling by the peer library, into all of the destination.
+struct PeerTransform {
+    uint32_t mode; // of kip; the peer's nearest relative runs
+    const Pixels &source;
+    const Pixels &destination;
+    const kmath_shapeAffineRect &rect; // in source pixels, (p, q) covering [p, p + 1) x [q, q + 1)
+};
+
+// Tells whether the program was built with the peer.
+bool hasPeer();
+
+// Name and version, empty without a peer.
+std::string peerVersion();
+
+// Sets the number of threads that the peer works on from now on.
+void setPeerThreads(int count);
+
+// Makes the call that is to be timed; it works in the memory of the given pixels.
+std::function<void()> preparePeer(const PeerTransform &work);
+
+} // namespace kip_bench
+
+#endif

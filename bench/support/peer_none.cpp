@@ -1,0 +1,22 @@
+#include "support/peer.h"
+
+namespace kip_bench {
+
+bool hasPeer()
+{
+    return false;
+}
+
+std::string peerVersion()
+{
+    return "";
+}
+
+void setPeerThreads(int) {}
+
+std::function<void()> preparePeer(const PeerTransform &)
+{
+    return [] {};
+}
+
+} // namespace kip_bench

@@ -1,0 +1,67 @@
+#include "support/peer.h"
+
+#include <kip/kip.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+namespace kip_bench {
+
+namespace {
+
+int interpolationOf(uint32_t mode)
+{
+    switch (mode) {
+    case kip_affineModeNearest:
+        return cv::INTER_NEAREST;
+    case kip_affineModeBicubic:
+        return cv::INTER_CUBIC;
+    default:
+        return cv::INTER_LINEAR;
+    }
+}
+
+cv::Mat matOver(const Pixels &pixels)
+{
+    return {pixels.height, pixels.width, pixels.bytesPerPixel == 1 ? CV_8UC1 : CV_16UC1, pixels.memory.get(),
+            static_cast<size_t>(pixels.pitchBytes)};
+}
+
+// From destination to source pixels. The peer's coordinates are those of pixel centres, half a pixel less
+// than ours.
+cv::Matx23d inverseMap(const kmath_shapeAffineRect &rect, const Pixels &destination)
+{
+    const double ux = rect.e0 / destination.width;
+    const double uy = rect.e2 / destination.width;
+    const double vx = rect.e1 / destination.height;
+    const double vy = rect.e3 / destination.height;
+    return {ux, vx, rect.tx + 0.5 * (ux + vx) - 0.5, uy, vy, rect.ty + 0.5 * (uy + vy) - 0.5};
+}
+
+} // namespace
+
+bool hasPeer()
+{
+    return true;
+}
+
+std::string peerVersion()
+{
+    return "OpenCV " CV_VERSION;
+}
+
+void setPeerThreads(int count)
+{
+    cv::setNumThreads(count);
+}
+
+std::function<void()> preparePeer(const PeerTransform &work)
+{
+    const cv::Mat source = matOver(work.source);
+    const cv::Matx23d map = inverseMap(work.rect, work.destination);
+    const int flags = interpolationOf(work.mode) | cv::WARP_INVERSE_MAP;
+    return [source, map, flags, destination = matOver(work.destination)]() mutable {
+        cv::warpAffine(source, destination, map, destination.size(), flags);
+    };
+}
+
+} // namespace kip_bench

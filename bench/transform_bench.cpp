@@ -1,0 +1,175 @@
+#include "transform_bench.h"
+
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include <benchmark/benchmark.h>
+#include <kip/kip.h>
+
+#include "support/peer.h"
+#include "support/scene.h"
+
+namespace kip_bench {
+
+namespace {
+
+// Both libraries must have done the same work. They round differently, and take another pixel where a
+// position lies between two, which the noise shows; a picture that is half a pixel off differs by much more.
+constexpr double kGreatestMeanDifference = 0.004;
+
+// The source of the last case: many cases in a row read the same, and large ones take long to paint.
+const Pixels &sourceOf(int32_t bytesPerPixel, int32_t side, int64_t pitchBytes)
+{
+    static Pixels last;
+    if (last.bytesPerPixel != bytesPerPixel || last.width != side || last.pitchBytes != pitchBytes) {
+        last = Pixels();
+        last = makePicture(bytesPerPixel, side, side, pitchBytes);
+    }
+    return last;
+}
+
+// Everything that a case works with, made and touched before the clock runs.
+struct Stage {
+    TurnedSquare square;
+    const Pixels &source;
+    Pixels destination;
+
+    explicit Stage(const TransformCase &transform)
+        : square(placeSquare(transform.size, transform.degrees, transform.scale)),
+          source(sourceOf(transform.bytesPerPixel, square.sourceSide,
+                          transform.sourcePitchBytes != 0
+                              ? transform.sourcePitchBytes
+                              : padPitch(int64_t{square.sourceSide} * transform.bytesPerPixel))),
+          destination(makeBlank(transform.bytesPerPixel, transform.size, transform.size))
+    {}
+};
+
+int32_t bindImage(kimg_image *image, const Pixels &pixels)
+{
+    return kimg_image_constructExternal(image, pixels.bytesPerPixel, pixels.width, pixels.height,
+                                        static_cast<int32_t>(pixels.pitchBytes / pixels.bytesPerPixel),
+                                        pixels.memory.get());
+}
+
+// A caller that keeps its cache and its destination from call to call.
+class KipCaller {
+public:
+    KipCaller(const TransformCase &transform, const Stage &stage) : is8_(transform.bytesPerPixel == 1)
+    {
+        kimg_image_constructUnbound(&source_);
+        kimg_image_constructUnbound(&destination_);
+        kip_affineSampleParams_init(&params_, transform.mode, &stage.square.rect, transform.size, transform.size);
+        status_ = bindImage(&source_, stage.source);
+        if (status_ >= 0)
+            status_ = bindImage(&destination_, stage.destination);
+        if (status_ >= 0)
+            status_ = kip_affineSampleCache_construct(&cache_);
+    }
+    ~KipCaller()
+    {
+        kip_affineSampleCache_destruct(&cache_);
+        kimg_image_destruct(&destination_);
+        kimg_image_destruct(&source_);
+    }
+    KipCaller(const KipCaller &) = delete;
+    KipCaller &operator=(const KipCaller &) = delete;
+
+    // The first failure stays.
+    int32_t call()
+    {
+        if (status_ >= 0)
+            status_ = is8_ ? kip_affineTransform(&source_, &destination_, &params_, &cache_)
+                           : kip_affineTransform16(&source_, &destination_, &params_, &cache_);
+        return status_;
+    }
+
+private:
+    bool is8_;
+    int32_t status_ = 0;
+    kimg_image source_;
+    kimg_image destination_;
+    kip_affineSampleParams params_;
+    kip_affineSampleCache *cache_ = nullptr;
+};
+
+void setCounters(benchmark::State &state, const TransformCase &transform)
+{
+    const double pixels = static_cast<double>(transform.size) * transform.size;
+    state.counters["Mpixel"] = benchmark::Counter(pixels * 1e-6, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void skip(benchmark::State &state, int32_t status)
+{
+    std::ostringstream text;
+    text << "kip failed with status 0x" << std::hex << static_cast<uint32_t>(status);
+    state.SkipWithError(text.str().c_str());
+}
+
+void timeKip(benchmark::State &state, const TransformCase &transform)
+{
+    ksys_jobThreadGroup_setThreadCount(transform.threads > 0 ? transform.threads : 1);
+    const Stage stage(transform);
+    KipCaller caller(transform, stage);
+    caller.call();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(caller.call());
+    if (caller.call() < 0)
+        skip(state, caller.call());
+    setCounters(state, transform);
+}
+
+// Runs both once and compares. Returns a negative status of ours.
+int32_t compareWithPeer(const TransformCase &transform, const Stage &stage, const std::function<void()> &peer,
+                        double *difference)
+{
+    const Stage ours(transform);
+    const int32_t status = KipCaller(transform, ours).call();
+    peer();
+    *difference = meanDifference(ours.destination, stage.destination);
+    return status;
+}
+
+void timePeer(benchmark::State &state, const TransformCase &transform)
+{
+    setPeerThreads(transform.threads > 0 ? transform.threads : 1);
+    const Stage stage(transform);
+    const std::function<void()> peer =
+        preparePeer({transform.mode, stage.source, stage.destination, stage.square.rect});
+
+    double difference = 0.0;
+    const int32_t status = compareWithPeer(transform, stage, peer, &difference);
+    if (status < 0)
+        return skip(state, status);
+    if (difference > kGreatestMeanDifference)
+        return state.SkipWithError(("the results differ by " + std::to_string(difference) + " of the range").c_str());
+
+    for (auto _ : state)
+        peer();
+    setCounters(state, transform);
+}
+
+using Timed = void (*)(benchmark::State &state, const TransformCase &transform);
+
+void registerCase(const TransformCase &transform, const char *library, Timed timed)
+{
+    auto *const registered =
+        benchmark::RegisterBenchmark((nameOf(transform) + "/" + library).c_str(),
+                                     [transform, timed](benchmark::State &state) { timed(state, transform); });
+    registered->Unit(benchmark::kMicrosecond);
+    if (transform.threads > 0)
+        registered->UseRealTime();
+}
+
+} // namespace
+
+void registerTransforms(const std::vector<TransformCase> &cases)
+{
+    for (const TransformCase &transform : cases) {
+        registerCase(transform, "kip", timeKip);
+        if (hasPeer())
+            registerCase(transform, "opencv", timePeer);
+    }
+}
+
+} // namespace kip_bench
