@@ -9,7 +9,7 @@
 
 namespace {
 
-// Columns or rows [begin, end), in 64 bits so that no end overflows.
+// Columns or rows [begin, end), in 64 bits so that no end overflows. A size below 0 makes an empty one.
 struct Span {
     int64_t begin, end;
 
@@ -19,7 +19,7 @@ struct Span {
 
 Span spanOf(int32_t place, int32_t size)
 {
-    return {place, int64_t{place} + std::max(size, 0)};
+    return {place, int64_t{place} + size};
 }
 
 Span intersect(Span a, Span b)

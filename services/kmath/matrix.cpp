@@ -6,13 +6,12 @@
 namespace {
 
 // The length of (a, b). The squares are scaled, by a power of two, only where they would leave the range of a
-// double, so that ordinary lengths have the bits of the plain formula.
+// double, so that ordinary lengths have the bits of the plain formula. That gives |a| itself for (a, 0): the
+// root of a square that was rounded rounds back.
 double length(double a, double b)
 {
     a = std::fabs(a);
     b = std::fabs(b);
-    if (a == 0.0 || b == 0.0)
-        return a + b;
     const double greater = a < b ? b : a;
     double scale = 1.0;
     if (greater > 0x1p+500)
