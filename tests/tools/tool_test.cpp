@@ -1,0 +1,322 @@
+// The tool as a user meets it: the built program, its output, exit codes and files.
+
+#include "drawing.h"
+#include "picture_io.h"
+#include "status_names.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <kip/kip.h>
+#include <limits>
+#include <sstream>
+
+namespace {
+
+using namespace kiptool;
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int exitCode;
+    std::string out, error;
+};
+
+std::string textOf(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+bool isOneLine(const std::string &text)
+{
+    return std::count(text.begin(), text.end(), '\n') == 1 && text.back() == '\n';
+}
+
+// Runs in a directory of its own with a small 8-bit and a 16-bit picture in it.
+class Tool : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        directory = fs::path(testing::TempDir()) /
+                    (std::string("kip_tool_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(directory);
+        fs::create_directories(directory / "work");
+        for (const int depth : {8, 16}) {
+            Picture picture = makePicture(61, 47, 1, depth);
+            std::visit(
+                [](auto &samples) {
+                    uint32_t value = 1;
+                    for (auto &sample : samples)
+                        sample =
+                            static_cast<std::decay_t<decltype(sample)>>((value = value * 1664525 + 1013904223) >> 12);
+                },
+                picture.samples);
+            writePicture(at("in" + std::to_string(depth) + ".png"), picture);
+        }
+    }
+
+    void TearDown() override { fs::remove_all(directory); }
+
+    fs::path at(const std::string &name) const { return directory / "work" / name; }
+
+    Outcome run(const std::string &arguments) const
+    {
+        const std::string quotedOut = (directory / "out").string(), quotedError = (directory / "error").string();
+        const int status = std::system(("cd '" + at("").string() + "' && '" KIP_TOOL_PATH "' " + arguments + " >'" +
+                                        quotedOut + "' 2>'" + quotedError + "'")
+                                           .c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, textOf(quotedOut), textOf(quotedError)};
+    }
+
+    size_t filesInWork() const
+    {
+        return static_cast<size_t>(std::distance(fs::directory_iterator(at("")), fs::directory_iterator()));
+    }
+
+    fs::path directory;
+};
+
+TEST_F(Tool, WrongCommandLinesEndWith2)
+{
+    for (const char *arguments : {
+             "",
+             "frobnicate",
+             "info",
+             "info in8.png in16.png",
+             "info --bogus in8.png",
+             "transform in8.png",
+             "transform in8.png out.png",
+             "transform in8.png out.png --angle 3",
+             "transform in8.png out.png --rect 1,2,3",
+             "transform in8.png out.png --rect 1,2,3,4,5",
+             "transform in8.png out.png --rect 1,2,3,4x",
+             "transform in8.png out.png --rect 1,2,,4",
+             "transform in8.png out.png --rect 1,2,nan,4",
+             "transform in8.png out.png --rect 1,inf,3,4",
+             "transform in8.png out.png --rect 1,2,3,1e999",
+             "transform in8.png out.png --rect 1,2,-3,4",
+             "transform in8.png out.png --rect ''",
+             "transform in8.png out.png --corners 1,2,3,4,5",
+             "transform in8.png out.png --rect 1,2,3,4 --corners 1,2,3,4,5,6",
+             "transform in8.png out.png --corners 1,2,3,4,5,6 --angle 3",
+             "transform in8.png out.png --rect 10,10,9,9 --size 9",
+             "transform in8.png out.png --rect 10,10,9,9 --size 9x",
+             "transform in8.png out.png --rect 10,10,9,9 --size 9x9x9",
+             "transform in8.png out.png --rect 10,10,9,9 --size -9x9",
+             "transform in8.png out.png --rect 10,10,9,9 --size 9.5x9",
+             "transform in8.png out.png --rect 10,10,9,9 --size 99999999999x9",
+             "transform in8.png out.png --rect 10,10,9,9 --mode bicycle",
+             "transform in8.png out.png --rect 10,10,9,9 --mode 1",
+             "transform in8.png out.png --rect 10,10,9,9 --threads -1",
+             "transform in8.png out.png --rect 10,10,9,9 --threads 2k",
+             "transform in8.png out.png --rect 10,10,9,9 --rect 10,10,9,9",
+             "scene out.png --depth 12",
+             "compose out.png",
+         }) {
+        const Outcome result = run(arguments);
+        EXPECT_EQ(result.exitCode, 2) << arguments;
+        EXPECT_TRUE(isOneLine(result.error)) << arguments << ": " << result.error;
+        EXPECT_EQ(result.out, "") << arguments;
+    }
+    EXPECT_EQ(filesInWork(), 2u);
+    for (const char *help : {"--help", "--version", "transform --help", "info --help"})
+        EXPECT_EQ(run(help).exitCode, 0) << help;
+}
+
+TEST_F(Tool, FailuresEndWith1AndOneLineAndNoFile)
+{
+    std::ofstream(at("text.png")) << "no picture";
+    std::ofstream(at("empty.png"));
+    const std::string whole = textOf(at("in16.png"));
+    std::ofstream(at("cut.png"), std::ios::binary) << whole.substr(0, whole.size() / 2);
+    fs::create_directory(at("directory.png"));
+    const size_t before = filesInWork();
+    const struct {
+        const char *arguments, *part;
+    } cases[] = {
+        {"info missing.png", "missing.png: no such file"},
+        {"info directory.png", "directory.png: "},
+        {"info text.png", "text.png: not a PNG, TIFF or binary PGM"},
+        {"info empty.png", "empty.png: not a PNG"},
+        {"info cut.png", "cut.png: damaged PNG"},
+        {"info in8.png >/dev/full", ""},
+        {"transform cut.png out.png --rect 10,10,9,9", "cut.png: damaged PNG"},
+        {"transform in8.png out.jpg --rect 10,10,9,9", "out.jpg: cannot tell the format"},
+        {"transform in8.png out --rect 10,10,9,9", "out: cannot tell the format"},
+        {"transform in8.png nowhere/out.png --rect 10,10,9,9", "nowhere/out.png: cannot be written"},
+        {"transform in8.png directory.png --rect 10,10,9,9", "directory.png: cannot be written"},
+        {"transform in8.png out.png --rect 10,10,9,9 --overlay o.tif", "o.tif: the overlay is a PNG"},
+        {"transform in8.png out.png --rect 50,40,30,30", "kip_statusTransformWouldClip (0x80000787)"},
+        {"transform in16.png out.png --rect=-.5,10,9,9", "kip_statusTransformWouldClip (0x80000787)"},
+        {"transform in8.png out.png --rect 10,10,9,9 --size 0x9", "kip_statusSizeBelowOne (0x8000078a)"},
+        {"transform in8.png out.png --rect 10,10,0,9", "kip_statusSizeBelowOne (0x8000078a)"},
+        {"transform in8.png out.png --corners 10,10,20,20,30,30 --size 5x5", "kmath_statusSingular (0x80000302)"},
+        {"transform in8.png out.png --corners 1e308,0,-1e308,0,0,9", "kmath_statusNotFinite (0x80000301)"},
+        {"scene out.png --size 0x10", "no pixels"},
+        {"scene out.png --size 100000x100000", "too large"},
+        {"compose out.pgm a=in8.png", "out.pgm: a PGM file cannot hold colour"},
+        {"compose out.png a=missing.png", "missing.png: no such file"},
+    };
+    for (const auto &c : cases) {
+        const Outcome result = run(c.arguments);
+        EXPECT_EQ(result.exitCode, 1) << c.arguments << ": " << result.error;
+        EXPECT_TRUE(isOneLine(result.error)) << c.arguments << ": " << result.error;
+        EXPECT_NE(result.error.find(c.part), std::string::npos) << c.arguments << ": " << result.error;
+        EXPECT_EQ(filesInWork(), before) << c.arguments;
+    }
+}
+
+TEST_F(Tool, OutputReplacesAFileOnlyOnSuccess)
+{
+    std::ofstream(at("out.png")) << "earlier";
+    fs::create_symlink("out.png", at("link.png"));
+    EXPECT_EQ(run("transform in8.png out.png --rect 50,40,30,30").exitCode, 1);
+    EXPECT_EQ(textOf(at("out.png")), "earlier");
+    EXPECT_EQ(run("transform in8.png link.png --rect 10,10,9,9").exitCode, 0);
+    EXPECT_TRUE(fs::is_symlink(at("link.png")));
+    EXPECT_EQ(readPicture(at("out.png")).picture.width, 9);
+    EXPECT_EQ(filesInWork(), 4u); // no temporary file is left
+}
+
+// What the library makes of the same geometry.
+Picture transformed(Picture source, const kip_affineSampleParams &params)
+{
+    const int bytes = depthOf(source) / 8;
+    Picture result = makePicture(params.destWidth, params.destHeight, 1, depthOf(source));
+    kimg_image from, to;
+    requireSuccess(
+        kimg_image_constructExternal(&from, bytes, source.width, source.height, source.width, bytesOf(source)), "");
+    requireSuccess(kimg_image_constructExternal(&to, bytes, result.width, result.height, result.width, bytesOf(result)),
+                   "");
+    const int32_t status = bytes == 2 ? kip_affineTransform16(&from, &to, &params, nullptr)
+                                      : kip_affineTransform(&from, &to, &params, nullptr);
+    kimg_image_destruct(&from);
+    kimg_image_destruct(&to);
+    requireSuccess(status, "");
+    return result;
+}
+
+TEST_F(Tool, TransformGivesWhatTheLibraryGives)
+{
+    const double s = std::sqrt(0.5);
+    const struct {
+        const char *arguments;
+        kip_affineSampleParams params;
+    } cases[] = {
+        {"--rect 10,12,30,20", {{10, 12, 30, 0, 0, 20}, 1, 30, 20}},
+        {"--rect 10,12,30,20 --angle 90 --mode nearest", {{35, 7, 0, -20, 30, 0}, 0, 30, 20}},
+        {"--corners 20.25,8.5,41.5,14.75,13,29.125 --threads 1", {{20.25, 8.5, 21.25, -7.25, 6.25, 20.625}, 1, 22, 22}},
+        {"--corners 20.25,8.5,41.5,14.75,13,29.125 --size 7x53 --mode nearest",
+         {{20.25, 8.5, 21.25, -7.25, 6.25, 20.625}, 0, 7, 53}},
+        {"--rect 20,18,20,10 --angle 45 --size 33x17",
+         {{30 - 5 * s, 23 - 15 * s, 20 * s, -10 * s, 20 * s, 10 * s}, 1, 33, 17}},
+    };
+    for (const char *in : {"in8", "in16"}) {
+        const Picture source = readPicture(at(in + std::string(".png"))).picture;
+        for (const char *out : {"out.png", "out.tif", "out.pgm"}) {
+            for (const auto &c : cases) {
+                const Outcome result = run("transform " + std::string(in) + ".png " + out + " " + c.arguments);
+                ASSERT_EQ(result.exitCode, 0) << c.arguments << ": " << result.error;
+                EXPECT_EQ(result.out + result.error, "");
+                const Picture got = readPicture(at(out)).picture, expected = transformed(source, c.params);
+                EXPECT_EQ(got.width, expected.width);
+                EXPECT_TRUE(got.samples == expected.samples) << in << " " << c.arguments;
+            }
+        }
+    }
+}
+
+TEST_F(Tool, TimeTellsMillisecondsAndMegapixels)
+{
+    const Outcome result = run("transform in16.png out.png --rect 10,12,30,20 --angle 5 --time");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out.rfind("30 x 20, 16 bits, bilinear: ", 0), 0u) << result.out;
+    EXPECT_NE(result.out.find(" ms, "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find(" Mpixel/s (median of "), std::string::npos) << result.out;
+}
+
+TEST_F(Tool, InfoTellsSizeDepthAndValues)
+{
+    Picture picture = makePicture(2, 2, 1, 16);
+    picture.samples = std::vector<uint16_t>{7, 4000, 40, 300};
+    writePicture(at("four.tif"), picture);
+    EXPECT_EQ(run("info four.tif").out,
+              "format: TIFF, grey\nsize: 2 x 2\ndepth: 16 bits\nvalues: 7 to 4000, mean 1086.75\n");
+}
+
+// The overlay helps most when the rectangle is refused, so it is drawn then too.
+TEST_F(Tool, OverlayShowsTheRectangle)
+{
+    writePicture(at("plain.png"), makePicture(60, 40, 1, 8));
+    EXPECT_EQ(run("transform plain.png out.png --rect 10.5,8.5,80,20 --overlay over.png").exitCode, 1);
+    EXPECT_FALSE(fs::exists(at("out.png")));
+    const Picture over = readPicture(at("over.png")).picture;
+    ASSERT_EQ(over.channels, 3);
+    const auto pixel = [&over](size_t x, size_t y) { return &samples8(over)[(y * 60 + x) * 3]; };
+    EXPECT_GT(pixel(30, 8)[1], 150); // the x side, green
+    EXPECT_LT(pixel(30, 8)[0], 50);
+    EXPECT_GT(pixel(10, 20)[0], 150); // a side, red
+    EXPECT_GT(pixel(30, 28)[0], 150); // the opposite side
+    EXPECT_EQ(pixel(30, 18)[0] + pixel(30, 18)[1] + pixel(5, 5)[0], 0);
+}
+
+TEST_F(Tool, SceneIsStraightenedByTheOptionsThatItPrints)
+{
+    for (const char *depth : {"8", "16"}) {
+        const Outcome scene = run("scene scene.png --angle -33 --depth " + std::string(depth));
+        ASSERT_EQ(scene.exitCode, 0) << scene.error;
+        ASSERT_TRUE(isOneLine(scene.out));
+        const std::string options = scene.out.substr(0, scene.out.size() - 1);
+        ASSERT_EQ(run("transform scene.png label.png --size 90x61 " + options).exitCode, 0) << options;
+        // One pixel a dot: the label's frame is dark all round, the paper beside it bright.
+        const Picture label = toColour8(readPicture(at("label.png")).picture);
+        const auto value = [&label](size_t x, size_t y) { return samples8(label)[(y * 90 + x) * 3]; };
+        for (size_t x = 5; x < 85; ++x) {
+            EXPECT_LT(value(x, 0), 90) << x;
+            EXPECT_LT(value(x, 60), 90) << x;
+            EXPECT_GT(value(x, 2), 110) << x;
+        }
+    }
+    run("scene again.png --angle -33 --depth 16");
+    EXPECT_EQ(textOf(at("again.png")), textOf(at("scene.png")));
+    run("scene other.png --angle -33 --depth 16 --seed 2");
+    EXPECT_NE(textOf(at("other.png")), textOf(at("scene.png")));
+}
+
+TEST_F(Tool, ComposeEnlargesByWholeFactorsAndReduces)
+{
+    Picture dots = makePicture(3, 2, 3, 8);
+    samples8(dots) = {255, 0, 0, 0, 255, 0, 0, 0, 255, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+    writePicture(at("dots.png"), dots);
+    Picture large = makePicture(100, 50, 1, 8);
+    std::fill(samples8(large).begin(), samples8(large).end(), uint8_t{90});
+    writePicture(at("large.pgm"), large);
+    ASSERT_EQ(run("compose over.png one=dots.png large.pgm --width 16").exitCode, 0);
+    const Picture over = readPicture(at("over.png")).picture;
+    size_t red = 0, darkest = 0, grey = 0;
+    for (size_t i = 0; i < samples8(over).size(); i += 3) {
+        const uint8_t *p = &samples8(over)[i];
+        red += p[0] == 255 && p[1] == 0 && p[2] == 0;
+        darkest += p[0] == 1 && p[1] == 2 && p[2] == 3;
+        grey += p[0] == 90 && p[1] == 90 && p[2] == 90;
+    }
+    EXPECT_EQ(red, 25u); // 16 / 3 = 5 times
+    EXPECT_EQ(darkest, 25u);
+    EXPECT_EQ(grey, 15u * 8u); // 100 / 7 and 50 / 7, rounded up
+}
+
+TEST(Drawing, LinesFarOutsideDoNoHarm)
+{
+    Picture picture = makePicture(9, 9, 3, 8);
+    for (const double far : {1e9, 1e300, std::numeric_limits<double>::infinity(), std::nan("")})
+        drawRectangle(picture, {-far, 4.5}, {2 * far, 0}, {0, far});
+    drawLine(picture, {-1e9, 4.5}, {1e9, 4.5}, 1, {9, 8, 7});
+    EXPECT_EQ(samples8(picture)[(4 * 9 + 3) * 3], 9);
+}
+
+} // namespace

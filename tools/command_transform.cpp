@@ -1,0 +1,115 @@
+#include "commands.h"
+#include "drawing.h"
+#include "failure.h"
+#include "picture_io.h"
+#include "sampling_options.h"
+#include "status_names.h"
+#include "timing.h"
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+namespace kiptool {
+namespace {
+
+struct TransformOptions {
+    std::string in, out, overlay;
+    SamplingOptions sampling;
+    bool time = false;
+};
+
+// An image of the library that is let go at the end.
+struct Image {
+    kimg_image image;
+
+    Image() { kimg_image_constructUnbound(&image); }
+    Image(const Image &) = delete;
+    Image &operator=(const Image &) = delete;
+    ~Image() { kimg_image_destruct(&image); }
+};
+
+// Puts a picture's own memory behind an image.
+void bindTo(Image &image, Picture &picture)
+{
+    requireSuccess(kimg_image_constructExternal(&image.image, depthOf(picture) / 8, picture.width, picture.height,
+                                                picture.width, bytesOf(picture)),
+                   "source image");
+}
+
+Picture pictureOf(const Image &image, int depth)
+{
+    kimg_windowConst window;
+    requireSuccess(kimg_windowConst_init(&window, &image.image), "result");
+    Picture picture = makePicture(window.width, window.height, 1, depth);
+    std::visit(
+        [&window](auto &samples) {
+            const auto *from = static_cast<decltype(samples.data())>(const_cast<void *>(window.pixels));
+            for (ptrdiff_t y = 0; y < window.height; ++y)
+                std::copy_n(from + y * window.pitch, window.width, samples.begin() + y * window.width);
+        },
+        picture.samples);
+    return picture;
+}
+
+void drawOverlay(Picture &colour, const kmath_shapeAffineRect &rect)
+{
+    drawRectangle(colour, {rect.tx, rect.ty}, {rect.e0, rect.e2}, {rect.e1, rect.e3});
+}
+
+void runTransform(const TransformOptions &options)
+{
+    formatOfName(options.out); // a name that cannot serve is told before any work
+    if (!options.overlay.empty() && formatOfName(options.overlay) != Format::png)
+        throw Failure(options.overlay + ": the overlay is a PNG picture: use .png");
+    const kip_affineSampleParams params = makeSampling(options.sampling);
+    Picture original = readPicture(options.in).picture;
+
+    // Before the transform, since it shows best why a rectangle is refused.
+    if (!options.overlay.empty()) {
+        Picture colour = toColour8(original);
+        drawOverlay(colour, params.rect);
+        writePicture(options.overlay, colour);
+    }
+
+    Picture grey = toGrey(std::move(original));
+    Image source, destination;
+    bindTo(source, grey);
+    const auto transform = depthOf(grey) == 16 ? kip_affineTransform16 : kip_affineTransform;
+    requireSuccess(transform(&source.image, &destination.image, &params, nullptr), "transform");
+    const Picture result = pictureOf(destination, depthOf(grey));
+    writePicture(options.out, result);
+
+    if (options.time) {
+        kip_affineSampleCache *handle = nullptr;
+        requireSuccess(kip_affineSampleCache_construct(&handle), "cache");
+        const auto release = [](kip_affineSampleCache *cache) { kip_affineSampleCache_destruct(&cache); };
+        const std::unique_ptr<kip_affineSampleCache, decltype(release)> owner(handle, release);
+        const Timing timing = measure([&] { // into the destination that is bound now
+            requireSuccess(transform(&source.image, &destination.image, &params, &handle), "transform");
+        });
+        std::cout << result.width << " x " << result.height << ", " << depthOf(result) << " bits, "
+                  << modeName(params.mode) << ": "
+                  << describeTiming(timing, static_cast<double>(result.width) * result.height) << '\n';
+    }
+}
+
+} // namespace
+
+Command addTransformCommand(CLI::App &tool)
+{
+    CLI::App *app = tool.add_subcommand("transform", "Straighten a rectangle of a picture");
+    const auto options = std::make_shared<TransformOptions>();
+    app->add_option("IN", options->in, "Picture to sample")->required();
+    app->add_option("OUT", options->out, "Result, in the depth of IN: .png, .tif, .tiff or .pgm")->required();
+    addSamplingOptions(*app, options->sampling);
+    app->add_flag("--time", options->time,
+                  "Repeat the operation and print milliseconds and megapixels of result per second");
+    app->add_option("--overlay", options->overlay,
+                    "Draw the rectangle over IN, its top side green with an arrow, into this PNG file; drawn also when "
+                    "the transform is refused")
+        ->type_name("FILE.png");
+    return {app, [options] { runTransform(*options); }};
+}
+
+} // namespace kiptool
