@@ -1,0 +1,335 @@
+// Clean-up lists, critical section, shutdown callbacks, processor information, attention, inhibit hook.
+
+#include <ksys/ksys.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <kstd/kprt.h>
+
+#include "support/failing_allocator.h"
+
+namespace {
+
+using kip::test::FailingAllocator;
+
+// What the routines below have done, in order.
+std::string journal;
+
+int32_t noteObject(void *object)
+{
+    journal += *static_cast<const char *>(object);
+    return 0;
+}
+
+int32_t noteAndFail(void *object)
+{
+    noteObject(object);
+    return -static_cast<int32_t>(*static_cast<const char *>(object));
+}
+
+int32_t noteAndSucceed(void *object)
+{
+    noteObject(object);
+    return 1;
+}
+
+int32_t noteBlock(void *address)
+{
+    journal += '*';
+    return ksys_memory_free_internal(address);
+}
+
+TEST(Cleanup, releasesEachEntryOnceLastFirst)
+{
+    FailingAllocator allocator;
+    char a = 'a';
+    char b = 'b';
+    void *block = nullptr;
+    ASSERT_EQ(ksys_memory_alloc_internal(10, &block), 0);
+    ksys_cleanupEntry entries[] = {{0, ksys_cleanupObject, &a, noteObject},
+                                   {1, ksys_cleanupBlock, block, noteBlock},
+                                   {2, ksys_cleanupObject, &b, noteObject}};
+    int32_t count = 3;
+    int32_t status = 0;
+    journal.clear();
+    EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), 0);
+    EXPECT_EQ(journal, "b*a");
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(allocator.liveBlocks(), 0);
+
+    EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), 0);
+    EXPECT_EQ(journal, "b*a");
+}
+
+TEST(Cleanup, keepsTheFirstFailure)
+{
+    char names[] = {'a', 'b', 'c'};
+    struct Case {
+        const char *name;
+        ksys_cleanupRoutine routines[3];
+        int32_t before, after;
+    };
+    const Case cases[] = {
+        {"the caller's failure stands", {noteAndFail, noteAndFail, noteAndFail}, -7, -7},
+        {"the failure that happens first", {noteAndFail, noteAndFail, noteObject}, 0, -'b'},
+        {"a positive status gives way", {noteAndFail, noteObject, noteObject}, 5, -'a'},
+        {"a positive status stays", {noteAndSucceed, noteAndSucceed, noteAndSucceed}, 5, 5},
+        {"success is no status to keep", {noteAndSucceed, noteObject, noteObject}, 0, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        ksys_cleanupEntry entries[3];
+        for (int32_t i = 0; i < 3; ++i)
+            entries[i] = {i, ksys_cleanupObject, &names[i], c.routines[i]};
+        int32_t count = 3;
+        int32_t status = c.before;
+        journal.clear();
+        EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), c.after);
+        EXPECT_EQ(status, c.after);
+        EXPECT_EQ(journal, "cba");
+    }
+}
+
+TEST(CriticalSection, racingThreadsMakeOneAndExcludeEachOther)
+{
+    static ksys_criticalSection sections[50];
+    static uint32_t onceWords[50];
+    int64_t guarded[50] = {};
+    std::atomic<int> failures{0};
+    FailingAllocator allocator;
+    allocator.failFrom(1);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 50; ++i) {
+                failures += ksys_criticalSection_constructSingleton(&sections[i], &onceWords[i]) != 0 ? 1 : 0;
+                for (int round = 0; round < 20; ++round) {
+                    uint32_t word = 0;
+                    failures += ksys_criticalSection_wait(&sections[i], round % 2 == 0 ? &word : nullptr) != 0 ? 1 : 0;
+                    ++guarded[i];
+                    failures += ksys_criticalSection_release(&sections[i]) != 0 ? 1 : 0;
+                }
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(allocator.requests(), 0);
+    for (const int64_t count : guarded)
+        EXPECT_EQ(count, 4 * 20);
+}
+
+char argumentNames[] = {'a', 'b', 'c', 'd'};
+
+int32_t noteAndRegister(void *object)
+{
+    noteObject(object);
+    return ksys_shutdown_register(noteObject, &argumentNames[3]);
+}
+
+int32_t noteAndRun(void *object)
+{
+    noteObject(object);
+    return ksys_shutdown_run();
+}
+
+TEST(Shutdown, runsCallbacksOnceNewestFirst)
+{
+    struct Case {
+        const char *name;
+        ksys_shutdownRoutine routines[3];
+        const char *order;
+        int32_t status;
+    };
+    const Case cases[] = {
+        {"plain", {noteObject, noteObject, noteObject}, "cba", 0},
+        {"two fail", {noteAndFail, noteObject, noteAndFail}, "cba", -'c'},
+        {"one registers another, then the newest", {noteObject, noteAndRegister, noteObject}, "cbda", 0},
+        {"one runs the shutdown", {noteObject, noteAndRun, noteObject}, "cba", 0},
+    };
+    ksys_shutdown_run(); // whatever stands registered
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        FailingAllocator allocator;
+        journal.clear();
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(ksys_shutdown_register(c.routines[i], &argumentNames[i]), 0);
+        EXPECT_EQ(journal, "");
+        EXPECT_EQ(ksys_shutdown_run(), c.status);
+        EXPECT_EQ(journal, c.order);
+        EXPECT_EQ(ksys_shutdown_run(), 0);
+        EXPECT_EQ(journal, c.order);
+        EXPECT_EQ(allocator.liveBlocks(), 0);
+    }
+}
+
+TEST(Shutdown, registrationWithoutMemoryFails)
+{
+    ksys_shutdown_run();
+    journal.clear();
+    FailingAllocator allocator;
+    allocator.failFrom(1);
+    EXPECT_EQ(ksys_shutdown_register(noteObject, &argumentNames[0]), ksys_statusOutOfMemory);
+    EXPECT_EQ(ksys_shutdown_register(nullptr, &argumentNames[0]), ksys_statusBadArgument);
+    EXPECT_EQ(ksys_shutdown_run(), 0);
+    EXPECT_EQ(journal, "");
+}
+
+int32_t countCall(void *counter)
+{
+    ++*static_cast<std::atomic<int> *>(counter);
+    return 0;
+}
+
+TEST(Shutdown, threadsRegisterAndRunAtOnce)
+{
+    std::atomic<int> calls{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&calls] {
+            for (int i = 0; i < 200; ++i) {
+                ksys_shutdown_register(countCall, &calls);
+                if (i % 10 == 0)
+                    ksys_shutdown_run();
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    ksys_shutdown_run();
+    EXPECT_EQ(calls, 4 * 200);
+}
+
+int32_t printArgument(void *argument)
+{
+    std::fputs(static_cast<const char *>(argument), stderr);
+    return 0;
+}
+
+TEST(ShutdownDeathTest, runsWhenTheProcessEnds)
+{
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    static char older[] = " older";
+    static char newer[] = "newer";
+    const auto registerAndExit = [] {
+        ksys_shutdown_register(printArgument, older);
+        ksys_shutdown_register(printArgument, newer);
+        std::exit(3);
+    };
+    EXPECT_EXIT(registerAndExit(), testing::ExitedWithCode(3), "^newer older$");
+}
+
+bool areEqual(const ksys_cpuinfo &a, const ksys_cpuinfo &b)
+{
+    return a.kind == b.kind && a.family == b.family && a.model == b.model && a.stepping == b.stepping &&
+           a.features == b.features;
+}
+
+TEST(ProcessorInformation, reportsTheOverrideOrTheProcessor)
+{
+    ksys_cpuinfo real;
+    ASSERT_EQ(ksys_cpuinfo_init(&real), 0);
+#if defined(__x86_64__)
+    EXPECT_EQ(real.kind, 1u);
+    EXPECT_TRUE(real.features & ksys_featurePackedInteger);
+    EXPECT_EQ((real.features & ksys_featureAvx2) != 0, __builtin_cpu_supports("avx2") != 0);
+    EXPECT_NE(real.family, 0u);
+#else
+    EXPECT_TRUE(areEqual(real, {0, 0, 0, 0, 0}));
+#endif
+    for (const ksys_cpuinfo &made : {ksys_cpuinfo{5, 1, 2, 3, 0}, ksys_cpuinfo{1, 0, 0, 0, 1}, ksys_cpuinfo{}}) {
+        ksys_cpuinfo given = made;
+        ksys_cpuinfo told = real;
+        EXPECT_EQ(ksys_cpuinfo_setOverride(&given), 0);
+        given.kind = 99; // it was copied
+        EXPECT_EQ(ksys_cpuinfo_init(&told), 0);
+        EXPECT_TRUE(areEqual(told, made));
+        told = real;
+        EXPECT_EQ(ksys_cpuinfo_get(&told), 0);
+        EXPECT_TRUE(areEqual(told, made));
+    }
+    ksys_cpuinfo told{};
+    EXPECT_EQ(ksys_cpuinfo_setOverride(nullptr), 0);
+    EXPECT_EQ(ksys_cpuinfo_init(&told), 0);
+    EXPECT_TRUE(areEqual(told, real));
+}
+
+// Whatever the order of changes, a query gives one record or the other, never a mixture.
+TEST(ProcessorInformation, changesWholeUnderRunningThreads)
+{
+    ksys_cpuinfo real;
+    ksys_cpuinfo_init(&real);
+    const ksys_cpuinfo made{7, 7, 7, 7, 7};
+    ksys_cpuinfo shared{};
+    std::atomic<int> running{3};
+    std::atomic<int> mixed{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 2000; ++i) {
+                ksys_cpuinfo told{};
+                ksys_cpuinfo_init(&told);
+                ksys_cpuinfo_get(&shared);
+                mixed += areEqual(told, real) || areEqual(told, made) ? 0 : 1;
+            }
+            --running;
+        });
+    }
+    while (running > 0) {
+        ksys_cpuinfo_setOverride(&made);
+        ksys_cpuinfo_setOverride(nullptr);
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(mixed, 0);
+}
+
+int32_t answer(void *context)
+{
+    return *static_cast<int32_t *>(context);
+}
+
+TEST(Attention, asksTheHandlerOfTheCallingThread)
+{
+    EXPECT_EQ(ksys_attention_check(), 0);
+    int32_t mine = -5;
+    EXPECT_EQ(ksys_attention_setHandler(answer, &mine), 0);
+    EXPECT_EQ(ksys_attention_check(), -5);
+    mine = 2;
+    EXPECT_EQ(ksys_attention_check(), 2);
+    int32_t unset = -1;
+    int32_t set = 0;
+    std::thread([&] {
+        unset = ksys_attention_check();
+        int32_t other = -9;
+        ksys_attention_setHandler(answer, &other);
+        set = ksys_attention_check();
+    }).join();
+    EXPECT_EQ(unset, 0);
+    EXPECT_EQ(set, -9);
+    EXPECT_EQ(ksys_attention_check(), 2);
+    EXPECT_EQ(ksys_attention_setHandler(nullptr, nullptr), 0);
+    EXPECT_EQ(ksys_attention_check(), 0);
+}
+
+TEST(InhibitHook, isAskedByName)
+{
+    EXPECT_EQ(kprt_isOptimizationInhibited(L"some kernel"), 0);
+    kprt_isOptimizationInhibitedFP = [](const wchar_t *name) { return std::wcscmp(name, L"some kernel") == 0 ? 4 : 0; };
+    EXPECT_EQ(kprt_isOptimizationInhibited(L"some kernel"), 4);
+    EXPECT_EQ(kprt_isOptimizationInhibited(L"another"), 0);
+    kprt_isOptimizationInhibitedFP = nullptr;
+    EXPECT_EQ(kprt_isOptimizationInhibited(L"some kernel"), 0);
+}
+
+} // namespace
