@@ -58,15 +58,19 @@ int32_t fillWindow(const kimg_window *window, Pixel value)
         return kip_pelStatusPixelSize;
     if (isEmpty(*window))
         return 0;
-    // Bytes, since the caller's memory need not be aligned for its pixels.
+    // Bytes, since the caller's memory need not be aligned for its pixels. They could alias the window's record,
+    // so that its numbers are read before the first is written.
+    const int64_t width = window->width;
+    const int64_t height = window->height;
+    const int64_t pitch = window->pitch * kPixel;
     auto *const first = static_cast<unsigned char *>(window->pixels);
-    for (int64_t y = 0; y < window->height; ++y) {
-        unsigned char *const row = first + y * window->pitch * kPixel;
-        if constexpr (sizeof(Pixel) == 1) {
-            std::memset(row, value, static_cast<size_t>(window->width));
+    for (int64_t y = 0; y < height; ++y) {
+        unsigned char *const row = first + y * pitch;
+        if constexpr (kPixel == 1) {
+            std::memset(row, value, static_cast<size_t>(width));
         } else {
-            for (int64_t x = 0; x < window->width; ++x)
-                std::memcpy(row + x * kPixel, &value, sizeof value);
+            for (int64_t x = 0; x < width; ++x)
+                std::memcpy(row + x * kPixel, &value, kPixel);
         }
     }
     return 0;
