@@ -17,9 +17,9 @@
 
 namespace kip::test {
 
-// What a test is about to do. An access to a guard page ends the program before the test can report anything;
-// this note is then printed, and the fault takes its usual course.
-inline char crashNote[512];
+// What a thread of a test is about to do. An access to a guard page ends the program before the test can report
+// anything; this note is then printed, and the fault takes its usual course.
+inline thread_local char crashNote[1024];
 
 #if defined(_WIN32)
 

@@ -35,69 +35,70 @@ uint32_t effectiveMode(const TransformCase &c)
 }
 
 template <typename Pixel>
-std::string compareWithModel(const TransformCase &c, const kimg_windowConst &source,
-                             const PixelRows<Pixel> &destination)
+PixelRows<Pixel> placeSource(const TransformCase &c, const TransformMemory &memory)
 {
-    kip_affineSampleParams params = c.params;
-    params.mode = effectiveMode(c);
-    const SlowModel model = makeSlowModel(source, c.srcFromClient, params, modelWalker(source, c.srcFromClient, params),
-                                          modelTileSize(source));
-    for (int32_t y = 0; y < destination.height; ++y) {
-        for (int32_t x = 0; x < destination.width; ++x) {
-            const uint32_t expected = sampleSlowly(model, x, y);
-            if (destination.row(y)[x] != expected)
-                return "at (" + std::to_string(x) + ", " + std::to_string(y) + ") " +
-                       std::to_string(destination.row(y)[x]) + " instead of " + std::to_string(expected);
-        }
-    }
-    return "";
+    return placeRows<Pixel>(memory.source, c.sourceGuard, c.width, c.height, c.pitch);
 }
 
 template <typename Pixel>
-std::string checkUntouched(const PixelRows<Pixel> &destination, Pixel before)
+TransformResult run(const TransformCase &c, const TransformMemory &memory)
 {
-    for (int32_t y = 0; y < destination.height; ++y)
-        for (int32_t x = 0; x < destination.width; ++x)
-            if (destination.row(y)[x] != before)
-                return "a failed call wrote (" + std::to_string(x) + ", " + std::to_string(y) + ")";
-    return "";
-}
-
-template <typename Pixel>
-std::string check(const TransformCase &c, const TransformMemory &memory, bool withModel, int32_t *status)
-{
-    const auto source = placeRows<Pixel>(memory.source, c.sourceGuard, c.width, c.height, c.pitch);
+    const auto source = placeSource<Pixel>(c, memory);
     Random random(c.seed);
     fillPixels(source, Pattern::random, random);
-    const int32_t destinationPitch = c.destinationPitch == 0 ? c.params.destWidth : c.destinationPitch;
-    const auto destination = placeRows<Pixel>(memory.destination, c.destinationGuard, c.params.destWidth,
-                                              c.params.destHeight, destinationPitch);
+    // Sizes below 1 are for the library to refuse; the image behind them has a pixel all the same.
+    const int32_t width = std::max(c.params.destWidth, 1);
+    const int32_t pitch = c.destinationPitch == 0 ? width : c.destinationPitch;
+    const auto destination =
+        placeRows<Pixel>(memory.destination, c.destinationGuard, width, std::max(c.params.destHeight, 1), pitch);
     putCanaries(memory.destination, destination);
     constexpr Pixel before = 77;
     for (int32_t y = 0; y < destination.height; ++y)
         std::fill_n(destination.row(y), destination.width, before);
 
-    const ScopedImage from(c.bytesPerPixel, c.width, c.height, c.pitch, source.first);
+    ScopedImage from(c.bytesPerPixel, c.width, c.height, c.pitch, source.first);
     ScopedImage to(c.bytesPerPixel, destination.width, destination.height, destination.pitch, destination.first);
-    kimg_image &sourceImage = const_cast<kimg_image &>(from.image);
-    sourceImage.x = c.x;
-    sourceImage.y = c.y;
-    if (kimg_image_setLinearImageFromClientXform(&sourceImage, &c.srcFromClient) < 0)
-        return "the client map could not be set";
+    from.image.x = c.x;
+    from.image.y = c.y;
+    kimg_image_setLinearImageFromClientXform(&from.image, &c.srcFromClient);
 
-    const std::string description = describe(c);
-    noteForCrash(description);
-    *status = c.bytesPerPixel == 1 ? kip_affineTransform(&from.image, &to.image, &c.params, nullptr)
-                                   : kip_affineTransform16(&from.image, &to.image, &c.params, nullptr);
-    std::string failure = findDeadCanary(memory.destination, destination);
-    if (failure.empty() && *status < 0)
-        failure = checkUntouched(destination, before);
-    if (failure.empty() && *status >= 0 && withModel) {
-        const kimg_windowConst window = {c.width,      c.height,       c.x, c.y, 0, 0, c.width, c.height, c.pitch,
-                                         source.first, c.bytesPerPixel};
-        failure = compareWithModel(c, window, destination);
+    noteForCrash(describe(c));
+    TransformResult result;
+    result.status = c.bytesPerPixel == 1 ? kip_affineTransform(&from.image, &to.image, &c.params, nullptr)
+                                         : kip_affineTransform16(&from.image, &to.image, &c.params, nullptr);
+    result.damage = findDeadCanary(memory.destination, destination);
+    for (int32_t y = 0; y < destination.height; ++y)
+        result.pixels.insert(result.pixels.end(), destination.row(y), destination.row(y) + destination.width);
+    if (result.status < 0 && result.damage.empty() &&
+        std::count(result.pixels.begin(), result.pixels.end(), before) != std::ssize(result.pixels))
+        result.damage = "wrote pixels and failed";
+    return result;
+}
+
+const void *sourcePixels(const TransformCase &c, const TransformMemory &memory)
+{
+    return c.bytesPerPixel == 1 ? static_cast<const void *>(placeSource<uint8_t>(c, memory).first)
+                                : placeSource<uint16_t>(c, memory).first;
+}
+
+std::string compareWithModel(const TransformCase &c, const TransformMemory &memory, const TransformResult &result)
+{
+    const kimg_windowConst source = {
+        c.width, c.height, c.x, c.y, 0, 0, c.width, c.height, c.pitch, sourcePixels(c, memory), c.bytesPerPixel};
+    kip_affineSampleParams params = c.params;
+    params.mode = effectiveMode(c);
+    const SlowModel model = makeSlowModel(source, c.srcFromClient, params, modelWalker(source, c.srcFromClient, params),
+                                          modelTileSize(source));
+    auto actual = result.pixels.begin();
+    for (int32_t y = 0; y < params.destHeight; ++y) {
+        for (int32_t x = 0; x < params.destWidth; ++x, ++actual) {
+            const uint32_t expected = sampleSlowly(model, x, y);
+            if (*actual != expected)
+                return "at (" + std::to_string(x) + ", " + std::to_string(y) + ") " + std::to_string(*actual) +
+                       " instead of " + std::to_string(expected);
+        }
     }
-    return failure.empty() ? "" : description + ": " + failure;
+    return "";
 }
 
 kmath_xformLinear inClient(const TransformCase &c, const kmath_xformLinear &rectInSource)
@@ -212,14 +213,19 @@ InhibitOptimizedPaths::~InhibitOptimizedPaths()
     kprt_isOptimizationInhibitedFP = nullptr;
 }
 
-std::string checkAgainstModel(const TransformCase &c, const TransformMemory &memory, int32_t *status)
+TransformResult runTransform(const TransformCase &c, const TransformMemory &memory)
 {
-    return c.bytesPerPixel == 1 ? check<uint8_t>(c, memory, true, status) : check<uint16_t>(c, memory, true, status);
+    return c.bytesPerPixel == 1 ? run<uint8_t>(c, memory) : run<uint16_t>(c, memory);
 }
 
-std::string checkMemorySafety(const TransformCase &c, const TransformMemory &memory, int32_t *status)
+std::string checkAgainstModel(const TransformCase &c, const TransformMemory &memory, int32_t *status)
 {
-    return c.bytesPerPixel == 1 ? check<uint8_t>(c, memory, false, status) : check<uint16_t>(c, memory, false, status);
+    const TransformResult result = runTransform(c, memory);
+    *status = result.status;
+    std::string failure = result.damage;
+    if (failure.empty() && result.status >= 0)
+        failure = compareWithModel(c, memory, result);
+    return failure.empty() ? "" : describe(c) + ": " + failure;
 }
 
 void placeCorners(const CornerCenters &corners, TransformCase *c)

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <kip/kip.h>
 
@@ -42,12 +43,17 @@ public:
     InhibitOptimizedPaths &operator=(const InhibitOptimizedPaths &) = delete;
 };
 
-// Runs a case and holds every pixel against the slow model; on failure of the call every pixel must be as it
-// was. status receives what the call returned. Returns nothing, or what is wrong.
-std::string checkAgainstModel(const TransformCase &c, const TransformMemory &memory, int32_t *status);
+struct TransformResult {
+    int32_t status;
+    std::vector<uint32_t> pixels; // of the destination, row by row
+    std::string damage;           // where the call wrote outside the destination, or that it failed and wrote inside
+};
 
-// Runs a case and only looks that the call keeps to its memory.
-std::string checkMemorySafety(const TransformCase &c, const TransformMemory &memory, int32_t *status);
+TransformResult runTransform(const TransformCase &c, const TransformMemory &memory);
+
+// Runs a case and holds every pixel against the slow model, if the call succeeds. Returns nothing, or what is
+// wrong; status receives what the call returned.
+std::string checkAgainstModel(const TransformCase &c, const TransformMemory &memory, int32_t *status);
 
 // Draws a rectangle for a case whose other fields (source, map, mode, destWidth, destHeight) stand: turned,
 // sheared, mirrored or squeezed at random, inside the source and often touching its edges, sometimes of whole

@@ -1,0 +1,326 @@
+// Transforms that run as jobs: the same bytes for every number of threads, the bands they are cut into, and
+// what happens when memory runs out or several callers meet.
+
+#include <atomic>
+#include <cstdint>
+#include <cwchar>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/failing_allocator.h"
+#include "support/images.h"
+#include "support/transform_case.h"
+
+namespace kip::test {
+
+namespace {
+
+// The hook, called from the jobs as well.
+std::atomic<int32_t> questions;
+std::atomic<int32_t> answer;
+
+int32_t answerAboutProcess(const wchar_t *kernelName)
+{
+    if (std::wcsncmp(kernelName, L"kip_affineProcess", 17) != 0)
+        return 0;
+    ++questions;
+    return answer;
+}
+
+class TransformJobs : public testing::Test {
+protected:
+    ~TransformJobs() override
+    {
+        kprt_isOptimizationInhibitedFP = nullptr;
+        ksys_jobThreadGroup_setThreadCount(0);
+    }
+    // Whether the optimised paths are inhibited.
+    static void installHook(bool isInhibited)
+    {
+        questions = 0;
+        answer = isInhibited ? 1 : 0;
+        kprt_isOptimizationInhibitedFP = answerAboutProcess;
+    }
+
+    const TransformMemory memory;
+};
+
+// A rectangle turned by some ten degrees that fills most of a source, onto columns x rows pixels.
+TransformCase turnedCase(int32_t bytesPerPixel, uint32_t mode, int32_t width, int32_t height, int32_t pitch,
+                         int32_t columns, int32_t rows)
+{
+    TransformCase c;
+    c.bytesPerPixel = bytesPerPixel;
+    c.width = width;
+    c.height = height;
+    c.pitch = pitch;
+    c.seed = 40100 + static_cast<uint64_t>(columns);
+    c.params.mode = mode;
+    c.params.destWidth = columns;
+    c.params.destHeight = rows;
+    const double w = width - 1.0;
+    const double h = height - 1.0;
+    placeCorners({{0.5 + 0.11 * w, 0.53}, {0.5 + 0.98 * w, 0.5 + 0.12 * h}, {0.52, 0.5 + 0.87 * h}}, &c);
+    return c;
+}
+
+TEST_F(TransformJobs, SameBytesForEveryThreadCount)
+{
+    struct Row {
+        const char *name;
+        int32_t bytesPerPixel;
+        int32_t width, height, pitch, columns, rows;
+    };
+    const Row table[] = {
+        {"short rows", 1, 600, 400, 640, 517, 701},
+        {"rows beyond 1024", 1, 1100, 300, 1500, 521, 703},
+        {"rows beyond 2048", 1, 900, 200, 2500, 700, 389},
+        {"rows beyond 3072", 1, 900, 200, 5000, 700, 387},
+        {"taller than 32767", 1, 90, 300, 91, 9, 40001},
+        {"source rows beyond 32767", 1, 33000, 60, 33001, 2203, 165},
+        {"source taller than 32767", 1, 60, 33000, 61, 301, 1201},
+        {"source taller than 32767, in doubles", 1, 60, 33000, 61, 4500, 60},
+        {"16 bits, short rows", 2, 600, 400, 640, 517, 701},
+        {"16 bits, rows beyond 1024", 2, 1100, 300, 1500, 521, 703},
+        {"16 bits, rows beyond 2048", 2, 900, 200, 2500, 700, 389},
+        {"16 bits, rows beyond 3072", 2, 900, 200, 5000, 700, 387},
+        {"16 bits, taller than 32767", 2, 90, 300, 91, 9, 40001},
+        {"16 bits, bottom-up", 2, 500, 300, -501, 301, 1101},
+    };
+    for (const Row &row : table) {
+        for (const bool isInhibited : {false, true}) {
+            SCOPED_TRACE(std::string(row.name) + (isInhibited ? ", inhibited" : ""));
+            installHook(isInhibited);
+            const TransformCase c = turnedCase(row.bytesPerPixel, kip_affineModeBilinear, row.width, row.height,
+                                               row.pitch, row.columns, row.rows);
+            ksys_jobThreadGroup_setThreadCount(1);
+            const TransformResult alone = runTransform(c, memory);
+            ASSERT_EQ(alone.status, 0);
+            for (const int32_t threads : {2, 3, 8}) {
+                ksys_jobThreadGroup_setThreadCount(threads);
+                const TransformResult result = runTransform(c, memory);
+                EXPECT_EQ(result.status, 0);
+                EXPECT_EQ(result.damage, "");
+                EXPECT_TRUE(result.pixels == alone.pixels) << threads << " threads";
+            }
+        }
+    }
+}
+
+// The hook is asked once for every band, and once more by the 8-bit driver when it chooses the bands' height.
+TEST_F(TransformJobs, CutsLargeWorkIntoBandsOfOneTileRow)
+{
+    struct Row {
+        int32_t bytesPerPixel;
+        uint32_t mode;
+        int32_t pitch, columns, rows;
+        int32_t bands;
+    };
+    constexpr uint32_t kNearest = kip_affineModeNearest;
+    constexpr uint32_t kBilinear = kip_affineModeBilinear;
+    const Row table[] = {
+        {2, kBilinear, 640, 300, 336, 1},     // not above one and a half bands
+        {2, kBilinear, 640, 300, 337, 2},     //
+        {2, kBilinear, 640, 181, 362, 1},     // 65522 pixels
+        {2, kBilinear, 640, 128, 512, 3},     // 65536
+        {2, kNearest, 640, 500, 500, 1},      // 250000 pixels
+        {2, kNearest, 640, 512, 512, 3},      // 262144
+        {2, kBilinear, 1024, 256, 448, 2},    //
+        {2, kBilinear, 1025, 256, 448, 5},    //
+        {2, kBilinear, 2000, 1000, 1000, 11}, //
+        {2, kBilinear, 2049, 700, 96, 1},     //
+        {2, kBilinear, 2049, 700, 97, 2},     //
+        {2, kBilinear, 3072, 256, 448, 7},    //
+        {2, kBilinear, 3073, 256, 448, 10},   //
+        {2, kBilinear, 640, 2, 40000, 179},   // taller than 32767
+        {1, kBilinear, 640, 700, 96, 1},      // the portable 8-bit tiles are 64 high, whatever the pitch
+        {1, kBilinear, 640, 700, 97, 2},      //
+        {1, kBilinear, 5000, 256, 448, 7},    //
+        {1, kNearest, 640, 512, 511, 1},      //
+        {1, kNearest, 640, 512, 512, 8},      //
+    };
+    for (const Row &row : table) {
+        SCOPED_TRACE(testing::PrintToString(row.pitch) + ", " + testing::PrintToString(row.columns) + " x " +
+                     testing::PrintToString(row.rows));
+        const TransformCase c = turnedCase(row.bytesPerPixel, row.mode, 600, 300, row.pitch, row.columns, row.rows);
+        for (const int32_t threads : {1, 2, 5}) {
+            ksys_jobThreadGroup_setThreadCount(threads);
+            installHook(true);
+            ASSERT_EQ(runTransform(c, memory).status, 0);
+            const int32_t asked = threads > 1 && row.bytesPerPixel == 1 ? 1 : 0;
+            EXPECT_EQ(questions, (threads == 1 ? 1 : row.bands) + asked) << threads << " threads";
+        }
+    }
+}
+
+TEST_F(TransformJobs, PassOnTheStatusOfAJob)
+{
+    ksys_jobThreadGroup_setThreadCount(4);
+    const TransformCase c = turnedCase(2, kip_affineModeBilinear, 60, 40, 32768, 400, 400);
+    const TransformResult result = runTransform(c, memory);
+    EXPECT_EQ(result.status, int32_t{kip_statusSourceTooLarge});
+    EXPECT_EQ(result.damage, "");
+}
+
+// ---- With images of their own ------------------------------------------------------------------------------------
+
+// What several threads do at once: a source that they share, and a destination and a cache for each.
+struct Work {
+    TransformCase c;
+    Pixels source;
+    Image sourceImage;
+
+    Work(int32_t bytesPerPixel, uint32_t mode, int32_t columns, int32_t rows)
+        : c(turnedCase(bytesPerPixel, mode, 400, 300, 401, columns, rows)), source(bytesPerPixel, 400, 300, 401),
+          sourceImage(source)
+    {}
+
+    Pixels makeDestination() const
+    {
+        return Pixels(c.bytesPerPixel, c.params.destWidth, c.params.destHeight, c.params.destWidth + 3, 9);
+    }
+    int32_t transformInto(Image &destination, kip_affineSampleCache **cache)
+    {
+        return c.bytesPerPixel == 1 ? kip_affineTransform(sourceImage.get(), destination.get(), &c.params, cache)
+                                    : kip_affineTransform16(sourceImage.get(), destination.get(), &c.params, cache);
+    }
+};
+
+TEST_F(TransformJobs, FailingAllocationsLeaveTheDestinationAlone)
+{
+    ksys_jobThreadGroup_setThreadCount(3);
+    for (const int32_t bytesPerPixel : {1, 2}) {
+        for (const bool withCache : {false, true}) {
+            Work work(bytesPerPixel, kip_affineModeBilinear, 250, 700);
+            const Pixels before = work.makeDestination();
+            Pixels destination = before;
+            Image image(destination);
+            const kmath_xformLinear map = {1, 2, 3, 4, 5, 7};
+            image.setMap(map);
+            const int64_t requests = failEachAllocation([&] {
+                kip_affineSampleCache *cache = nullptr;
+                int32_t status = withCache ? kip_affineSampleCache_construct(&cache) : 0;
+                if (status >= 0)
+                    status = work.transformInto(image, withCache ? &cache : nullptr);
+                kip_affineSampleCache_destruct(&cache);
+                if (status < 0) {
+                    EXPECT_TRUE(isSameMemory(before, destination));
+                    EXPECT_EQ(image.map().ty, map.ty);
+                }
+                return status;
+            });
+            // At least a block of data for every band (of 224 or 64 rows).
+            EXPECT_GE(requests, bytesPerPixel == 1 ? 11 : 4);
+            EXPECT_FALSE(isSameMemory(before, destination));
+        }
+    }
+}
+
+std::vector<std::unique_ptr<Work>> makeMixedWork()
+{
+    std::vector<std::unique_ptr<Work>> works;
+    works.push_back(std::make_unique<Work>(1, kip_affineModeBilinear, 251, 603));
+    works.push_back(std::make_unique<Work>(2, kip_affineModeBilinear, 253, 701));
+    works.push_back(std::make_unique<Work>(1, kip_affineModeNearest, 513, 607));
+    works.push_back(std::make_unique<Work>(2, kip_affineModeNearest, 90, 60)); // on the calling thread
+    return works;
+}
+
+std::vector<Pixels> transformAlone(const std::vector<std::unique_ptr<Work>> &works)
+{
+    ksys_jobThreadGroup_setThreadCount(1);
+    std::vector<Pixels> expected;
+    for (const auto &work : works) {
+        expected.push_back(work->makeDestination());
+        Image image(expected.back());
+        EXPECT_EQ(work->transformInto(image, nullptr), 0);
+    }
+    return expected;
+}
+
+TEST_F(TransformJobs, CallersOnSeveralThreads)
+{
+    const auto works = makeMixedWork();
+    const std::vector<Pixels> expected = transformAlone(works);
+    ksys_jobThreadGroup_setThreadCount(3);
+    std::vector<std::thread> callers;
+    for (int n = 0; n < 6; ++n) {
+        callers.emplace_back([&, n] {
+            kip_affineSampleCache *cache = nullptr;
+            EXPECT_EQ(kip_affineSampleCache_construct(&cache), 0);
+            for (size_t turn = 0; turn < 8; ++turn) {
+                const size_t at = (static_cast<size_t>(n) + turn) % works.size();
+                Pixels destination = works[at]->makeDestination();
+                Image image(destination);
+                EXPECT_EQ(works[at]->transformInto(image, turn % 2 == 0 ? &cache : nullptr), 0);
+                EXPECT_TRUE(isSameMemory(expected[at], destination));
+            }
+            kip_affineSampleCache_destruct(&cache);
+        });
+    }
+    for (std::thread &caller : callers)
+        caller.join();
+}
+
+struct InnerTransform {
+    Work *work;
+    Pixels *destination;
+};
+
+int32_t transformInsideJob(const ksys_jobParams *params)
+{
+    const InnerTransform *inner = nullptr;
+    const int32_t status = ksys_jobParams_getDataConst(params, &inner);
+    if (status < 0)
+        return status;
+    Image image(*inner->destination);
+    return inner->work->transformInto(image, nullptr);
+}
+
+int32_t keepBlock(void *)
+{
+    return 0;
+}
+
+TEST_F(TransformJobs, InsideAJob)
+{
+    const auto works = makeMixedWork();
+    const std::vector<Pixels> expected = transformAlone(works);
+    ksys_jobThreadGroup_setThreadCount(3);
+
+    std::vector<Pixels> destinations;
+    for (const auto &work : works)
+        destinations.push_back(work->makeDestination());
+    std::vector<InnerTransform> inner;
+    for (size_t n = 0; n < works.size(); ++n)
+        inner.push_back({works[n].get(), &destinations[n]});
+
+    ksys_jobThreadGroup group;
+    ksys_jobParams params;
+    ksys_jobRequestSet requests;
+    ksys_jobResultSet results;
+    ksys_jobThreadGroup_construct(&group);
+    ksys_jobParams_construct(&params);
+    ksys_jobRequestSet_construct(&requests);
+    ksys_jobResultSet_construct(&results);
+    for (InnerTransform &transform : inner) {
+        InnerTransform *block = &transform;
+        ASSERT_EQ(ksys_jobParams_takeData(&params, &block, keepBlock), 0);
+        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, transformInsideJob, &params), 0);
+    }
+    EXPECT_EQ(ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results), 0);
+    for (size_t n = 0; n < works.size(); ++n)
+        EXPECT_TRUE(isSameMemory(expected[n], destinations[n])) << n;
+    ksys_jobResultSet_destruct(&results);
+    ksys_jobRequestSet_destruct(&requests);
+    ksys_jobParams_destruct(&params);
+    ksys_jobThreadGroup_destruct(&group);
+}
+
+} // namespace
+
+} // namespace kip::test
