@@ -207,15 +207,16 @@ TEST(AlignedTransform, RefusesSharedWindowsThatItCannotWorkIn)
     for (const Turn &turn : kTurns) {
         SCOPED_TRACE(turn.name);
         if (turn.swapsAxes()) {
-            for (const auto &[width, height] : {Place{6, 5}, Place{5, 6}, Place{1, 8}}) {
+            for (const auto &[width, height, destWidth, destHeight] :
+                 {std::array{6, 5, 5, 6}, {5, 6, 6, 5}, {1, 8, 8, 1}, {6, 8, 6, 4}, {8, 6, 4, 6}}) {
                 Pixels pixels(1, 8, 8, 10);
                 const Pixels before = pixels;
                 kimg_windowConst source = pixels.windowConst();
                 source.width = width;
                 source.height = height;
                 kimg_window destination = pixels.window();
-                destination.width = height;
-                destination.height = width;
+                destination.width = destWidth;
+                destination.height = destHeight;
                 EXPECT_EQ(transformAligned(source, destination, turn.code, 1), kip_statusWindowMismatch);
                 EXPECT_TRUE(isSameMemory(before, pixels));
             }

@@ -239,11 +239,15 @@ TEST_P(TransformEntry, OtherDestinationsReceiveThePixelsTheyShareWithTheResult)
         {"right of the result", 40, 30, 32, 0},
         {"far away", 40, 30, INT32_MAX - 5, INT32_MIN},
     };
+    const kip_affineSampleParams samplings[] = {
+        kSlanted,
+        {kSlanted.rect, kip_affineModeNearest, 32, 16},
+        {kTurns[7].rect(9, 5, 16, 32), kip_affineModeNearest, 16, 32},
+    };
     for (const auto &row : rows) {
-        for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
-            SCOPED_TRACE(testing::Message() << row.name << ", mode " << mode);
-            kip_affineSampleParams params = kSlanted;
-            params.mode = mode;
+        for (const kip_affineSampleParams &params : samplings) {
+            SCOPED_TRACE(testing::Message() << row.name << ", mode " << params.mode << ", " << params.destWidth << " x "
+                                            << params.destHeight);
             Bound destination(bytes, row.width, row.height, row.width + 3);
             destination.image.place(row.x, row.y);
             ASSERT_GE(transform(source, destination.image, params), 0);
@@ -542,7 +546,7 @@ TEST_P(TransformEntry, TakesNoMemoryWithACacheAndABoundDestination)
         // One thread, or too little work for more.
         ksys_jobThreadGroup_setThreadCount(params.destWidth > 32 ? 1 : 4);
         Cache cache;
-        Bound destination(bytes, 330, 340);
+        Bound destination(bytes, params.destWidth, params.destHeight);
         FailingAllocator allocator;
         for (const char *const call : {"first", "second"}) {
             EXPECT_GE(transform(large, destination.image, params, &cache.handle), 0) << call;
