@@ -89,7 +89,7 @@ int32_t makeStorage(PixelStorage **storage, int32_t pitch, int32_t height, int32
 {
     if (!fitsMemory(pitch, height, bytesPerPixel))
         return kimg_statusTooLarge;
-    const size_t pixelBytes = static_cast<size_t>(int64_t{pitch} * height * bytesPerPixel);
+    const auto pixelBytes = static_cast<size_t>(int64_t{pitch} * height * bytesPerPixel);
     void *block = nullptr;
     const int32_t status = ksys_memory_alloc_internal(sizeof(PixelStorage) + pixelBytes, &block);
     if (status < 0)

@@ -78,7 +78,7 @@ typedef kimg_image kimg_imageConst;
 
 /**
  * Makes a bound image with pixels of its own, 64-byte aligned and uninitialised, at place (0, 0), with the
- * identity as its client map.
+ * identity as its client map. The pitch is the library's choice and may exceed the width; a window tells it.
  *
  * image          the record to initialise; needs #kimg_image_destruct afterwards, also after a failure.
  * bytesPerPixel  1, 2 or 4.

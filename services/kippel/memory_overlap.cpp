@@ -82,12 +82,12 @@ bool hasMultiple(int64_t step, int64_t first, int64_t last, int64_t least, int64
 bool shareByte(const ByteRows &a, const ByteRows &b)
 {
     // Row i of a and row j of b share a byte when i * a.pitch - j * b.pitch lies in [least, greatest].
-    const int64_t distance = static_cast<int64_t>(b.start - a.start);
+    const auto distance = static_cast<int64_t>(b.start - a.start);
     const int64_t least = distance - a.rowBytes + 1;
     const int64_t greatest = distance + b.rowBytes - 1;
     if (a.pitch == b.pitch) // then only i - j counts, and it takes every value between its bounds
         return hasMultiple(a.pitch, 1 - b.count, a.count - 1, least, greatest);
-    if (a.count > b.count)
+    if (a.count > b.count) // at most one turn
         return shareByte(b, a);
     for (int64_t i = 0; i < a.count; ++i)
         if (hasMultiple(b.pitch, 0, b.count - 1, i * a.pitch - greatest, i * a.pitch - least))

@@ -203,8 +203,8 @@ KSERVICES_API int32_t kmath_shapeAffineRectPoints_getPopp(const kmath_shapeAffin
  * rect    the rectangle to map.
  * map     the map to pixel coordinates.
  * result  receives the pixel rectangle.
- * Returns 0; #kmath_statusNotFinite or #kmath_statusOutOfRange when a corner has no 32-bit pixel, the
- * result then untouched.
+ * Returns 0; #kmath_statusNotFinite or #kmath_statusOutOfRange when a corner has no 32-bit pixel or the
+ * rectangle no 32-bit end or size, the result then untouched.
  */
 KSERVICES_API int32_t kmath_shapeAffineRect_getEncloseImageRect(const kmath_shapeAffineRect *rect,
                                                                 const kmath_xformLinear *map, kstd_rect32 *result);

@@ -72,7 +72,8 @@ KSERVICES_API int32_t kstd_vector32_construct(kstd_vector32 *vector);
 KSERVICES_API int32_t kstd_vector32_destruct(kstd_vector32 *vector);
 
 /**
- * Sets a vector's length. Elements that stay keep their values, new ones are 0.
+ * Sets a vector's length. Elements that stay keep their values, new ones are 0. A vector that shrinks keeps its
+ * memory for the next time it grows.
  *
  * vector  a constructed vector.
  * count   the new number of elements, not below 0.
