@@ -8,7 +8,7 @@
 #include "support/measurements.h"
 #include "support/options.h"
 #include "support/peer.h"
-#include "transform_bench.h"
+#include "transform/transform_bench.h"
 
 namespace {
 

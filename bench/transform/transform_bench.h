@@ -1,11 +1,11 @@
-#ifndef KIP_BENCH_TRANSFORM_BENCH_H
-#define KIP_BENCH_TRANSFORM_BENCH_H
+#ifndef KIP_BENCH_TRANSFORM_TRANSFORM_BENCH_H
+#define KIP_BENCH_TRANSFORM_TRANSFORM_BENCH_H
 
 #include <iosfwd>
 #include <vector>
 
 #include "support/measurements.h"
-#include "transform_cases.h"
+#include "transform/transform_cases.h"
 
 namespace kip_bench {
 

@@ -1,4 +1,4 @@
-#include "transform_cases.h"
+#include "transform/transform_cases.h"
 
 #include <algorithm>
 #include <iterator>

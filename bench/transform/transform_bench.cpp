@@ -1,4 +1,4 @@
-#include "transform_bench.h"
+#include "transform/transform_bench.h"
 
 #include <functional>
 #include <sstream>

@@ -3,7 +3,7 @@
 #include <sstream>
 #include <string>
 
-#include "transform_bench.h"
+#include "transform/transform_bench.h"
 
 namespace kip_bench {
 
