@@ -106,6 +106,7 @@ public:
     ~Image() { kimg_image_destruct(&record); }
 
     kimg_image *get() { return &record; }
+    const kimg_image *get() const { return &record; }
 
     bool isBound() const
     {

@@ -1,142 +1,34 @@
 #include <array>
 #include <cstdint>
-#include <limits>
 
 #include <gtest/gtest.h>
 #include <kip/kip.h>
 
 #include "cache/sample_cache.h"
 #include "support/failing_allocator.h"
-#include "support/images.h"
 #include "support/turns.h"
+#include "transform/transform_entry.h"
 
 namespace {
 
-using kip::test::failEachAllocation;
+using kip::test::bothDepths;
+using kip::test::Bound;
+using kip::test::Cache;
+using kip::test::depthName;
 using kip::test::FailingAllocator;
 using kip::test::Image;
+using kip::test::isEqual;
+using kip::test::kSlanted;
+using kip::test::kSomeMap;
 using kip::test::kTurns;
 using kip::test::Pixels;
+using kip::test::placementOf;
 using kip::test::Turn;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr kmath_xformLinear kSomeMap = {7, -3, 2, 0.5, 0.25, 4};
+class TransformResult : public kip::test::TransformEntry {};
+INSTANTIATE_TEST_SUITE_P(Depths, TransformResult, bothDepths(), depthName);
 
-// A slanted 32 x 16 sampling inside a 64 x 48 source; all its positions are dyadic.
-constexpr kip_affineSampleParams kSlanted = {{20.25, 8.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16};
-
-bool isEqual(const kmath_xformLinear &a, const kmath_xformLinear &b)
-{
-    int32_t equal = 0;
-    kmath_xformLinear_compareEqual(&a, &b, &equal);
-    return equal != 0;
-}
-
-kmath_xformLinear placementOf(const kip_affineSampleParams &params)
-{
-    kmath_xformLinear placement{};
-    EXPECT_GE(kip_affineSampleParams_getDestImageFromClientXform(&params, 0, &placement), 0);
-    return placement;
-}
-
-// A bound image over pixels that the test sees, with a client map of its own.
-struct Bound {
-    Pixels pixels;
-    Image image;
-    Pixels before;
-
-    Bound(int32_t bytesPerPixel, int32_t width, int32_t height, int32_t pitch = 0, uint64_t seed = 77)
-        : pixels(bytesPerPixel, width, height, pitch, seed), image(pixels), before(pixels)
-    {
-        image.setMap(kSomeMap);
-    }
-
-    void expectUntouched() const
-    {
-        EXPECT_TRUE(isSameMemory(before, pixels));
-        EXPECT_TRUE(isEqual(image.map(), kSomeMap));
-        EXPECT_TRUE(image.isBound());
-    }
-};
-
-// A cache that destructs itself.
-class Cache {
-public:
-    Cache() { EXPECT_EQ(kip_affineSampleCache_construct(&handle), 0); }
-    Cache(const Cache &) = delete;
-    Cache &operator=(const Cache &) = delete;
-    ~Cache() { EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0); }
-
-    kip_affineSampleCache *handle = nullptr;
-};
-
-// Both depths; the parameter is the bytes per pixel.
-class TransformEntry : public testing::TestWithParam<int32_t> {
-protected:
-    void TearDown() override { ksys_jobThreadGroup_setThreadCount(0); }
-
-    int32_t transform(Image &from, Image &to, const kip_affineSampleParams &params,
-                      kip_affineSampleCache **cache = nullptr) const
-    {
-        return bytes == 1 ? kip_affineTransform(from.get(), to.get(), &params, cache)
-                          : kip_affineTransform16(from.get(), to.get(), &params, cache);
-    }
-
-    // Expects the top left of the destination, as it is placed, to hold the sampling's result, and all else of
-    // its memory to be as before.
-    void expectResult(const kip_affineSampleParams &params, const Bound &destination)
-    {
-        Image result;
-        ASSERT_GE(transform(source, result, params), 0);
-        Pixels expected = destination.before;
-        const kimg_image &place = *const_cast<Image &>(destination.image).get();
-        for (int32_t y = 0; y < params.destHeight; ++y) {
-            for (int32_t x = 0; x < params.destWidth; ++x) {
-                const int64_t column = int64_t{x} - place.x;
-                const int64_t row = int64_t{y} - place.y;
-                if (column >= 0 && column < expected.width && row >= 0 && row < expected.height)
-                    expected.set(static_cast<int32_t>(column), static_cast<int32_t>(row), result.at(x, y));
-            }
-        }
-        EXPECT_TRUE(isSameMemory(expected, destination.pixels));
-        EXPECT_TRUE(isEqual(destination.image.map(), placementOf(params)));
-    }
-
-    // Expects a status and, whatever the destination is, that nothing of it changes.
-    void expectRefusal(int32_t status, Image &from, const kip_affineSampleParams &params,
-                       kip_affineSampleCache **cache = nullptr)
-    {
-        Bound larger(bytes, 40, 30, 45);
-        EXPECT_EQ(transform(from, larger.image, params, cache), status);
-        larger.expectUntouched();
-
-        Bound smaller(bytes, 31, 16);
-        EXPECT_EQ(transform(from, smaller.image, params, cache), status);
-        smaller.expectUntouched();
-
-        Bound placed(bytes, 40, 30, -40);
-        placed.image.place(3, -2);
-        EXPECT_EQ(transform(from, placed.image, params, cache), status);
-        placed.expectUntouched();
-        EXPECT_EQ(placed.image.get()->x, 3);
-        EXPECT_EQ(placed.image.get()->y, -2);
-
-        Image unbound;
-        unbound.setMap(kSomeMap);
-        EXPECT_EQ(transform(from, unbound, params, cache), status);
-        EXPECT_FALSE(unbound.isBound());
-        EXPECT_TRUE(isEqual(unbound.map(), kSomeMap));
-    }
-
-    const int32_t bytes = GetParam();
-    Pixels sourcePixels{bytes, 64, 48, 70};
-    Image source{sourcePixels};
-};
-
-INSTANTIATE_TEST_SUITE_P(Depths, TransformEntry, testing::Values(1, 2),
-                         [](const auto &depth) { return depth.param == 1 ? "Bits8" : "Bits16"; });
-
-TEST_P(TransformEntry, UnboundDestinationAdoptsTheResult)
+TEST_P(TransformResult, UnboundDestinationAdoptsTheResult)
 {
     for (const Turn &turn : kTurns) {
         for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode) {
@@ -167,7 +59,7 @@ TEST_P(TransformEntry, UnboundDestinationAdoptsTheResult)
 }
 
 // The stamped map and the source's lead from a pixel of the result to the pixel that it was taken from.
-TEST_P(TransformEntry, StampsTheMapThatLeadsBackToTheSource)
+TEST_P(TransformResult, StampsTheMapThatLeadsBackToTheSource)
 {
     const kmath_xformLinear clientMaps[] = {
         {0, 0, 1, 0, 0, 1}, {-8, 4, 2, 0, 0, 2}, {0, 48, 0.5, 0, 0, -0.5}, {64, 0, 0, -4, 4, 0}};
@@ -197,7 +89,7 @@ TEST_P(TransformEntry, StampsTheMapThatLeadsBackToTheSource)
     }
 }
 
-TEST_P(TransformEntry, LargeEnoughDestinationIsWrittenInPlace)
+TEST_P(TransformResult, LargeEnoughDestinationIsWrittenInPlace)
 {
     for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
         for (const auto &[width, height, pitch] :
@@ -221,7 +113,7 @@ TEST_P(TransformEntry, LargeEnoughDestinationIsWrittenInPlace)
     }
 }
 
-TEST_P(TransformEntry, OtherDestinationsReceiveThePixelsTheyShareWithTheResult)
+TEST_P(TransformResult, OtherDestinationsReceiveThePixelsTheyShareWithTheResult)
 {
     const struct {
         const char *name;
@@ -260,7 +152,7 @@ TEST_P(TransformEntry, OtherDestinationsReceiveThePixelsTheyShareWithTheResult)
     }
 }
 
-TEST_P(TransformEntry, SourcesMayBePlacedScaledOrBottomUp)
+TEST_P(TransformResult, SourcesMayBePlacedScaledOrBottomUp)
 {
     for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
         SCOPED_TRACE(mode);
@@ -300,112 +192,7 @@ TEST_P(TransformEntry, SourcesMayBePlacedScaledOrBottomUp)
     }
 }
 
-TEST_P(TransformEntry, RefusesBadSamplingsAndTouchesNothing)
-{
-    const struct {
-        const char *name;
-        kip_affineSampleParams params;
-        int32_t status;
-    } rows[] = {
-        {"no width", {kSlanted.rect, 1, 0, 16}, kip_statusSizeBelowOne},
-        {"no height", {kSlanted.rect, 0, 32, 0}, kip_statusSizeBelowOne},
-        {"least size", {kSlanted.rect, 1, INT32_MIN, INT32_MIN}, kip_statusSizeBelowOne},
-        {"mode 4", {kSlanted.rect, 4, 32, 16}, kip_statusUnknownMode},
-        {"greatest mode", {kSlanted.rect, UINT32_MAX, 32, 16}, kip_statusUnknownMode},
-        {"table-driven bilinear", {kSlanted.rect, 2, 32, 16}, kip_statusModeNotAvailable},
-        {"cubic", {kSlanted.rect, 3, 32, 16}, kip_statusModeNotAvailable},
-        {"outside", {{40, 8, 32, 0, 0, 16}, 0, 32, 16}, kip_statusTransformWouldClip},
-        {"far outside", {{1e300, 8, 32, 0, 0, 16}, 1, 32, 16}, kip_statusTransformWouldClip},
-        {"no room for the neighbours", {{0, 0.25, 32, 0, 0, 16}, 1, 64, 32}, kip_statusTransformWouldClip},
-        {"parallel sides", {{10, 10, 20, 10, 10, 5}, 0, 32, 16}, kmath_statusSingular},
-        {"a single point", {{10, 10, 0, 0, 0, 0}, 1, 32, 16}, kmath_statusSingular},
-        {"no number", {{10, kNan, 32, 0, 0, 16}, 1, 32, 16}, kmath_statusNotFinite},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        expectRefusal(row.status, source, row.params);
-        Cache cache;
-        expectRefusal(row.status, source, row.params, &cache.handle);
-    }
-}
-
-TEST_P(TransformEntry, RefusesUnboundSourcesAndNullHandles)
-{
-    Image unbound;
-    expectRefusal(kip_statusTransformSourceUnbound, unbound, kSlanted);
-    kip_affineSampleCache *handle = nullptr;
-    expectRefusal(kip_statusCacheNotConstructed, source, kSlanted, &handle);
-    EXPECT_EQ(handle, nullptr);
-}
-
-TEST_P(TransformEntry, RefusesOtherPixelSizesAndTouchesNothing)
-{
-    const kip_affineSampleParams aligned = {{10, 5, 32, 0, 0, 16}, kip_affineModeNearest, 32, 16};
-    for (const int32_t other : {1, 2, 4}) {
-        if (other == bytes)
-            continue;
-        SCOPED_TRACE(testing::Message() << other << " bytes");
-        Image otherSource(other, 64, 48);
-        for (const kip_affineSampleParams &params : {kSlanted, aligned}) {
-            expectRefusal(kip_statusPixelDepth, otherSource, params);
-            if (other == 4)
-                continue;
-            for (const int32_t width : {40, 31}) {
-                Bound destination(other, width, 30);
-                EXPECT_EQ(transform(source, destination.image, params), kip_statusPixelDepth);
-                destination.expectUntouched();
-            }
-        }
-    }
-}
-
-TEST_P(TransformEntry, RefusesOverlappingMemoryFirstOfAll)
-{
-    const Pixels before = sourcePixels;
-    const auto expectOverlap = [&](Image &destination, const char *name) {
-        SCOPED_TRACE(name);
-        destination.setMap(kSomeMap);
-        EXPECT_EQ(transform(source, destination, kSlanted), kip_pelStatusOverlap);
-        const kip_affineSampleParams bad = {kSlanted.rect, 4, 0, 0};
-        kip_affineSampleCache *handle = nullptr;
-        EXPECT_EQ(transform(source, destination, bad, &handle), kip_pelStatusOverlap);
-        EXPECT_TRUE(isEqual(destination.map(), kSomeMap));
-        EXPECT_TRUE(isSameMemory(before, sourcePixels));
-    };
-    const auto at = [&](int32_t x, int32_t y) {
-        return static_cast<unsigned char *>(sourcePixels.first()) + (y * sourcePixels.pitch + x) * bytes;
-    };
-
-    expectOverlap(source, "the source itself");
-    {
-        Image same(sourcePixels);
-        expectOverlap(same, "another image of the same pixels");
-    }
-    {
-        Image shared;
-        ASSERT_GE(kimg_image_assign(shared.get(), source.get()), 0);
-        expectOverlap(shared, "pixels shared by assignment");
-    }
-    const struct {
-        const char *name;
-        int32_t width, height, x, y;
-    } rows[] = {
-        {"a part of the source", 32, 16, 20, 20},
-        {"the last row", 32, 2, 0, 47},
-        {"the last column", 6, 3, 63, 10},
-        {"the last pixel", 2, 1, 63, 47},
-    };
-    for (const auto &row : rows) {
-        Image part;
-        kimg_image_destruct(part.get());
-        ASSERT_EQ(kimg_image_constructExternal(part.get(), bytes, row.width, row.height, sourcePixels.pitch,
-                                               at(row.x, row.y)),
-                  0);
-        expectOverlap(part, row.name);
-    }
-}
-
-TEST_P(TransformEntry, SourceAndDestinationMayLieSideBySide)
+TEST_P(TransformResult, SourceAndDestinationMayLieSideBySide)
 {
     for (const bool sourceIsLeft : {true, false}) {
         Pixels both(bytes, 110, 48, 110, 9);
@@ -432,7 +219,7 @@ TEST_P(TransformEntry, SourceAndDestinationMayLieSideBySide)
     }
 }
 
-TEST_P(TransformEntry, CachesChangeNoPixelWhateverWasTransformedBefore)
+TEST_P(TransformResult, CachesChangeNoPixelWhateverWasTransformedBefore)
 {
     const kip_affineSampleParams samplings[] = {
         kSlanted,
@@ -471,7 +258,7 @@ TEST_P(TransformEntry, CachesChangeNoPixelWhateverWasTransformedBefore)
     expectSameWithCache(kSlanted, false);
 }
 
-TEST_P(TransformEntry, KnownGeometryIsNotWorkedOutAgain)
+TEST_P(TransformResult, KnownGeometryIsNotWorkedOutAgain)
 {
     Cache cache;
     Bound destination(bytes, 32, 16);
@@ -483,56 +270,7 @@ TEST_P(TransformEntry, KnownGeometryIsNotWorkedOutAgain)
     EXPECT_TRUE(isEqual(again.image.map(), kSomeMap));
 }
 
-TEST_P(TransformEntry, RefusedAllocationsLeaveTheDestinationAsItWas)
-{
-    ksys_jobThreadGroup_setThreadCount(1);
-    const kip_affineSampleParams samplings[] = {
-        kSlanted,
-        {kSlanted.rect, kip_affineModeNearest, 32, 16},
-        {kTurns[1].rect(9, 5, 16, 12), kip_affineModeBicubic, 16, 12},
-    };
-    for (const kip_affineSampleParams &params : samplings) {
-        const int64_t forUnbound = failEachAllocation([&] {
-            Image result;
-            const int32_t status = transform(source, result, params);
-            EXPECT_EQ(result.isBound(), status >= 0);
-            return status;
-        });
-        EXPECT_GT(forUnbound, 0);
-
-        Bound smaller(bytes, 15, 10);
-        const int64_t forSmaller = failEachAllocation([&] {
-            const int32_t status = transform(source, smaller.image, params);
-            if (status < 0)
-                smaller.expectUntouched();
-            return status;
-        });
-        EXPECT_GT(forSmaller, 0);
-        expectResult(params, smaller);
-    }
-}
-
-TEST_P(TransformEntry, RefusedAllocationsOfJobsWriteNothing)
-{
-    ksys_jobThreadGroup_setThreadCount(3);
-    Pixels largePixels(bytes, 400, 440, 0, 8);
-    Image large(largePixels);
-    const kip_affineSampleParams params = {{20.25, 8.5, 320, -6, 6, 410}, kip_affineModeBilinear, 320, 410};
-    Bound expected(bytes, 330, 420);
-    ASSERT_GE(transform(large, expected.image, params), 0); // starts the threads
-
-    Bound destination(bytes, 330, 420);
-    const int64_t requests = failEachAllocation([&] {
-        const int32_t status = transform(large, destination.image, params);
-        if (status < 0)
-            destination.expectUntouched();
-        return status;
-    });
-    EXPECT_GT(requests, 0) << "no jobs were made";
-    EXPECT_TRUE(isSameMemory(expected.pixels, destination.pixels));
-}
-
-TEST_P(TransformEntry, TakesNoMemoryWithACacheAndABoundDestination)
+TEST_P(TransformResult, TakesNoMemoryWithACacheAndABoundDestination)
 {
     Pixels largePixels(bytes, 400, 300, 0, 8);
     Image large(largePixels);
@@ -555,7 +293,7 @@ TEST_P(TransformEntry, TakesNoMemoryWithACacheAndABoundDestination)
     }
 }
 
-TEST(TransformEntry8, ShortFormIsTheSameWithoutACache)
+TEST(TransformResult8, ShortFormIsTheSameWithoutACache)
 {
     Pixels sourcePixels(1, 64, 48, 70);
     Image source(sourcePixels);
@@ -581,42 +319,6 @@ TEST(TransformEntry8, ShortFormIsTheSameWithoutACache)
     Image destination;
     EXPECT_EQ(kip_affine8(&kSlanted, unbound.get(), destination.get()), kip_statusTransformSourceUnbound);
     EXPECT_EQ(kip_affine8(&kSlanted, source.get(), source.get()), kip_pelStatusOverlap);
-}
-
-// Positions in 16.16 cannot address such sources; copies need none.
-TEST(TransformEntry16, SourcesOfLargePitchOrHeightAreOnlyCopied)
-{
-    const struct {
-        const char *name;
-        int32_t width, height, pitch;
-        bool isServed;
-    } rows[] = {
-        {"greatest pitch", 64, 48, 32767, true},
-        {"pitch one above", 64, 48, 32768, false},
-        {"greatest height", 64, 32767, 64, true},
-        {"height one above", 64, 32768, 64, false},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        Pixels pixels(2, row.width, row.height, row.pitch);
-        Image source(pixels);
-        for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
-            kip_affineSampleParams params = kSlanted;
-            params.mode = mode;
-            Bound destination(2, 40, 30);
-            EXPECT_EQ(kip_affineTransform16(source.get(), destination.image.get(), &params, nullptr),
-                      row.isServed ? 0 : kip_statusSourceTooLarge);
-            if (!row.isServed)
-                destination.expectUntouched();
-
-            const kip_affineSampleParams aligned = {kTurns[1].rect(40, 30, 17, 11), mode, 17, 11};
-            Image copy;
-            EXPECT_EQ(kip_affineTransform16(source.get(), copy.get(), &aligned, nullptr), 0);
-            for (int32_t y = 0; y < 11; ++y)
-                for (int32_t x = 0; x < 17; ++x)
-                    ASSERT_EQ(copy.at(x, y), pixels.at(40 + y, 30 + x));
-        }
-    }
 }
 
 } // namespace

@@ -1,0 +1,220 @@
+#include <cstdint>
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <kip/kip.h>
+
+#include "support/failing_allocator.h"
+#include "support/turns.h"
+#include "transform/transform_entry.h"
+
+namespace {
+
+using kip::test::bothDepths;
+using kip::test::Bound;
+using kip::test::Cache;
+using kip::test::depthName;
+using kip::test::failEachAllocation;
+using kip::test::Image;
+using kip::test::isEqual;
+using kip::test::kSlanted;
+using kip::test::kSomeMap;
+using kip::test::kTurns;
+using kip::test::Pixels;
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+class TransformRefusal : public kip::test::TransformEntry {};
+INSTANTIATE_TEST_SUITE_P(Depths, TransformRefusal, bothDepths(), depthName);
+
+TEST_P(TransformRefusal, RefusesBadSamplingsAndTouchesNothing)
+{
+    const struct {
+        const char *name;
+        kip_affineSampleParams params;
+        int32_t status;
+    } rows[] = {
+        {"no width", {kSlanted.rect, 1, 0, 16}, kip_statusSizeBelowOne},
+        {"no height", {kSlanted.rect, 0, 32, 0}, kip_statusSizeBelowOne},
+        {"least size", {kSlanted.rect, 1, INT32_MIN, INT32_MIN}, kip_statusSizeBelowOne},
+        {"mode 4", {kSlanted.rect, 4, 32, 16}, kip_statusUnknownMode},
+        {"greatest mode", {kSlanted.rect, UINT32_MAX, 32, 16}, kip_statusUnknownMode},
+        {"table-driven bilinear", {kSlanted.rect, 2, 32, 16}, kip_statusModeNotAvailable},
+        {"cubic", {kSlanted.rect, 3, 32, 16}, kip_statusModeNotAvailable},
+        {"outside", {{40, 8, 32, 0, 0, 16}, 0, 32, 16}, kip_statusTransformWouldClip},
+        {"far outside", {{1e300, 8, 32, 0, 0, 16}, 1, 32, 16}, kip_statusTransformWouldClip},
+        {"no room for the neighbours", {{0, 0.25, 32, 0, 0, 16}, 1, 64, 32}, kip_statusTransformWouldClip},
+        {"parallel sides", {{10, 10, 20, 10, 10, 5}, 0, 32, 16}, kmath_statusSingular},
+        {"a single point", {{10, 10, 0, 0, 0, 0}, 1, 32, 16}, kmath_statusSingular},
+        {"no number", {{10, kNan, 32, 0, 0, 16}, 1, 32, 16}, kmath_statusNotFinite},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        expectRefusal(row.status, source, row.params);
+        Cache cache;
+        expectRefusal(row.status, source, row.params, &cache.handle);
+    }
+}
+
+TEST_P(TransformRefusal, RefusesUnboundSourcesAndNullHandles)
+{
+    Image unbound;
+    expectRefusal(kip_statusTransformSourceUnbound, unbound, kSlanted);
+    kip_affineSampleCache *handle = nullptr;
+    expectRefusal(kip_statusCacheNotConstructed, source, kSlanted, &handle);
+    EXPECT_EQ(handle, nullptr);
+}
+
+TEST_P(TransformRefusal, RefusesOtherPixelSizesAndTouchesNothing)
+{
+    const kip_affineSampleParams aligned = {{10, 5, 32, 0, 0, 16}, kip_affineModeNearest, 32, 16};
+    for (const int32_t other : {1, 2, 4}) {
+        if (other == bytes)
+            continue;
+        SCOPED_TRACE(testing::Message() << other << " bytes");
+        Image otherSource(other, 64, 48);
+        for (const kip_affineSampleParams &params : {kSlanted, aligned}) {
+            expectRefusal(kip_statusPixelDepth, otherSource, params);
+            if (other == 4)
+                continue;
+            for (const int32_t width : {40, 31}) {
+                Bound destination(other, width, 30);
+                EXPECT_EQ(transform(source, destination.image, params), kip_statusPixelDepth);
+                destination.expectUntouched();
+            }
+        }
+    }
+}
+
+TEST_P(TransformRefusal, RefusesOverlappingMemoryFirstOfAll)
+{
+    const Pixels before = sourcePixels;
+    const auto expectOverlap = [&](Image &destination, const char *name) {
+        SCOPED_TRACE(name);
+        destination.setMap(kSomeMap);
+        EXPECT_EQ(transform(source, destination, kSlanted), kip_pelStatusOverlap);
+        const kip_affineSampleParams bad = {kSlanted.rect, 4, 0, 0};
+        kip_affineSampleCache *handle = nullptr;
+        EXPECT_EQ(transform(source, destination, bad, &handle), kip_pelStatusOverlap);
+        EXPECT_TRUE(isEqual(destination.map(), kSomeMap));
+        EXPECT_TRUE(isSameMemory(before, sourcePixels));
+    };
+    const auto at = [&](int32_t x, int32_t y) {
+        return static_cast<unsigned char *>(sourcePixels.first()) + (y * sourcePixels.pitch + x) * bytes;
+    };
+
+    expectOverlap(source, "the source itself");
+    {
+        Image same(sourcePixels);
+        expectOverlap(same, "another image of the same pixels");
+    }
+    {
+        Image shared;
+        ASSERT_GE(kimg_image_assign(shared.get(), source.get()), 0);
+        expectOverlap(shared, "pixels shared by assignment");
+    }
+    const struct {
+        const char *name;
+        int32_t width, height, x, y;
+    } rows[] = {
+        {"a part of the source", 32, 16, 20, 20},
+        {"the last row", 32, 2, 0, 47},
+        {"the last column", 6, 3, 63, 10},
+        {"the last pixel", 2, 1, 63, 47},
+    };
+    for (const auto &row : rows) {
+        Image part;
+        kimg_image_destruct(part.get());
+        ASSERT_EQ(kimg_image_constructExternal(part.get(), bytes, row.width, row.height, sourcePixels.pitch,
+                                               at(row.x, row.y)),
+                  0);
+        expectOverlap(part, row.name);
+    }
+}
+
+TEST_P(TransformRefusal, RefusedAllocationsLeaveTheDestinationAsItWas)
+{
+    ksys_jobThreadGroup_setThreadCount(1);
+    const kip_affineSampleParams samplings[] = {
+        kSlanted,
+        {kSlanted.rect, kip_affineModeNearest, 32, 16},
+        {kTurns[1].rect(9, 5, 16, 12), kip_affineModeBicubic, 16, 12},
+    };
+    for (const kip_affineSampleParams &params : samplings) {
+        const int64_t forUnbound = failEachAllocation([&] {
+            Image result;
+            const int32_t status = transform(source, result, params);
+            EXPECT_EQ(result.isBound(), status >= 0);
+            return status;
+        });
+        EXPECT_GT(forUnbound, 0);
+
+        Bound smaller(bytes, 15, 10);
+        const int64_t forSmaller = failEachAllocation([&] {
+            const int32_t status = transform(source, smaller.image, params);
+            if (status < 0)
+                smaller.expectUntouched();
+            return status;
+        });
+        EXPECT_GT(forSmaller, 0);
+        expectResult(params, smaller);
+    }
+}
+
+TEST_P(TransformRefusal, RefusedAllocationsOfJobsWriteNothing)
+{
+    ksys_jobThreadGroup_setThreadCount(3);
+    Pixels largePixels(bytes, 400, 440, 0, 8);
+    Image large(largePixels);
+    const kip_affineSampleParams params = {{20.25, 8.5, 320, -6, 6, 410}, kip_affineModeBilinear, 320, 410};
+    Bound expected(bytes, 330, 420);
+    ASSERT_GE(transform(large, expected.image, params), 0); // starts the threads
+
+    Bound destination(bytes, 330, 420);
+    const int64_t requests = failEachAllocation([&] {
+        const int32_t status = transform(large, destination.image, params);
+        if (status < 0)
+            destination.expectUntouched();
+        return status;
+    });
+    EXPECT_GT(requests, 0) << "no jobs were made";
+    EXPECT_TRUE(isSameMemory(expected.pixels, destination.pixels));
+}
+
+// Positions in 16.16 cannot address such sources; copies need none.
+TEST(TransformRefusal16, SourcesOfLargePitchOrHeightAreOnlyCopied)
+{
+    const struct {
+        const char *name;
+        int32_t width, height, pitch;
+        bool isServed;
+    } rows[] = {
+        {"greatest pitch", 64, 48, 32767, true},
+        {"pitch one above", 64, 48, 32768, false},
+        {"greatest height", 64, 32767, 64, true},
+        {"height one above", 64, 32768, 64, false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Pixels pixels(2, row.width, row.height, row.pitch);
+        Image source(pixels);
+        for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
+            kip_affineSampleParams params = kSlanted;
+            params.mode = mode;
+            Bound destination(2, 40, 30);
+            EXPECT_EQ(kip_affineTransform16(source.get(), destination.image.get(), &params, nullptr),
+                      row.isServed ? 0 : kip_statusSourceTooLarge);
+            if (!row.isServed)
+                destination.expectUntouched();
+
+            const kip_affineSampleParams aligned = {kTurns[1].rect(40, 30, 17, 11), mode, 17, 11};
+            Image copy;
+            EXPECT_EQ(kip_affineTransform16(source.get(), copy.get(), &aligned, nullptr), 0);
+            for (int32_t y = 0; y < 11; ++y)
+                for (int32_t x = 0; x < 17; ++x)
+                    ASSERT_EQ(copy.at(x, y), pixels.at(40 + y, 30 + x));
+        }
+    }
+}
+
+} // namespace
