@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cfenv>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -32,6 +33,7 @@ struct Dispatch {
     std::atomic<int64_t> next{0};    // the first job that nobody has taken; 64 bits, as it runs past count
     std::atomic<int32_t> helpers{0}; // workers seated; changed under the pool's mutex
     std::condition_variable left{};  // told when the last of them leaves
+    std::fenv_t arithmetic{};        // the caller's rounding, which the jobs share wherever they run
 };
 
 struct Worker {
@@ -146,6 +148,7 @@ void work(Pool &shared, Worker &self)
         }
         self.isWorking = true;
         lock.unlock();
+        std::fesetenv(&dispatch->arithmetic);
         runJobs(*dispatch);
         lock.lock();
         self.isWorking = false;
@@ -241,6 +244,7 @@ void ksys_jobPool_run(const ksys_jobRequestSet &requests, ksys_jobResultSet &res
         runJobs(dispatch);
         return;
     }
+    std::fegetenv(&dispatch.arithmetic);
     const uint32_t generation = processGeneration.load(std::memory_order_relaxed);
     publish(pool(), dispatch);
     runJobs(dispatch);

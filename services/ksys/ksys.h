@@ -24,7 +24,7 @@ enum {
     ksys_statusBadArgument = (int32_t)0x80000103u,  /**< Null or a negative count where neither can serve. */
     ksys_statusNoData = (int32_t)0x80000104u,       /**< A job parameters object that holds no data. */
     ksys_statusLockFailed = (int32_t)0x80000105u,   /**< A lock could not be taken or released. */
-    ksys_statusJobAborted = (int32_t)0x80000106u    /**< A job did not return: it threw an exception. */
+    ksys_statusJobAborted = (int32_t)0x80000106u    /**< A job did not return, for example as it threw. */
 };
 
 /** @name Memory
@@ -220,7 +220,7 @@ KSERVICES_API int32_t ksys_attention_check(void);
 
 /** @name Jobs
  * One process-wide pool of threads serves every group and every caller. It starts with the first dispatch
- * that needs it and ends with the process.
+ * that needs it and ends with the process, or when the library is unloaded. A forked child starts its own.
  * @{ */
 
 /** A group of threads: the calling thread and workers of the pool. Owns nothing. */
@@ -320,7 +320,7 @@ KSERVICES_API int32_t ksys_jobResultSet_destruct(ksys_jobResultSet *set);
 /**
  * Runs all queued jobs and waits until they have finished. The calling thread works too, so the dispatch
  * makes progress even when every other thread is busy or none could be started. May be called from inside a
- * job and from several threads at once.
+ * job and from several threads at once. Every job has the calling thread's floating-point rounding.
  *
  * group     the group.
  * requests  the jobs.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cfenv>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -214,6 +215,21 @@ TEST_F(Jobs, aJobDispatchesWhileEveryThreadIsBusy)
         return waitFor([&] { return done >= 2; }) ? status : -2;
     };
     EXPECT_EQ(dispatch({outer, outer}).status, 0);
+}
+
+TEST_F(Jobs, everyThreadRoundsAsTheCallerDoes)
+{
+    ksys_jobThreadGroup_setThreadCount(3);
+    for (const int rounding : {FE_UPWARD, FE_TOWARDZERO, FE_TONEAREST}) {
+        std::atomic<int32_t> present{0};
+        std::vector<Job> jobs = jobsThatMeet(3, present);
+        for (Job &job : jobs)
+            job = [meet = job] { return meet() < 0 ? -1 : std::fegetround(); };
+        std::fesetround(rounding);
+        const Outcome outcome = dispatch(jobs);
+        std::fesetround(FE_TONEAREST);
+        EXPECT_EQ(outcome.statuses, std::vector<int32_t>(3, rounding));
+    }
 }
 
 TEST_F(Jobs, manyThreadsDispatchAtOnce)
