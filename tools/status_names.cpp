@@ -35,6 +35,7 @@ constexpr StatusName kNames[] = {
     KIP_TOOL_STATUS(ksys_statusBadArgument, "an argument that cannot serve"),
     KIP_TOOL_STATUS(ksys_statusNoData, "a job without data"),
     KIP_TOOL_STATUS(ksys_statusLockFailed, "a lock could not be taken or released"),
+    KIP_TOOL_STATUS(ksys_statusJobAborted, "a job threw an exception"),
     KIP_TOOL_STATUS(kimg_statusBadPixelSize, "pixels are 1, 2 or 4 bytes"),
     KIP_TOOL_STATUS(kimg_statusBadSize, "a width or height below 1"),
     KIP_TOOL_STATUS(kimg_statusTooLarge, "more pixels than memory can hold"),

@@ -31,7 +31,9 @@ TEST(StatusNames, CoverTheHeadersExactly)
         named[known.name] = static_cast<uint32_t>(known.status);
     const std::map<std::string, uint32_t> inHeaders = statusesInHeaders();
     EXPECT_GT(inHeaders.size(), 30u);
-    EXPECT_EQ(named, inHeaders);
+    for (const auto &[name, status] : inHeaders)
+        EXPECT_EQ(named.count(name) == 1 ? named[name] : 0, status) << name;
+    EXPECT_EQ(named.size(), inHeaders.size());
 }
 
 TEST(StatusNames, DescribeKnownAndUnknown)

@@ -67,9 +67,9 @@ protected:
     Outcome run(const std::string &arguments) const
     {
         const std::string quotedOut = (directory / "out").string(), quotedError = (directory / "error").string();
-        const int status = std::system(("cd '" + at("").string() + "' && '" KIP_TOOL_PATH "' " + arguments + " >'" +
-                                        quotedOut + "' 2>'" + quotedError + "'")
-                                           .c_str());
+        const std::string command = "cd '" + at("").string() + "' && '" KIP_TOOL_PATH "' >'" + quotedOut + "' 2>'" +
+                                    quotedError + "' " + arguments;
+        const int status = std::system(command.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, textOf(quotedOut), textOf(quotedError)};
     }
 
@@ -144,7 +144,7 @@ TEST_F(Tool, FailuresEndWith1AndOneLineAndNoFile)
         {"info text.png", "text.png: not a PNG, TIFF or binary PGM"},
         {"info empty.png", "empty.png: not a PNG"},
         {"info cut.png", "cut.png: damaged PNG"},
-        {"info in8.png >/dev/full", ""},
+        {"info in8.png >/dev/full", "standard output cannot be written"},
         {"transform cut.png out.png --rect 10,10,9,9", "cut.png: damaged PNG"},
         {"transform in8.png out.jpg --rect 10,10,9,9", "out.jpg: cannot tell the format"},
         {"transform in8.png out --rect 10,10,9,9", "out: cannot tell the format"},
@@ -218,15 +218,16 @@ TEST_F(Tool, TransformGivesWhatTheLibraryGives)
     };
     for (const char *in : {"in8", "in16"}) {
         const Picture source = readPicture(at(in + std::string(".png"))).picture;
-        for (const char *out : {"out.png", "out.tif", "out.pgm"}) {
-            for (const auto &c : cases) {
-                const Outcome result = run("transform " + std::string(in) + ".png " + out + " " + c.arguments);
-                ASSERT_EQ(result.exitCode, 0) << c.arguments << ": " << result.error;
-                EXPECT_EQ(result.out + result.error, "");
-                const Picture got = readPicture(at(out)).picture, expected = transformed(source, c.params);
-                EXPECT_EQ(got.width, expected.width);
-                EXPECT_TRUE(got.samples == expected.samples) << in << " " << c.arguments;
-            }
+        constexpr const char *kOut[] = {"out.png", "out.tif", "out.pgm"};
+        size_t i = 0;
+        for (const auto &c : cases) {
+            const std::string out = kOut[i++ % 3];
+            const Outcome result = run("transform " + std::string(in) + ".png " + out + " " + c.arguments);
+            ASSERT_EQ(result.exitCode, 0) << c.arguments << ": " << result.error;
+            EXPECT_EQ(result.out + result.error, "");
+            const Picture got = readPicture(at(out)).picture, expected = transformed(source, c.params);
+            EXPECT_EQ(got.width, expected.width);
+            EXPECT_TRUE(got.samples == expected.samples) << in << " " << c.arguments;
         }
     }
 }
@@ -268,7 +269,7 @@ TEST_F(Tool, OverlayShowsTheRectangle)
 TEST_F(Tool, SceneIsStraightenedByTheOptionsThatItPrints)
 {
     for (const char *depth : {"8", "16"}) {
-        const Outcome scene = run("scene scene.png --angle -33 --depth " + std::string(depth));
+        const Outcome scene = run("scene scene.png --size 320x240 --angle -33 --depth " + std::string(depth));
         ASSERT_EQ(scene.exitCode, 0) << scene.error;
         ASSERT_TRUE(isOneLine(scene.out));
         const std::string options = scene.out.substr(0, scene.out.size() - 1);
@@ -282,9 +283,9 @@ TEST_F(Tool, SceneIsStraightenedByTheOptionsThatItPrints)
             EXPECT_GT(value(x, 2), 110) << x;
         }
     }
-    run("scene again.png --angle -33 --depth 16");
+    run("scene again.png --size 320x240 --angle -33 --depth 16");
     EXPECT_EQ(textOf(at("again.png")), textOf(at("scene.png")));
-    run("scene other.png --angle -33 --depth 16 --seed 2");
+    run("scene other.png --size 320x240 --angle -33 --depth 16 --seed 2");
     EXPECT_NE(textOf(at("other.png")), textOf(at("scene.png")));
 }
 
