@@ -86,22 +86,21 @@ middle_rectangle() { # WIDTH HEIGHT ANGLE RECTANGLE-WIDTH RECTANGLE-HEIGHT
         printf "%.2f,%.2f,%.2f,%.2f\n", (W - f * w) / 2, (H - f * h) / 2, f * w, f * h }'
 }
 
-# Straightens one rectangle in every mode: as it is, and sampled four times as finely when it is small.
+# Straightens one rectangle in every mode: as it is and, when it is small, sampled four times as finely.
 straighten() { # NAME RECTANGLE ANGLE
-    local name=$1 rectangle=$2 angle=$3 mode width height fine=""
+    local name=$1 rectangle=$2 angle=$3 mode width height
     echo "$name: --rect $rectangle --angle $angle"
-    "$kip" transform "$source" "$out/$name-before.png" --rect "$rectangle" --mode nearest --overlay "$out/$name-overlay.png"
+    "$kip" transform "$source" "$out/$name-before.png" --rect "$rectangle" --mode nearest
+    panels["$name,before"]="Not turned=$out/$name-before.png"
+    read -r width height < <(picture_size "$out/$name-before.png")
     panels["$name,overlay"]="The $name in the picture=$out/$name-overlay.png"
-    panels["$name,before"]="As photographed=$out/$name-before.png"
     for mode in $modes; do
-        sample "$name-$mode" "$mode" "$rectangle" "$angle"
+        sample "$name-$mode" "$mode" "$rectangle" "$angle" --overlay "$out/$name-overlay.png"
         panels["$name,$mode"]="Straightened, $mode=$out/$name-$mode.png"
     done
-    read -r width height < <(picture_size "$out/$name-before.png")
-    [ "$width" -gt 400 ] || fine=1
     for mode in $modes; do
-        panels["$name,x4-$mode"]=${panels["$name,$mode"]}
-        [ -n "$fine" ] || continue
+        panels["$name,x4-$mode"]=-
+        [ "$width" -le 200 ] || continue
         sample "$name-x4-$mode" "$mode" "$rectangle" "$angle" --size "$((4 * width))x$((4 * height))"
         panels["$name,x4-$mode"]="Straightened and enlarged by 4, $mode=$out/$name-x4-$mode.png"
     done

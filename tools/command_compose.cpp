@@ -21,23 +21,25 @@ constexpr Colour kInk = {30, 34, 48};
 
 struct ComposeOptions {
     std::string out;
-    std::vector<std::string> entries; // LABEL=FILE
+    std::vector<std::string> entries; // LABEL=FILE, FILE or "-"
     int32_t width = 1200;
     int32_t columns = 1;
 };
 
-// A picture of the overview with its label, already reduced if it was too wide.
+// A picture of the overview with its label, already reduced if it was too wide. Empty for a free place.
 struct Panel {
     std::string label;
     Picture picture;
     int64_t factor = 1;
 
     int64_t width() const { return std::max(picture.width * factor, textWidth(label, kTextFactor)); }
-    int64_t height() const { return kLabelHeight + picture.height * factor; }
+    int64_t height() const { return picture.height == 0 ? 0 : kLabelHeight + picture.height * factor + kGap; }
 };
 
 Panel readPanel(const std::string &entry, int32_t width)
 {
+    if (entry == "-")
+        return {};
     const size_t equals = entry.find('=');
     const std::string name = equals == std::string::npos ? entry : entry.substr(equals + 1);
     Panel panel;
@@ -68,7 +70,7 @@ void runCompose(const ComposeOptions &options)
     std::vector<int64_t> widths(columns), heights(columns, kGap);
     for (size_t i = 0; i < panels.size(); ++i) {
         widths[i % columns] = std::max(widths[i % columns], panels[i].width());
-        heights[i % columns] += panels[i].height() + kGap;
+        heights[i % columns] += panels[i].height();
     }
     const int64_t width = std::accumulate(widths.begin(), widths.end(), kGap * static_cast<int64_t>(columns + 1));
     const int64_t height = *std::max_element(heights.begin(), heights.end());
@@ -81,7 +83,7 @@ void runCompose(const ComposeOptions &options)
         for (size_t i = column; i < panels.size(); i += columns) {
             drawText(overview, x, y, panels[i].label, kTextFactor, kInk);
             drawEnlarged(overview, x, y + kLabelHeight, panels[i].picture, panels[i].factor);
-            y += panels[i].height() + kGap;
+            y += panels[i].height();
         }
         x += widths[column] + kGap;
     }
@@ -96,7 +98,8 @@ Command addComposeCommand(CLI::App &tool)
                                                    "enlarged by a whole factor so that their pixels show");
     const auto options = std::make_shared<ComposeOptions>();
     app->add_option("OUT", options->out, "Overview: .png or .tif")->required();
-    app->add_option("LABEL=FILE", options->entries, "Pictures with their labels, row by row")->required();
+    app->add_option("LABEL=FILE", options->entries, "Pictures with their labels, row by row; - leaves a place free")
+        ->required();
     addParsedOption(*app, "--columns", "N", "Pictures side by side (default 1)",
                     [options](const std::string &text) { options->columns = parseInteger(text, 1); });
     addParsedOption(*app, "--width", "PIXELS", "Width that a picture is enlarged or reduced to at most (default 1200)",

@@ -297,7 +297,7 @@ TEST_F(Tool, ComposeEnlargesByWholeFactorsAndReduces)
     Picture large = makePicture(100, 50, 1, 8);
     std::fill(samples8(large).begin(), samples8(large).end(), uint8_t{90});
     writePicture(at("large.pgm"), large);
-    ASSERT_EQ(run("compose over.png one=dots.png large.pgm --width 16").exitCode, 0);
+    ASSERT_EQ(run("compose over.png one=dots.png - large.pgm --width 16").exitCode, 0);
     const Picture over = readPicture(at("over.png")).picture;
     size_t red = 0, darkest = 0, grey = 0;
     for (size_t i = 0; i < samples8(over).size(); i += 3) {
