@@ -10,7 +10,7 @@
 # of them together in overview.png.
 set -euo pipefail
 
-modes="nearest bilinear" # what every rectangle is sampled in
+modes="nearest bilinear separable cubic" # what every rectangle is sampled in
 
 case ${1-} in
 -h | --help)

@@ -29,7 +29,6 @@ constexpr StatusName kNames[] = {
     KIP_TOOL_STATUS(kip_statusWindowMismatch, "the windows do not fit each other"),
     KIP_TOOL_STATUS(kip_statusPixelDepth, "the pixels have another depth than the operation"),
     KIP_TOOL_STATUS(kip_statusCacheNotConstructed, "the cache has not been constructed"),
-    KIP_TOOL_STATUS(kip_statusModeNotAvailable, "this release does not offer the interpolation mode yet"),
     KIP_TOOL_STATUS(ksys_statusOutOfMemory, "not enough memory"),
     KIP_TOOL_STATUS(ksys_statusSizeTooLarge, "a block of memory that cannot be"),
     KIP_TOOL_STATUS(ksys_statusBadArgument, "an argument that cannot serve"),

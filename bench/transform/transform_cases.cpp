@@ -18,6 +18,8 @@ struct Mode {
 constexpr Mode kModes[] = {
     {kip_affineModeNearest, "nearest"},
     {kip_affineModeBilinear, "bilinear"},
+    {kip_affineModeBilinearSeparable, "separable"},
+    {kip_affineModeBicubic, "cubic"},
 };
 
 constexpr int32_t kDepths[] = {1, 2};

@@ -75,9 +75,7 @@ enum {
     /** An image or window whose bytes per pixel are not those of the operation. */
     kip_statusPixelDepth = (int32_t)0x80000792u,
     /** A cache argument whose handle is null: construct the cache first. */
-    kip_statusCacheNotConstructed = (int32_t)0x80000793u,
-    /** An interpolation mode that this release does not offer yet. */
-    kip_statusModeNotAvailable = (int32_t)0x80000794u
+    kip_statusCacheNotConstructed = (int32_t)0x80000793u
 };
 
 /** Interpolation modes, the values of kip_affineSampleParams::mode. */
@@ -268,6 +266,15 @@ KIP_API int32_t kip_affineSampleCache_destruct(kip_affineSampleCache **cache);
  * @{ */
 
 /**
+ * Builds the process-wide table of cubic weights ahead of its first use, so that no later call pays for it.
+ * It is freed at shutdown.
+ *
+ * Returns 0; otherwise the status of the lock, the allocation or the registration that failed. The next call, or
+ * the first use, tries again. May be called from several threads at once.
+ */
+KIP_API int32_t kip_affineTransform_setup(void);
+
+/**
  * Resamples an affine rectangle of an 8-bit image onto an 8-bit image.
  *
  * A bound destination of at least destWidth x destHeight pixels at place (0, 0) is written in place: its
@@ -278,13 +285,13 @@ KIP_API int32_t kip_affineSampleCache_destruct(kip_affineSampleCache **cache);
  *
  * source       bound 8-bit image; its memory must not overlap a bound destination's.
  * destination  8-bit image.
- * params       the sampling; the table-driven modes serve maps of whole pixels only, for now.
+ * params       the sampling.
  * cache        address of a constructed handle, or null. With a cache, a call with the geometry of the last
  *              one repeats no geometry work.
  * Returns 0, or a negative status:
  *   #kip_pelStatusOverlap, #kip_statusTransformSourceUnbound, #kip_statusSizeBelowOne, #kip_statusUnknownMode,
  *   #kip_statusSourceTooLarge, #kip_statusPixelDepth, #kip_statusTransformWouldClip (the rectangle reaches outside the
- *   source), #kip_statusModeNotAvailable, #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides): the
+ *   source), #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides): the
  *   destination is untouched;
  *   another library's status, for example of a failed allocation; part of a bound destination may then be
  *   written if a job failed.
@@ -312,6 +319,7 @@ KIP_API int32_t kip_affine8(const kip_affineSampleParams *params, const kimg_ima
  * destination  8-bit window, at least as large as the turned source for codes without an axis swap (0, 91,
  *              180, 271) and at most so for codes with one (1, 90, 181, 270). The two share either no memory or
  *              pixels and pitch both; an axis swap within one window needs a square.
+ *              The result fills the destination's top left; the rest of a larger destination stays.
  * alignCode    what to do; any value without a meaning of its own copies, as #kip_affine_alignIdentity does.
  * Returns 0, or #kip_statusWindowMismatch or #kip_statusPixelDepth with nothing written.
  */

@@ -46,11 +46,27 @@ int32_t computeGeometry(kip_affineSampleCache *cache, const Inputs &inputs, int3
                                              &cache->alignSrcRect);
 }
 
+// The cache describes one geometry and holds two plans: each remembers by number which geometry it is for.
+int32_t updatePlan(kip_affineSampleCache *cache, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                   const kimg_window &destination, const kip_affineSampleParams &params)
+{
+    const bool is8 = source.bytesPerPixel == 1;
+    kip_affineTilePlan *const plan = is8 ? &cache->plan8 : &cache->plan16;
+    if (!kip_affineTilePlan_needsRebuild(*plan, cache->geometry, source, destination))
+        return 0;
+    const int32_t status = is8 ? kip::buildTilePlan8(plan, source, srcFromClient, destination, params)
+                               : kip::buildTilePlan16(plan, source, srcFromClient, destination, params);
+    if (status >= 0)
+        plan->builtFor = cache->geometry;
+    return status;
+}
+
 } // namespace
 
 int32_t kip_affineSampleCache_initLocal(kip_affineSampleCache *cache)
 {
     cache->valid = 0;
+    cache->geometry = 0;
     kip_affineTilePlan_init(&cache->plan8);
     kip_affineTilePlan_init(&cache->plan16);
     return 0;
@@ -99,13 +115,17 @@ int32_t kip_affineSampleCache_update(kip_affineSampleCache *cache, const kimg_wi
 
     if (!same) {
         cache->valid = 0;
+        ++cache->geometry;
         status = computeGeometry(cache, inputs, oneRow);
         if (status < 0)
             return status;
     }
 
-    if (cache->alignCode == kip_affine_alignNone && params->mode >= kip_affineModeBilinearSeparable)
-        return kip_statusModeNotAvailable;
+    if (cache->alignCode == kip_affine_alignNone && params->mode >= kip_affineModeBilinearSeparable) {
+        status = updatePlan(cache, *source, *srcFromClient, *destination, *params);
+        if (status < 0)
+            return status;
+    }
     if (same)
         return status;
 

@@ -19,6 +19,7 @@ struct kip_affineSampleCache {
     kstd_rect32 alignSrcRect;  // meaningful only when alignCode is not kip_affine_alignNone
     kip_affineTilePlan plan8;  // for sources with 1 byte per pixel
     kip_affineTilePlan plan16; // for all others
+    uint64_t geometry;         // number of the geometry that all but the plans were last computed for
 };
 
 // Makes a call's own cache: invalid, without storage. Returns 0.

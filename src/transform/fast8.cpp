@@ -1,17 +1,33 @@
+#include "support/fixed_point.h"
+#include "transform/kernel_levels.h"
+#include "transform/plan_tiles.h"
 #include "transform/resample.h"
+#include "transform/tile_size.h"
+#include "transform/tile_walkers.h"
 
 namespace kip {
 
-// No optimised 8-bit variant exists yet: the path declines every source, and bands follow the portable tiles.
-bool isServedByFast8(const kimg_windowConst &)
+bool isServedByFast8(const kimg_windowConst &source)
 {
-    return false;
+    return source.pitch <= kFixedMaxExtent && source.height <= kFixedMaxExtent;
 }
 
-int32_t resampleFast8(uint32_t, const kimg_windowConst &, const kmath_xformLinear &, const kimg_window &,
-                      const kip_affineSampleParams &, kip_affineSampleCache &)
+int32_t resampleFast8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                      const kimg_window &destination, const kip_affineSampleParams &params,
+                      kip_affineSampleCache &cache)
 {
-    return kip_statusOptimizationDeclined;
+    if (!isServedByFast8(source))
+        return kip_statusOptimizationDeclined;
+    if (params.mode > kip_affineModeBicubic)
+        return kip_statusUnknownMode;
+    if (params.mode >= kip_affineModeBilinearSeparable)
+        return processTilePlanPacked8(accumulate, params, cache.plan8, source, destination.pixels);
+
+    const auto kernels = fastTileKernels8(processorFeatures(), accumulate, params.mode);
+    const int32_t tileSize = tileSizeForPitch(source.pitch);
+    if (params.mode == kip_affineModeNearest)
+        return walkTiles8(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+    return walkTilesBilinearFast8(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
 }
 
 } // namespace kip

@@ -5,6 +5,8 @@
 
 #include "geometry/sampling_grid.h"
 #include "support/fixed_point.h"
+#include "transform/kernel_levels.h"
+#include "transform/plan_tiles.h"
 #include "transform/tile_kernels.h"
 #include "transform/tile_size.h"
 #include "transform/tile_walkers.h"
@@ -30,13 +32,6 @@ double tileSpread(int32_t columns, double colStep, int32_t rows, double rowStep)
     if (rows > 1)
         spread += (rows - 1) * std::fabs(rowStep);
     return spread;
-}
-
-int32_t checkMode(const kip_affineSampleParams &params)
-{
-    if (params.mode > kip_affineModeBicubic)
-        return kip_statusUnknownMode;
-    return params.mode >= kip_affineModeBilinearSeparable ? kip_statusModeNotAvailable : 0;
 }
 
 int32_t selectWalker8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
@@ -93,25 +88,30 @@ int32_t chooseWalker8(const kimg_windowConst &source, const kmath_xformLinear &s
 }
 
 int32_t resamplePortable8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                          const kimg_window &destination, const kip_affineSampleParams &params, kip_affineSampleCache &)
+                          const kimg_window &destination, const kip_affineSampleParams &params,
+                          kip_affineSampleCache &cache)
 {
-    const int32_t status = checkMode(params);
-    if (status < 0)
-        return status;
-    return selectWalker8(accumulate, source, srcFromClient, destination, params, kTileSizePortable8);
+    if (params.mode > kip_affineModeBicubic)
+        return kip_statusUnknownMode;
+    if (params.mode <= kip_affineModeBilinear)
+        return selectWalker8(accumulate, source, srcFromClient, destination, params, kTileSizePortable8);
+    if (!isAddressableInFixedPoint(source))
+        return kip_statusSourceTooLarge;
+    return processPlanTiles8(accumulate, params, cache.plan8, source, destination.pixels);
 }
 
 int32_t resamplePortable16(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
                            const kimg_window &destination, const kip_affineSampleParams &params,
-                           kip_affineSampleCache &)
+                           kip_affineSampleCache &cache)
 {
-    const int32_t status = checkMode(params);
-    if (status < 0)
-        return status;
+    if (params.mode > kip_affineModeBicubic)
+        return kip_statusUnknownMode;
+    if (params.mode >= kip_affineModeBilinearSeparable)
+        return processPlanTiles16(accumulate, params, cache.plan16, source, destination.pixels);
     if (!isAddressableInFixedPoint(source))
         return kip_statusSourceTooLarge;
     return walkTiles16(accumulate, source, srcFromClient, destination, params, tileSizeForPitch(source.pitch),
-                       fixedTileKernels16(accumulate, params.mode));
+                       tileKernels16(processorFeatures(), accumulate, params.mode));
 }
 
 } // namespace kip

@@ -28,6 +28,11 @@ PixelSteps fixedPixelSteps(const SamplingGrid &grid)
     return {fixedStep(grid.rowStep.x), fixedStep(grid.rowStep.y), fixedStep(grid.colStep.x), fixedStep(grid.colStep.y)};
 }
 
+uint32_t unsignedOf(int32_t v)
+{
+    return static_cast<uint32_t>(v);
+}
+
 template <typename Position>
 Tile<Position> tileAt(Position x, Position y, const PixelSteps &steps)
 {
@@ -106,7 +111,42 @@ struct FixedMotion {
         }
     }
 
-    static uint32_t unsignedOf(int32_t v) { return static_cast<uint32_t>(v); }
+    static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint32_t>(count) * step; }
+    bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
+
+    FixedTile tile(const Point<uint32_t> &at, SourceBounds *) const
+    {
+        return tileAt(static_cast<int32_t>(at.x), static_cast<int32_t>(at.y), steps);
+    }
+};
+
+// 16.16, wrapping, with the fast path's steps.
+struct FastMotion {
+    using Position = int32_t;
+    using Coordinate = uint32_t;
+    PixelSteps steps;
+    Point<uint32_t> start, tileRow, tileCol;
+
+    FastMotion(const SamplingGrid &grid, const kip_affineSampleParams &, int32_t tileSize)
+        : steps{pixelStep(grid.rowStep.x), pixelStep(grid.rowStep.y), pixelStep(grid.colStep.x),
+                pixelStep(grid.colStep.y)},
+          start{unsignedOf(fixedPosition(grid.start.x)), unsignedOf(fixedPosition(grid.start.y))},
+          tileRow{tileStep(tileSize, grid.rowStep.x), tileStep(tileSize, grid.rowStep.y)},
+          tileCol{tileStep(tileSize, grid.colStep.x), tileStep(tileSize, grid.colStep.y)}
+    {}
+
+    static int32_t pixelStep(double step)
+    {
+        if (step > 32767.0)
+            return INT32_MAX;
+        return step < -32767.0 ? -INT32_MAX : fixedStep(step);
+    }
+    // A tile step that 16.16 cannot hold leads out of any source: nothing is sampled there.
+    static uint32_t tileStep(int32_t tileSize, double step)
+    {
+        const double moved = tileSize * step;
+        return moved > -32768.0 && moved < 32768.0 ? unsignedOf(fixedStep(moved)) : 0;
+    }
     static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint32_t>(count) * step; }
     bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
 
@@ -256,6 +296,14 @@ int32_t walkTiles16(uint32_t accumulate, const kimg_windowConst &source, const k
                     const TileKernels<uint16_t, int32_t> &kernels)
 {
     return walkTiles<uint16_t, FixedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+}
+
+int32_t walkTilesBilinearFast8(uint32_t accumulate, const kimg_windowConst &source,
+                               const kmath_xformLinear &srcFromClient, const kimg_window &destination,
+                               const kip_affineSampleParams &params, int32_t tileSize,
+                               const TileKernels<uint8_t, int32_t> &kernels)
+{
+    return walkTiles<uint8_t, FastMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
 }
 
 int32_t walkTilesRebased8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,

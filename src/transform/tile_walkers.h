@@ -28,6 +28,13 @@ int32_t walkTiles16(uint32_t accumulate, const kimg_windowConst &source, const k
                     const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
                     const TileKernels<uint16_t, int32_t> &kernels);
 
+// The fast 8-bit path's: as walkTiles8, but steps too long for 16.16 saturate and tile steps always come from
+// the doubles, 0 where they are too long.
+int32_t walkTilesBilinearFast8(uint32_t accumulate, const kimg_windowConst &source,
+                               const kmath_xformLinear &srcFromClient, const kimg_window &destination,
+                               const kip_affineSampleParams &params, int32_t tileSize,
+                               const TileKernels<uint8_t, int32_t> &kernels);
+
 // Tile starts of 64 bits with 30 fraction bits; 16.16 positions from each tile's own source pixel. For
 // sources that 16.16 cannot span.
 int32_t walkTilesRebased8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,

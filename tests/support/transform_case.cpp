@@ -83,8 +83,7 @@ const void *sourcePixels(const TransformCase &c, const TransformMemory &memory)
 
 std::string compareWithModel(const TransformCase &c, const TransformMemory &memory, const TransformResult &result)
 {
-    const kimg_windowConst source = {
-        c.width, c.height, c.x, c.y, 0, 0, c.width, c.height, c.pitch, sourcePixels(c, memory), c.bytesPerPixel};
+    const kimg_windowConst source = transformSource(c, memory);
     kip_affineSampleParams params = c.params;
     params.mode = effectiveMode(c);
     const SlowModel model = makeSlowModel(source, c.srcFromClient, params, modelWalker(source, c.srcFromClient, params),
@@ -113,7 +112,8 @@ kmath_xformLinear inClient(const TransformCase &c, const kmath_xformLinear &rect
 
 double marginOf(const TransformCase &c)
 {
-    return c.params.mode == kip_affineModeNearest ? 0.0 : 0.5;
+    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
+    return kMargins[c.params.mode];
 }
 
 // Steps and start of whole and dyadic numbers, along the axes.
@@ -216,6 +216,11 @@ InhibitOptimizedPaths::~InhibitOptimizedPaths()
 TransformResult runTransform(const TransformCase &c, const TransformMemory &memory)
 {
     return c.bytesPerPixel == 1 ? run<uint8_t>(c, memory) : run<uint16_t>(c, memory);
+}
+
+kimg_windowConst transformSource(const TransformCase &c, const TransformMemory &memory)
+{
+    return {c.width, c.height, c.x, c.y, 0, 0, c.width, c.height, c.pitch, sourcePixels(c, memory), c.bytesPerPixel};
 }
 
 std::string checkAgainstModel(const TransformCase &c, const TransformMemory &memory, int32_t *status)

@@ -51,6 +51,9 @@ struct TransformResult {
 
 TransformResult runTransform(const TransformCase &c, const TransformMemory &memory);
 
+// The source of the last run of a case, as it was given to the library.
+kimg_windowConst transformSource(const TransformCase &c, const TransformMemory &memory);
+
 // Runs a case and holds every pixel against the slow model, if the call succeeds. Returns nothing, or what is
 // wrong; status receives what the call returned.
 std::string checkAgainstModel(const TransformCase &c, const TransformMemory &memory, int32_t *status);

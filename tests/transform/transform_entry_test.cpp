@@ -248,7 +248,7 @@ TEST_P(TransformResult, CachesChangeNoPixelWhateverWasTransformedBefore)
     }
     // A call that failed leaves nothing behind that a later one takes for its own.
     for (const kip_affineSampleParams &bad :
-         {kip_affineSampleParams{{10, 10, 20, 10, 10, 5}, 0, 32, 16}, {kSlanted.rect, 3, 32, 16}}) {
+         {kip_affineSampleParams{{10, 10, 20, 10, 10, 5}, 0, 32, 16}, {kSlanted.rect, 4, 32, 16}}) {
         Image unbound;
         EXPECT_LT(transform(source, unbound, bad, &cache.handle), 0);
         expectSameWithCache(kSlanted, false);

@@ -39,8 +39,6 @@ TEST_P(TransformRefusal, RefusesBadSamplingsAndTouchesNothing)
         {"least size", {kSlanted.rect, 1, INT32_MIN, INT32_MIN}, kip_statusSizeBelowOne},
         {"mode 4", {kSlanted.rect, 4, 32, 16}, kip_statusUnknownMode},
         {"greatest mode", {kSlanted.rect, UINT32_MAX, 32, 16}, kip_statusUnknownMode},
-        {"table-driven bilinear", {kSlanted.rect, 2, 32, 16}, kip_statusModeNotAvailable},
-        {"cubic", {kSlanted.rect, 3, 32, 16}, kip_statusModeNotAvailable},
         {"outside", {{40, 8, 32, 0, 0, 16}, 0, 32, 16}, kip_statusTransformWouldClip},
         {"far outside", {{1e300, 8, 32, 0, 0, 16}, 1, 32, 16}, kip_statusTransformWouldClip},
         {"no room for the neighbours", {{0, 0.25, 32, 0, 0, 16}, 1, 64, 32}, kip_statusTransformWouldClip},

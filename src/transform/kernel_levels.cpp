@@ -1,0 +1,92 @@
+#include "transform/kernel_levels.h"
+
+#include <kip/kip.h>
+
+#include "support/target_region.h"
+#include "transform/plan_rows_x86.h"
+#include "transform/tile_kernels_x86.h"
+#include "transform/tile_sampling.h"
+
+namespace kip {
+
+uint32_t processorFeatures()
+{
+    ksys_cpuinfo info;
+    return ksys_cpuinfo_init(&info) < 0 ? 0 : info.features;
+}
+
+TileKernels<uint8_t, int32_t> fastTileKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate, uint32_t mode)
+{
+    const bool add = accumulate != 0;
+    if (mode == kip_affineModeNearest) {
+        auto kernels = fixedTileKernels8(accumulate, mode);
+#if defined(KIP_HAS_X86_VARIANTS)
+        if ((features & ksys_featureAvx512Vbmi) != 0)
+            kernels.inside = add ? kip_affineProjectTileNearest8Avx512Vbmi : kip_affineTransformTileNearest8Avx512Vbmi;
+#endif
+        return kernels;
+    }
+    auto kernels = add ? withTwin<Bilinear<Fast8>, Add, FixedPosition, uint8_t>(
+                             resampleInside<Bilinear<Fast8>, Add, FixedPosition, uint8_t>)
+                       : withTwin<Bilinear<Fast8>, Store, FixedPosition, uint8_t>(
+                             resampleInside<Bilinear<Fast8>, Store, FixedPosition, uint8_t>);
+#if defined(KIP_HAS_X86_VARIANTS)
+    if ((features & ksys_featureAvx512Vbmi) != 0)
+        kernels.inside =
+            add ? kip_affineProjectTileBilinearFast8Avx512Vbmi : kip_affineTransformTileBilinearFast8Avx512Vbmi;
+#endif
+    return kernels;
+}
+
+TileKernels<uint16_t, int32_t> tileKernels16(uint32_t, uint32_t accumulate, uint32_t mode)
+{
+    return fixedTileKernels16(accumulate, mode);
+}
+
+PlanRowKernels<uint8_t, uint8_t> linearRowKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate)
+{
+    auto kernels = portableRowKernels<Linear8>(accumulate);
+#if defined(KIP_HAS_X86_VARIANTS)
+    if ((features & ksys_featureAvx2) != 0)
+        kernels = {linearSamples8Avx2, accumulate == 0 ? linearOutputs8Avx2 : linearOutputsAdd8Avx2, copyStrip8Sse2};
+    if ((features & ksys_featureAvx512Vbmi) != 0)
+        kernels = {linearSamples8Avx512, accumulate == 0 ? linearOutputs8Avx512 : linearOutputsAdd8Avx512,
+                   copyStrip8Sse2};
+#endif
+    return kernels;
+}
+
+PlanRowKernels<uint8_t, int16_t> cubicRowKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate)
+{
+    auto kernels = portableRowKernels<CubicPacked8>(accumulate);
+#if defined(KIP_HAS_X86_VARIANTS)
+    if ((features & ksys_featureAvx2) != 0)
+        kernels = {cubicSamples8Avx2, accumulate == 0 ? cubicOutputs8Avx2 : cubicOutputsAdd8Avx2, copyStrip8Sse2};
+    if ((features & ksys_featureAvx512Vbmi) != 0)
+        kernels = {cubicSamples8Avx512, accumulate == 0 ? cubicOutputs8Avx512 : cubicOutputsAdd8Avx512, copyStrip8Sse2};
+#endif
+    return kernels;
+}
+
+PlanRowKernels<uint16_t, uint16_t> linearRowKernels16([[maybe_unused]] uint32_t features, uint32_t accumulate)
+{
+    auto kernels = portableRowKernels<Linear16>(accumulate);
+#if defined(KIP_HAS_X86_VARIANTS)
+    if ((features & ksys_featureAvx2) != 0)
+        kernels = {linearSamples16Avx2, accumulate == 0 ? linearOutputs16Avx2 : linearOutputsAdd16Avx2,
+                   copyStrip16Sse2};
+#endif
+    return kernels;
+}
+
+PlanRowKernels<uint16_t, int32_t> cubicRowKernels16([[maybe_unused]] uint32_t features, uint32_t accumulate)
+{
+    auto kernels = portableRowKernels<Cubic16>(accumulate);
+#if defined(KIP_HAS_X86_VARIANTS)
+    if ((features & ksys_featureAvx2) != 0)
+        kernels = {cubicSamples16Avx2, accumulate == 0 ? cubicOutputs16Avx2 : cubicOutputsAdd16Avx2, copyStrip16Sse2};
+#endif
+    return kernels;
+}
+
+} // namespace kip

@@ -1,0 +1,31 @@
+#ifndef KIP_TRANSFORM_KERNEL_LEVELS_H
+#define KIP_TRANSFORM_KERNEL_LEVELS_H
+
+#include <cstdint>
+
+#include "transform/plan_rows.h"
+#include "transform/tile_kernels.h"
+
+namespace kip {
+
+// The kernels of each family for a set of ksys_feature... bits: the portable ones, replaced level by level by
+// what runs, and runs well, on such a processor. Pure functions; an operation asks once.
+
+// The features that the processor information reports now; none if it fails.
+uint32_t processorFeatures();
+
+// The fast 8-bit path, modes 0 and 1.
+TileKernels<uint8_t, int32_t> fastTileKernels8(uint32_t features, uint32_t accumulate, uint32_t mode);
+
+// The 16-bit path, modes 0 and 1.
+TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumulate, uint32_t mode);
+
+// The rows of the table-driven modes: the fast 8-bit path's and the 16-bit path's.
+PlanRowKernels<uint8_t, uint8_t> linearRowKernels8(uint32_t features, uint32_t accumulate);
+PlanRowKernels<uint8_t, int16_t> cubicRowKernels8(uint32_t features, uint32_t accumulate);
+PlanRowKernels<uint16_t, uint16_t> linearRowKernels16(uint32_t features, uint32_t accumulate);
+PlanRowKernels<uint16_t, int32_t> cubicRowKernels16(uint32_t features, uint32_t accumulate);
+
+} // namespace kip
+
+#endif

@@ -1,0 +1,76 @@
+#include "cache/cubic_weight_table.h"
+
+#include <array>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <kip/kip.h>
+
+#include "support/failing_allocator.h"
+
+namespace {
+
+std::array<int16_t, 4> weightsOf(int32_t phase)
+{
+    uint64_t word = 0;
+    kip::getCubicWeightsForPhase(kip::cubicWeightTable(), phase, &word);
+    return {static_cast<int16_t>(word), static_cast<int16_t>(word >> 16), static_cast<int16_t>(word >> 32),
+            static_cast<int16_t>(word >> 48)};
+}
+
+TEST(CubicWeightTable, HoldsTheKernel)
+{
+    ASSERT_GE(kip_affineTransform_setup(), 0);
+    EXPECT_EQ(weightsOf(0), (std::array<int16_t, 4>{0, 32767, 0, 0}));
+    EXPECT_EQ(weightsOf(1), (std::array<int16_t, 4>{-63, 32766, 64, 0}));
+    EXPECT_EQ(weightsOf(64), (std::array<int16_t, 4>{-2304, 28416, 7424, -768}));
+    EXPECT_EQ(weightsOf(128), (std::array<int16_t, 4>{-2048, 18432, 18432, -2048}));
+    int32_t sums[3] = {};
+    for (int32_t phase = 0; phase < 256; ++phase) {
+        const auto w = weightsOf(phase);
+        const int32_t sum = w[0] + w[1] + w[2] + w[3];
+        ASSERT_TRUE(sum >= 32767 && sum <= 32769) << phase;
+        ++sums[sum - 32767];
+        EXPECT_GE(std::min(w[0], w[3]), -2427);
+        if (phase > 0) {
+            const auto mirrored = weightsOf(256 - phase);
+            EXPECT_EQ(w, (std::array<int16_t, 4>{mirrored[3], mirrored[2], mirrored[1], mirrored[0]})) << phase;
+        }
+    }
+    EXPECT_EQ(sums[0], 25);
+    EXPECT_EQ(sums[1], 205);
+    EXPECT_EQ(sums[2], 26);
+}
+
+TEST(CubicWeightTable, FailsWithoutALeakAndIsBuiltOnceWhenRaced)
+{
+    ksys_shutdown_run(); // forgets a table that another test built
+    kip::test::FailingAllocator allocator;
+    int64_t refused = 0;
+    int32_t status = -1;
+    do {
+        allocator.failOnly(++refused);
+        status = kip_affineTransform_setup();
+        if (status < 0) {
+            EXPECT_EQ(allocator.liveBlocks(), 0);
+        }
+    } while (status < 0 && refused < 10);
+    EXPECT_GE(status, 0);
+    EXPECT_GT(refused, 1);
+
+    ksys_shutdown_run();
+    allocator.failNone();
+    std::vector<std::thread> callers;
+    for (int n = 0; n < 4; ++n)
+        callers.emplace_back([] { EXPECT_GE(kip_affineTransform_setup(), 0); });
+    for (std::thread &caller : callers)
+        caller.join();
+    const int64_t once = allocator.liveBlocks();
+    EXPECT_GE(kip_affineTransform_setup(), 0);
+    EXPECT_EQ(allocator.liveBlocks(), once);
+    ksys_shutdown_run();
+    EXPECT_EQ(allocator.liveBlocks(), 0);
+}
+
+} // namespace

@@ -1,0 +1,54 @@
+#ifndef KIP_TESTS_SUPPORT_LEVELS_H
+#define KIP_TESTS_SUPPORT_LEVELS_H
+
+#include <cstdint>
+#include <vector>
+
+#include <ksys/ksys.h>
+
+namespace kip::test {
+
+// A level of the processor that has kernels of its own, with all that lies below it.
+struct Level {
+    const char *name;
+    uint32_t features;
+};
+
+// The levels above the portable one that this machine has; the others cannot be run here.
+inline std::vector<Level> availableLevels()
+{
+    constexpr uint32_t avx2 = ksys_featurePackedInteger | ksys_featureAvx2;
+    constexpr Level levels[] = {
+        {"AVX2", avx2},
+        {"AVX-512", avx2 | ksys_featureAvx512},
+        {"AVX-512 VBMI", avx2 | ksys_featureAvx512 | ksys_featureAvx512Vbmi},
+    };
+    ksys_cpuinfo processor;
+    ksys_cpuinfo_setOverride(nullptr);
+    ksys_cpuinfo_init(&processor);
+    std::vector<Level> available;
+    for (const Level &level : levels)
+        if ((processor.features & level.features) == level.features)
+            available.push_back(level);
+    return available;
+}
+
+// Makes the library see a processor of a level while it lives. Not for use beside operations on other threads.
+class ProcessorLevel {
+public:
+    explicit ProcessorLevel(uint32_t features)
+    {
+        ksys_cpuinfo record;
+        ksys_cpuinfo_setOverride(nullptr);
+        ksys_cpuinfo_init(&record);
+        record.features = features;
+        ksys_cpuinfo_setOverride(&record);
+    }
+    ~ProcessorLevel() { ksys_cpuinfo_setOverride(nullptr); }
+    ProcessorLevel(const ProcessorLevel &) = delete;
+    ProcessorLevel &operator=(const ProcessorLevel &) = delete;
+};
+
+} // namespace kip::test
+
+#endif
