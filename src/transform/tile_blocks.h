@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 #include "transform/tile_kernels.h"
 
@@ -60,27 +61,33 @@ struct BlockPlace {
     int32_t overlapColumns, overlapRows;
 };
 
-// Calls put for every block of a tile of at least one block, along the side that leaves the source's rows
-// less: a row's bytes are then used up while they are in the nearest cache.
-template <int32_t kWidth, int32_t kRows, typename Put>
-void walkPlaces(const FixedTile &tile, const Put &put)
-{
-    // One loop for both orders, so that put has one caller and becomes part of it.
-    const bool downFirst = std::abs(int64_t{tile.colStepY}) > std::abs(int64_t{tile.rowStepY});
-    const int32_t outerEnd = downFirst ? tile.width : tile.rows;
-    const int32_t innerEnd = downFirst ? tile.rows : tile.width;
-    const int32_t outerStep = downFirst ? kWidth : kRows;
-    const int32_t innerStep = downFirst ? kRows : kWidth;
-    for (int32_t outer = 0; outer < outerEnd; outer += outerStep) {
-        for (int32_t inner = 0; inner < innerEnd; inner += innerStep) {
-            const int32_t column = downFirst ? outer : inner;
-            const int32_t row = downFirst ? inner : outer;
-            const int32_t lastColumn = std::min(column, tile.width - kWidth);
-            const int32_t lastRow = std::min(row, tile.rows - kRows);
-            put(BlockPlace{lastColumn, lastRow, column - lastColumn, row - lastRow});
+// The order in which the blocks of a tile of at least one block follow each other: along the side that leaves
+// the source's rows less, so that a row's bytes are used up while they are in the nearest cache.
+struct BlockOrder {
+    int32_t outerEnd, outerStep; // both sides in destination pixels
+    int32_t innerEnd, innerStep;
+    int32_t lastColumn, lastRow;
+    bool downFirst;
+
+    BlockOrder(const FixedTile &tile, int32_t blockWidth, int32_t blockRows)
+        : outerEnd(tile.rows), outerStep(blockRows), innerEnd(tile.width), innerStep(blockWidth),
+          lastColumn(tile.width - blockWidth), lastRow(tile.rows - blockRows),
+          downFirst(std::abs(int64_t{tile.colStepY}) > std::abs(int64_t{tile.rowStepY}))
+    {
+        if (downFirst) {
+            std::swap(outerEnd, innerEnd);
+            std::swap(outerStep, innerStep);
         }
     }
-}
+    BlockPlace place(int32_t outer, int32_t inner) const
+    {
+        const int32_t column = downFirst ? outer : inner;
+        const int32_t row = downFirst ? inner : outer;
+        const int32_t firstColumn = std::min(column, lastColumn);
+        const int32_t firstRow = std::min(row, lastRow);
+        return {firstColumn, firstRow, column - firstColumn, row - firstRow};
+    }
+};
 
 } // namespace kip
 
