@@ -2,12 +2,29 @@
 
 #include <kip/kip.h>
 
+#include "support/optimized_path.h"
 #include "support/target_region.h"
 #include "transform/plan_rows_x86.h"
 #include "transform/tile_kernels_x86.h"
 #include "transform/tile_sampling.h"
 
 namespace kip {
+
+namespace {
+
+#if defined(KIP_HAS_X86_VARIANTS)
+
+// A kernel in the place of the 16-bit bilinear store kernel.
+template <TileKernel<uint16_t, int32_t> kKernel>
+int32_t ifNotServed16(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
+{
+    const int32_t status = offerTransformTileBilinear16();
+    return isDeclined(status) ? kKernel(tile, src, srcPitch, dst, dstPitch) : status;
+}
+
+#endif
+
+} // namespace
 
 uint32_t processorFeatures()
 {
@@ -21,6 +38,8 @@ TileKernels<uint8_t, int32_t> fastTileKernels8([[maybe_unused]] uint32_t feature
     if (mode == kip_affineModeNearest) {
         auto kernels = fixedTileKernels8(accumulate, mode);
 #if defined(KIP_HAS_X86_VARIANTS)
+        if ((features & ksys_featureAvx2) != 0)
+            kernels.inside = add ? kip_affineProjectTileNearest8Avx2 : kip_affineTransformTileNearest8Avx2;
         if ((features & ksys_featureAvx512Vbmi) != 0)
             kernels.inside = add ? kip_affineProjectTileNearest8Avx512Vbmi : kip_affineTransformTileNearest8Avx512Vbmi;
 #endif
@@ -31,6 +50,8 @@ TileKernels<uint8_t, int32_t> fastTileKernels8([[maybe_unused]] uint32_t feature
                        : withTwin<Bilinear<Fast8>, Store, FixedPosition, uint8_t>(
                              resampleInside<Bilinear<Fast8>, Store, FixedPosition, uint8_t>);
 #if defined(KIP_HAS_X86_VARIANTS)
+    if ((features & ksys_featureAvx2) != 0)
+        kernels.inside = add ? kip_affineProjectTileBilinearFast8Avx2 : kip_affineTransformTileBilinearFast8Avx2;
     if ((features & ksys_featureAvx512Vbmi) != 0)
         kernels.inside =
             add ? kip_affineProjectTileBilinearFast8Avx512Vbmi : kip_affineTransformTileBilinearFast8Avx512Vbmi;
@@ -38,9 +59,20 @@ TileKernels<uint8_t, int32_t> fastTileKernels8([[maybe_unused]] uint32_t feature
     return kernels;
 }
 
-TileKernels<uint16_t, int32_t> tileKernels16(uint32_t, uint32_t accumulate, uint32_t mode)
+TileKernels<uint16_t, int32_t> tileKernels16([[maybe_unused]] uint32_t features, uint32_t accumulate, uint32_t mode)
 {
-    return fixedTileKernels16(accumulate, mode);
+    auto kernels = fixedTileKernels16(accumulate, mode);
+#if defined(KIP_HAS_X86_VARIANTS)
+    const bool add = accumulate != 0;
+    if ((features & ksys_featureAvx2) != 0) {
+        if (mode == kip_affineModeNearest)
+            kernels.inside = add ? kip_affineProjectTileNearest16Avx2 : kip_affineTransformTileNearest16Avx2;
+        else
+            kernels.inside = add ? kip_affineProjectTileBilinearAccurate16Avx2
+                                 : ifNotServed16<kip_affineTransformTileBilinearAccurate16Avx2>;
+    }
+#endif
+    return kernels;
 }
 
 PlanRowKernels<uint8_t, uint8_t> linearRowKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate)

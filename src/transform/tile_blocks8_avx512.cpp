@@ -163,8 +163,6 @@ private:
 
 // Storing the same values twice does no harm.
 struct StoreBlocks {
-    using Portable = Store;
-
     uint8_t *dst;
     int64_t pitch;
 
@@ -188,8 +186,6 @@ private:
 };
 
 struct AddBlocks {
-    using Portable = Add;
-
     uint32_t *sums;
 
     void put(const BlockPlace &place, __m512i samples) const
@@ -277,8 +273,8 @@ void walkBlocks(const BlockTile &t, const Sink &sink)
 }
 
 template <typename Interpolation, typename Sink>
-int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, const Sink &sink, void *dst,
-                       int32_t dstPitch)
+int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch,
+                       const Sink &sink, TileKernel<uint8_t, int32_t> rows)
 {
     using Portable = typename Interpolation::Portable;
     constexpr auto shift = static_cast<int32_t>(Portable::template shift<int32_t>());
@@ -290,8 +286,8 @@ int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPit
         measureBlockAxis(tile.y, tile.colStepY, tile.rowStepY, tile, kBlockSize, kBlockSize, shift, Portable::kReach,
                          &t.y) &&
         t.x.extent <= kBoxColumns && t.x.last - t.x.first >= kBoxColumns - 1) {
-        const int32_t rows = std::max(t.y.extent, 2 * kBoxRowsPerRegister);
-        const int32_t registers = (rows + kBoxRowsPerRegister - 1) / kBoxRowsPerRegister;
+        const int32_t boxRows = std::max(t.y.extent, 2 * kBoxRowsPerRegister);
+        const int32_t registers = (boxRows + kBoxRowsPerRegister - 1) / kBoxRowsPerRegister;
         if (t.y.last - t.y.first >= registers * kBoxRowsPerRegister - 1) {
             switch (registers) {
             case 2:
@@ -308,8 +304,7 @@ int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPit
             }
         }
     }
-    return resampleInside<Portable, typename Sink::Portable, FixedPosition, uint8_t>(tile, src, srcPitch, dst,
-                                                                                     dstPitch);
+    return rows(tile, src, srcPitch, dst, dstPitch);
 }
 
 } // namespace
@@ -317,27 +312,31 @@ int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPit
 int32_t kip_affineTransformTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                   void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<NearestBlock>(tile, src, srcPitch, StoreBlocks{static_cast<uint8_t *>(dst), dstPitch}, dst,
-                                        dstPitch);
+    return resampleBlocks<NearestBlock>(tile, src, srcPitch, dst, dstPitch,
+                                        StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
+                                        kip_affineTransformTileNearest8Avx2);
 }
 
 int32_t kip_affineTransformTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                        void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, StoreBlocks{static_cast<uint8_t *>(dst), dstPitch}, dst,
-                                         dstPitch);
+    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
+                                         StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
+                                         kip_affineTransformTileBilinearFast8Avx2);
 }
 
 int32_t kip_affineProjectTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
                                                 int32_t dstPitch)
 {
-    return resampleBlocks<NearestBlock>(tile, src, srcPitch, AddBlocks{static_cast<uint32_t *>(dst)}, dst, dstPitch);
+    return resampleBlocks<NearestBlock>(tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)},
+                                        kip_affineProjectTileNearest8Avx2);
 }
 
 int32_t kip_affineProjectTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                      void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, AddBlocks{static_cast<uint32_t *>(dst)}, dst, dstPitch);
+    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)},
+                                         kip_affineProjectTileBilinearFast8Avx2);
 }
 
 } // namespace kip

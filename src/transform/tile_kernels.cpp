@@ -9,18 +9,10 @@ namespace kip {
 
 namespace {
 
-// Asks the hook and the optimised variant of the 16-bit bilinear store kernel for a tile.
-int32_t offerBilinear16()
-{
-    if (isInhibited(L"kip_affineTransformTileBilinearAccurate16Portable"))
-        return kip_statusOptimizationDeclined;
-    return noOptimisedVariant();
-}
-
 int32_t boundedBilinear16(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, const SourceBounds &bounds,
                           void *dst, int32_t dstPitch)
 {
-    const int32_t status = offerBilinear16();
+    const int32_t status = offerTransformTileBilinear16();
     if (!isDeclined(status))
         return status;
     return resampleBounded<Bilinear<Accurate16>, Store, FixedPosition, uint16_t>(tile, src, srcPitch, bounds, dst,
@@ -32,6 +24,13 @@ int32_t boundedBilinear16(const FixedTile &tile, const uint16_t *src, int32_t sr
 int32_t noOptimisedVariant()
 {
     return kip_statusOptimizationDeclined;
+}
+
+int32_t offerTransformTileBilinear16()
+{
+    if (isInhibited(L"kip_affineTransformTileBilinearAccurate16Portable"))
+        return kip_statusOptimizationDeclined;
+    return noOptimisedVariant();
 }
 
 int32_t kip_affineTransformTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
@@ -91,7 +90,7 @@ int32_t kip_affineTransformTileNearest16Portable(const FixedTile &tile, const ui
 int32_t kip_affineTransformTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
                                                           void *dst, int32_t dstPitch)
 {
-    const int32_t status = offerBilinear16();
+    const int32_t status = offerTransformTileBilinear16();
     if (!isDeclined(status))
         return status;
     return resampleInside<Bilinear<Accurate16>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);

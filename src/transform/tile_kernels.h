@@ -63,6 +63,10 @@ TileKernels<uint16_t, int32_t> fixedTileKernels16(uint32_t accumulate, uint32_t 
 // The slot of an optimised variant that there is none of; always declines.
 int32_t noOptimisedVariant();
 
+// Offers a tile of the 16-bit bilinear store kernel to its slot, unless the hook forbids it. Every kernel in
+// that place asks this first and computes the tile only if the status says declined.
+int32_t offerTransformTileBilinear16();
+
 // The kernels by name. Nearest neighbour takes the pixel that contains the position. Bilinear weighs the four
 // pixels round it, with the exact 32-bit weights of a 16-bit fraction for 16-bit pixels and with 16-bit
 // weights that sum to at most 65534 for 8-bit pixels. "Transform" stores, "Project" adds.

@@ -12,6 +12,26 @@
 
 namespace kip {
 
+// Rows of eight pixels.
+int32_t kip_affineTransformTileNearest8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                            int32_t dstPitch);
+int32_t kip_affineTransformTileBilinearFast8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                                 int32_t dstPitch);
+int32_t kip_affineProjectTileNearest8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                          int32_t dstPitch);
+int32_t kip_affineProjectTileBilinearFast8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                               int32_t dstPitch);
+
+int32_t kip_affineTransformTileNearest16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                             int32_t dstPitch);
+int32_t kip_affineTransformTileBilinearAccurate16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                      void *dst, int32_t dstPitch);
+int32_t kip_affineProjectTileNearest16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                           int32_t dstPitch);
+int32_t kip_affineProjectTileBilinearAccurate16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                    void *dst, int32_t dstPitch);
+
+// Blocks of 8 x 8 pixels.
 int32_t kip_affineTransformTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                   void *dst, int32_t dstPitch);
 int32_t kip_affineTransformTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
