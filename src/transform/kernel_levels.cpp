@@ -71,6 +71,13 @@ TileKernels<uint16_t, int32_t> tileKernels16([[maybe_unused]] uint32_t features,
             kernels.inside = add ? kip_affineProjectTileBilinearAccurate16Avx2
                                  : ifNotServed16<kip_affineTransformTileBilinearAccurate16Avx2>;
     }
+    if ((features & ksys_featureAvx512) != 0) {
+        if (mode == kip_affineModeNearest)
+            kernels.inside = add ? kip_affineProjectTileNearest16Avx512 : kip_affineTransformTileNearest16Avx512;
+        else
+            kernels.inside = add ? kip_affineProjectTileBilinearAccurate16Avx512
+                                 : ifNotServed16<kip_affineTransformTileBilinearAccurate16Avx512>;
+    }
 #endif
     return kernels;
 }

@@ -205,35 +205,21 @@ template <typename Interpolation, typename Sink>
 int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch,
                        const Sink &sink, TileKernel<uint8_t, int32_t> rows)
 {
-    using Portable = typename Interpolation::Portable;
-    constexpr auto shift = static_cast<int32_t>(Portable::template shift<int32_t>());
-
     BlockTile t = {tile, {}, {}, src, srcPitch};
-    if (tile.width >= kBlockSize && tile.rows >= kBlockSize &&
-        measureBlockAxis(tile.x, tile.colStepX, tile.rowStepX, tile, kBlockSize, kBlockSize, shift, Portable::kReach,
-                         &t.x) &&
-        measureBlockAxis(tile.y, tile.colStepY, tile.rowStepY, tile, kBlockSize, kBlockSize, shift, Portable::kReach,
-                         &t.y) &&
-        t.x.extent <= kBoxColumns && t.x.last - t.x.first >= kBoxColumns - 1) {
-        const int32_t boxRows = std::max(t.y.extent, 2 * kBoxRowsPerRegister);
-        const int32_t registers = (boxRows + kBoxRowsPerRegister - 1) / kBoxRowsPerRegister;
-        if (t.y.last - t.y.first >= registers * kBoxRowsPerRegister - 1) {
-            switch (registers) {
-            case 2:
-                walkBlocks<Interpolation, 2>(t, sink);
-                return 0;
-            case 3:
-                walkBlocks<Interpolation, 3>(t, sink);
-                return 0;
-            case 4:
-                walkBlocks<Interpolation, 4>(t, sink);
-                return 0;
-            default:
-                break;
-            }
-        }
+    switch (boxBanks<typename Interpolation::Portable>(tile, kBlockSize, kBlockSize, kBoxColumns, kBoxRowsPerRegister,
+                                                       &t.x, &t.y)) {
+    case 2:
+        walkBlocks<Interpolation, 2>(t, sink);
+        return 0;
+    case 3:
+        walkBlocks<Interpolation, 3>(t, sink);
+        return 0;
+    case 4:
+        walkBlocks<Interpolation, 4>(t, sink);
+        return 0;
+    default:
+        return rows(tile, src, srcPitch, dst, dstPitch);
     }
-    return rows(tile, src, srcPitch, dst, dstPitch);
 }
 
 } // namespace

@@ -41,6 +41,16 @@ int32_t kip_affineProjectTileNearest8Avx512Vbmi(const FixedTile &tile, const uin
 int32_t kip_affineProjectTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                      void *dst, int32_t dstPitch);
 
+// Blocks of 8 x 4 pixels.
+int32_t kip_affineTransformTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                               int32_t dstPitch);
+int32_t kip_affineTransformTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                        void *dst, int32_t dstPitch);
+int32_t kip_affineProjectTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                             int32_t dstPitch);
+int32_t kip_affineProjectTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                      void *dst, int32_t dstPitch);
+
 } // namespace kip
 
 #endif
