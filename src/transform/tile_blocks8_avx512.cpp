@@ -124,20 +124,20 @@ struct StoreBlocks {
     void put(const BlockPlace &place, __m512i samples) const
     {
         uint8_t *const at = dst + place.row * pitch + place.column;
-        storeRows<0>(at, samples);
-        storeRows<1>(at, samples);
-        storeRows<2>(at, samples);
-        storeRows<3>(at, samples);
+        storeFourRows(at, samples);
+        storeFourRows(at + 4 * pitch, _mm512_unpackhi_epi64(samples, samples));
     }
 
 private:
-    template <int kLane>
-    void storeRows(uint8_t *at, __m512i samples) const
+    // The lower halves of the lanes.
+    void storeFourRows(uint8_t *at, __m512i samples) const
     {
-        const __m128i lane = _mm512_extracti32x4_epi32(samples, kLane);
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(at + kLane * pitch), lane);
-        _mm_storeh_pd(reinterpret_cast<double *>(at + (kLane + 4) * pitch), _mm_castsi128_pd(lane));
+        storeRow(at, _mm512_castsi512_si128(samples));
+        storeRow(at + pitch, _mm512_extracti32x4_epi32(samples, 1));
+        storeRow(at + 2 * pitch, _mm512_extracti32x4_epi32(samples, 2));
+        storeRow(at + 3 * pitch, _mm512_extracti32x4_epi32(samples, 3));
     }
+    static void storeRow(uint8_t *at, __m128i samples) { _mm_storel_epi64(reinterpret_cast<__m128i *>(at), samples); }
 };
 
 struct AddBlocks {
