@@ -16,8 +16,8 @@ constexpr int32_t kMaxTileSize = 96;
 constexpr double kMaxBandArea = 200000.0;
 // The least start fraction, one unit of 16.16: a fraction of 0 has no place in a reversed scan.
 constexpr double kLeastStartFraction = 1.526e-05;
-// Bytes after the last sample that vector kernels may touch.
-constexpr size_t kScratchSlack = 128;
+// Bytes after the last sample that vector kernels may read: two registers of 64 bytes and a few taps.
+constexpr size_t kScratchSlack = 192;
 
 struct Corner {
     double x, y;

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 
-#include <immintrin.h>
-
 #include "transform/plan_rows_avx2.h"
 
 KIP_TARGET_BEGIN("avx2")

@@ -5,9 +5,8 @@
 
 #include <cstdint>
 
-#include <immintrin.h>
-
 #include "support/target_region.h"
+#include "support/x86_intrinsics.h"
 #include "transform/plan_rows.h"
 
 KIP_TARGET_BEGIN("avx2")

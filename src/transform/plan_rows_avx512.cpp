@@ -6,11 +6,7 @@
 
 #include <algorithm>
 
-#if defined(__GNUC__) && !defined(__clang__)
-// GCC 12 takes the undefined pass-through operands inside its own intrinsics for a use of them.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
+#include "support/x86_intrinsics.h"
 
 KIP_TARGET_BEGIN("avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi")
 

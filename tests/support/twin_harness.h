@@ -76,7 +76,7 @@ inline std::string describe(const std::string &twin, const TwinCase &c)
 
 // Memory for both kernels, reused from case to case.
 struct TwinMemory {
-    GuardedMemory source{1 << 20};
+    GuardedMemory source{4 << 20};
     GuardedMemory expected{1 << 18};
     GuardedMemory actual{1 << 18};
 };
@@ -158,10 +158,12 @@ inline std::string runTwin(const Twin &twin, uint64_t seed)
         for (const Guard sourceGuard : kGuards) {
             for (const Guard destinationGuard : kGuards) {
                 // The random pattern tells most; the others find sums that overflow and lanes that mix.
-                for (const Pattern pattern :
-                     {Pattern::random, Pattern::random, Pattern::random, random.pick(kPatterns)}) {
-                    const TwinCase c = {random.next(), width,       random.between32(1, 5),
-                                        pattern,       sourceGuard, destinationGuard};
+                // Few rows and many: some kernels work on blocks.
+                for (const bool isTall : {false, false, true, false}) {
+                    const Pattern pattern = random.oneIn(4) ? random.pick(kPatterns) : Pattern::random;
+                    const TwinCase c = {
+                        random.next(), width,       isTall ? random.between32(6, 40) : random.between32(1, 5),
+                        pattern,       sourceGuard, destinationGuard};
                     const std::string description = describe(twin.name, c);
                     noteForCrash(description);
                     const std::string failure = twin.compare(c, memory);
