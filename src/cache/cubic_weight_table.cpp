@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 
 #include <kip/kip.h>
@@ -42,11 +43,11 @@ void weightsOfPhase(int32_t phase, int16_t *weights)
 int32_t buildCubicWeights(CubicWeightTable *result)
 {
     result->phaseBits = std::bit_width(static_cast<uint32_t>(kCubicPhases)) - 1;
-    result->weights = static_cast<int16_t *>(kqfCacheAlloc(kCubicPhases * kCubicTaps * sizeof(int16_t)));
+    result->weights = static_cast<int16_t *>(kqfCacheAlloc(sizeof(int16_t) * kCubicPhases * kCubicTaps));
     if (result->weights == nullptr)
         return ksys_statusOutOfMemory;
     for (int32_t phase = 0; phase < kCubicPhases; ++phase)
-        weightsOfPhase(phase, result->weights + phase * kCubicTaps);
+        weightsOfPhase(phase, result->weights + ptrdiff_t{phase} * kCubicTaps);
     return 0;
 }
 
@@ -99,7 +100,7 @@ const CubicWeightTable &cubicWeightTable()
 
 int32_t getCubicWeightsForPhase(const CubicWeightTable &weightTable, int32_t phase, uint64_t *weights)
 {
-    std::memcpy(weights, weightTable.weights + phase * kCubicTaps, sizeof(*weights));
+    std::memcpy(weights, weightTable.weights + ptrdiff_t{phase} * kCubicTaps, sizeof(*weights));
     return 0;
 }
 

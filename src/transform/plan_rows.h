@@ -2,6 +2,7 @@
 #define KIP_TRANSFORM_PLAN_ROWS_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 namespace kip {
@@ -114,7 +115,7 @@ struct CubicRule {
     template <typename At>
     static Wide weigh(uint32_t fraction, const int16_t *weights, At at)
     {
-        const int16_t *const w = weights + (fraction >> 8) * 4;
+        const int16_t *const w = weights + size_t{4} * (fraction >> 8);
         return Wide{w[0]} * at(0) + Wide{w[1]} * at(1) + Wide{w[2]} * at(2) + Wide{w[3]} * at(3);
     }
     template <typename At>

@@ -129,8 +129,9 @@ inline __m256i cubicProducts(const OutputRun<int32_t> &run, uint32_t first, uint
     const __m256i parts =
         _mm256_packs_epi32(_mm256_and_si256(entries, _mm256_set1_epi32(0x7FFF)), _mm256_srai_epi32(entries, 15));
     const auto weightsAt = [&run](uint32_t position) {
-        return _mm_castpd_si128(
-            _mm_loaddup_pd(reinterpret_cast<const double *>(run.weights + (fixedFraction(position) >> 8) * 4)));
+        const int16_t *const four = run.weights + size_t{4} * (fixedFraction(position) >> 8);
+        const __m128i once = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(four));
+        return _mm_unpacklo_epi64(once, once);
     };
     return _mm256_madd_epi16(parts, _mm256_setr_m128i(weightsAt(first), weightsAt(second)));
 }

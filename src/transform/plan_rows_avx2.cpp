@@ -5,6 +5,7 @@
 #if defined(KIP_HAS_X86_VARIANTS)
 
 #include <algorithm>
+#include <cstddef>
 
 #include "transform/plan_rows_avx2.h"
 
@@ -150,7 +151,7 @@ void linearSamples8Avx2(const SampleRun<uint8_t> &run, uint8_t *out)
         return sampleLinePortable<Linear8>(run, out);
     forEachSampleGroup<0, 2>(run, [out](int32_t first, const Positions<4> &p, const __m256i(&taps)[2]) {
         __m256i half[2];
-        for (int k = 0; k < 2; ++k)
+        for (ptrdiff_t k = 0; k < 2; ++k)
             half[k] = blendWords(bytesToWords(taps[0], k), bytesToWords(taps[1], k),
                                  fractionWords(p.at[2 * k], p.at[2 * k + 1]));
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + first), inOrder(_mm256_packus_epi16(half[0], half[1])));
@@ -162,7 +163,7 @@ void cubicSamples8Avx2(const SampleRun<uint8_t> &run, int16_t *out)
     if (!isVectorRun(run))
         return sampleLinePortable<CubicPacked8>(run, out);
     forEachSampleGroup<-1, 4>(run, [out](int32_t first, const Positions<4> &p, const __m256i(&taps)[4]) {
-        for (int k = 0; k < 2; ++k) {
+        for (ptrdiff_t k = 0; k < 2; ++k) {
             const WeightPairs weights = weightPairs(cubicWeights(fractionWords(p.at[2 * k], p.at[2 * k + 1])));
             const __m256i t[4] = {bytesToWords(taps[0], k), bytesToWords(taps[1], k), bytesToWords(taps[2], k),
                                   bytesToWords(taps[3], k)};

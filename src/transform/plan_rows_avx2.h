@@ -3,6 +3,7 @@
 
 // What the AVX2 row kernels of both depths share. Included after every other header.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "support/target_region.h"
@@ -63,7 +64,7 @@ inline __m256i integerBytes(const Positions<4> &p, int32_t from)
     return _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
 }
 
-inline __m256i bytesToWords(__m256i bytes, int half)
+inline __m256i bytesToWords(__m256i bytes, ptrdiff_t half)
 {
     return _mm256_cvtepu8_epi16(half == 0 ? _mm256_castsi256_si128(bytes) : _mm256_extracti128_si256(bytes, 1));
 }

@@ -5,6 +5,7 @@
 #if defined(KIP_HAS_X86_VARIANTS)
 
 #include <algorithm>
+#include <cstddef>
 
 #include "support/x86_intrinsics.h"
 
@@ -50,13 +51,13 @@ inline __m512i integerBytes(const Positions &p, int32_t from)
 }
 
 // The fractions of positions 0 to 31 (half 0) or 32 to 63 (half 1) as words.
-inline __m512i fractionWords(const Positions &p, int half)
+inline __m512i fractionWords(const Positions &p, ptrdiff_t half)
 {
     return _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi32_epi16(p.at[2 * half])),
                               _mm512_cvtepi32_epi16(p.at[2 * half + 1]), 1);
 }
 
-inline __m512i bytesToWords(__m512i bytes, int half)
+inline __m512i bytesToWords(__m512i bytes, ptrdiff_t half)
 {
     return _mm512_cvtepu8_epi16(half == 0 ? _mm512_castsi512_si256(bytes) : _mm512_extracti64x4_epi64(bytes, 1));
 }
@@ -205,7 +206,7 @@ inline void addBytes(uint32_t *sums, __mmask64 lanes, __m512i bytes)
                              _mm512_extracti32x4_epi32(bytes, 2), _mm512_extracti32x4_epi32(bytes, 3)};
     for (int k = 0; k < 4; ++k) {
         const auto mask = static_cast<__mmask16>(lanes >> (16 * k));
-        uint32_t *const at = sums + 16 * k;
+        uint32_t *const at = sums + ptrdiff_t{16} * k;
         const __m512i sum = _mm512_add_epi32(_mm512_maskz_loadu_epi32(mask, at), _mm512_cvtepu8_epi32(part[k]));
         _mm512_mask_storeu_epi32(at, mask, sum);
     }
@@ -230,7 +231,7 @@ inline void linearOutputs(const OutputRun<uint8_t> &run)
 }
 
 // The cubic values of 32 outputs (half of 64 positions) as words, not yet clamped to bytes.
-inline __m512i cubicOutputWords(const int16_t *line, __m512i index, const Positions &p, int half)
+inline __m512i cubicOutputWords(const int16_t *line, __m512i index, const Positions &p, ptrdiff_t half)
 {
     __m512i taps[4];
     for (int k = 0; k < 4; ++k)
@@ -290,7 +291,7 @@ void cubicSamples8Avx512(const SampleRun<uint8_t> &run, int16_t *out)
     if (!isVectorRun(run))
         return sampleLinePortable<CubicPacked8>(run, out);
     forEachSampleGroup<-1, 4>(run, [out](int32_t first, __mmask64 lanes, const Positions &p, const __m512i(&taps)[4]) {
-        for (int k = 0; k < 2; ++k) {
+        for (ptrdiff_t k = 0; k < 2; ++k) {
             const __m512i words[4] = {bytesToWords(taps[0], k), bytesToWords(taps[1], k), bytesToWords(taps[2], k),
                                       bytesToWords(taps[3], k)};
             _mm512_mask_storeu_epi16(out + first + 32 * k, static_cast<__mmask32>(lanes >> (32 * k)),

@@ -368,8 +368,9 @@ void runBoundedOutputs(const Scan<Rule> &scan, const OutputRun<typename Rule::En
 
 // ---- The walk ---------------------------------------------------------------------------------------------------
 
+// dst: the tile's first pixel, or the first of its sums.
 template <typename Rule>
-void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, uint8_t *dst)
+void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, void *dst)
 {
     using Pixel = typename Rule::Pixel;
     const int64_t rowAdvance =
@@ -384,9 +385,12 @@ void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, uint8
             runSamples(scan, view, row, c);
         else
             runEdgeSamples(scan, row, c);
-        const OutputRun<typename Rule::Entry> outputs = {
-            scan.line,    row.outputPosition,  static_cast<uint32_t>(scan.plan.primaryStep), scan.plan.tileWidth[c],
-            scan.weights, dst + j * rowAdvance};
+        const OutputRun<typename Rule::Entry> outputs = {scan.line,
+                                                         row.outputPosition,
+                                                         static_cast<uint32_t>(scan.plan.primaryStep),
+                                                         scan.plan.tileWidth[c],
+                                                         scan.weights,
+                                                         static_cast<uint8_t *>(dst) + j * rowAdvance};
         if (longEnough)
             scan.kernels.outputs(outputs);
         else

@@ -250,7 +250,7 @@ int32_t resampleRows(const FixedTile &tile, const typename Lines::Pixel *src, in
     if (width == tile.width)
         return 0;
 
-    const uint32_t done = static_cast<uint32_t>(width);
+    const auto done = static_cast<uint32_t>(width);
     FixedTile rest = tile; // the tail has one definition
     rest.x = static_cast<int32_t>(static_cast<uint32_t>(tile.x) + done * static_cast<uint32_t>(tile.colStepX));
     rest.y = static_cast<int32_t>(static_cast<uint32_t>(tile.y) + done * static_cast<uint32_t>(tile.colStepY));

@@ -99,7 +99,7 @@ struct FixedMotion {
         : steps(fixedPixelSteps(grid)), start{unsignedOf(fixedPosition(grid.start.x)),
                                               unsignedOf(fixedPosition(grid.start.y))}
     {
-        const uint32_t size = static_cast<uint32_t>(tileSize);
+        const auto size = static_cast<uint32_t>(tileSize);
         if (params.destWidth <= kMaxExtentForSteppedTiles && params.destHeight <= kMaxExtentForSteppedTiles) {
             tileRow = {size * unsignedOf(steps.rowX), size * unsignedOf(steps.rowY)};
             tileCol = {size * unsignedOf(steps.colX), size * unsignedOf(steps.colY)};
