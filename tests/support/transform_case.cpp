@@ -113,7 +113,7 @@ kmath_xformLinear inClient(const TransformCase &c, const kmath_xformLinear &rect
 double marginOf(const TransformCase &c)
 {
     static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
-    return kMargins[c.params.mode];
+    return kMargins[std::min<uint32_t>(c.params.mode, 3)];
 }
 
 // Steps and start of whole and dyadic numbers, along the axes.
