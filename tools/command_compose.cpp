@@ -13,7 +13,7 @@ namespace kiptool {
 namespace {
 
 constexpr int64_t kGap = 14;
-constexpr int kTextFactor = 2;
+constexpr int64_t kTextFactor = 2;
 constexpr int64_t kLabelHeight = kGlyphHeight * kTextFactor + 8;
 constexpr int64_t kMostEnlarged = 8;
 constexpr Colour kPaper = {250, 250, 248};

@@ -23,7 +23,8 @@ void printInfo(const std::string &name)
             const auto [least, greatest] = std::minmax_element(samples.begin(), samples.end());
             const auto sum = std::accumulate(samples.begin(), samples.end(), uint64_t{0});
             char mean[32];
-            std::snprintf(mean, sizeof mean, "%.2f", static_cast<double>(sum) / static_cast<double>(samples.size()));
+            (void)std::snprintf(mean, sizeof mean, "%.2f",
+                                static_cast<double>(sum) / static_cast<double>(samples.size()));
             std::cout << "values: " << +*least << " to " << +*greatest << ", mean " << mean << '\n';
         },
         picture.samples);

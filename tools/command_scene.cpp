@@ -56,8 +56,6 @@ double noiseAt(uint64_t seed, int32_t x, int32_t y)
 // Whether there is ink at a dot of the label.
 bool isInk(uint64_t seed, int column, int row)
 {
-    if (column < 0 || row < 0 || column >= kLabelColumns || row >= kLabelRows)
-        return false;
     if (column == 0 || row == 0 || column == kLabelColumns - 1 || row == kLabelRows - 1)
         return true; // the frame
     const int line = (row - kMargin) / kLinePitch, inLine = (row - kMargin) % kLinePitch;
@@ -86,13 +84,17 @@ double reflectance(uint64_t seed, const kmath_xformLinear &labelFromPicture, int
 {
     double sum = 0;
     for (int i = 0; i < kGrid * kGrid; ++i) {
-        const kmath_vect at = {x + (i % kGrid + 0.5) / kGrid, y + (i / kGrid + 0.5) / kGrid};
+        const int column = i % kGrid, row = i / kGrid;
+        const kmath_vect at = {x + (column + 0.5) / kGrid, y + (row + 0.5) / kGrid};
         kmath_vect label;
         kmath_xformLinear_mapPoint(&labelFromPicture, &at, &label);
         const bool onLabel = label.x >= 0 && label.x < 1 && label.y >= 0 && label.y < 1;
-        const int column = onLabel ? static_cast<int>(label.x * kLabelColumns) : -1;
-        const int row = onLabel ? static_cast<int>(label.y * kLabelRows) : -1;
-        sum += !onLabel ? kTable : isInk(seed, column, row) ? kInk : kPaper;
+        if (!onLabel)
+            sum += kTable;
+        else if (isInk(seed, static_cast<int>(label.x * kLabelColumns), static_cast<int>(label.y * kLabelRows)))
+            sum += kInk;
+        else
+            sum += kPaper;
     }
     return sum / (kGrid * kGrid);
 }
@@ -118,7 +120,7 @@ void runScene(const SceneOptions &options)
                     const double light = 1.08 / (1 + 1.8 * (u * u + v * v));
                     const double value =
                         light * reflectance(seed, labelFromPicture, x, y) + kNoise * noiseAt(seed, x, y);
-                    *to++ = static_cast<Sample>(std::clamp(value, 0.0, 1.0) * kWhite + 0.5);
+                    *to++ = static_cast<Sample>(std::lround(std::clamp(value, 0.0, 1.0) * kWhite));
                 }
             }
         },
@@ -126,8 +128,8 @@ void runScene(const SceneOptions &options)
     writePicture(options.out, picture);
 
     char line[160];
-    std::snprintf(line, sizeof line, "--rect %.2f,%.2f,%.2f,%.2f --angle %g\n", upright.tx, upright.ty, upright.e0,
-                  upright.e3, options.angle);
+    (void)std::snprintf(line, sizeof line, "--rect %.2f,%.2f,%.2f,%.2f --angle %.12g\n", upright.tx, upright.ty,
+                        upright.e0, upright.e3, options.angle);
     std::cout << line;
 }
 

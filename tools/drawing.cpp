@@ -29,7 +29,7 @@ void setPixel(uint8_t *pixel, Colour colour)
 void blend(uint8_t *pixel, Colour colour, double share)
 {
     const auto mix = [share](uint8_t below, uint8_t above) {
-        return static_cast<uint8_t>(below + (above - below) * share + 0.5);
+        return static_cast<uint8_t>(std::lround(below + (above - below) * share));
     };
     setPixel(pixel, {mix(pixel[0], colour.red), mix(pixel[1], colour.green), mix(pixel[2], colour.blue)});
 }
@@ -124,7 +124,7 @@ void drawEnlarged(Picture &picture, int64_t x, int64_t y, const Picture &from, i
     }
 }
 
-void drawText(Picture &picture, int64_t x, int64_t y, const std::string &text, int factor, Colour colour)
+void drawText(Picture &picture, int64_t x, int64_t y, const std::string &text, int64_t factor, Colour colour)
 {
     for (const char character : text) {
         for (int row = 0; row < kGlyphHeight; ++row)
@@ -135,7 +135,7 @@ void drawText(Picture &picture, int64_t x, int64_t y, const std::string &text, i
     }
 }
 
-int64_t textWidth(const std::string &text, int factor)
+int64_t textWidth(const std::string &text, int64_t factor)
 {
     return static_cast<int64_t>(text.size()) * kGlyphPitch * factor;
 }

@@ -29,10 +29,10 @@ void drawRectangle(Picture &picture, Point origin, Point xSide, Point ySide);
 void drawEnlarged(Picture &picture, int64_t x, int64_t y, const Picture &from, int64_t factor);
 
 /** A line of text; each dot of the font is factor x factor pixels. */
-void drawText(Picture &picture, int64_t x, int64_t y, const std::string &text, int factor, Colour colour);
+void drawText(Picture &picture, int64_t x, int64_t y, const std::string &text, int64_t factor, Colour colour);
 
 /** Width of a line of text in pixels. */
-int64_t textWidth(const std::string &text, int factor);
+int64_t textWidth(const std::string &text, int64_t factor);
 
 /** A picture reduced by a whole divisor: each pixel is the mean of a square, smaller at the far edges. */
 Picture reduced(const Picture &picture, int32_t divisor);

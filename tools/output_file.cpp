@@ -42,7 +42,7 @@ struct Temporary {
     ~Temporary()
     {
         if (file != nullptr)
-            std::fclose(file);
+            (void)std::fclose(file);
         std::error_code ignored;
         if (!path.empty())
             fs::remove(path, ignored);

@@ -83,7 +83,7 @@ __attribute__((format(printf, 4, 0)))
 int onError(TIFF *, void *stream, const char *, const char *format, va_list arguments)
 {
     char text[200];
-    std::vsnprintf(text, sizeof text, format, arguments);
+    (void)std::vsnprintf(text, sizeof text, format, arguments);
     auto &error = static_cast<Stream *>(stream)->error;
     try {
         if (error.empty())
@@ -181,8 +181,8 @@ void readBlockLayout(TIFF *tiff, const Stream &stream, Layout &layout)
         throw Failure("a TIFF with " + std::to_string(bits) + " bits a sample is not supported");
     if (layout.samplesPerPixel < layout.fileChannels())
         failDamaged(stream);
-    if (layout.photometric == PHOTOMETRIC_PALETTE &&
-        TIFFGetField(tiff, TIFFTAG_COLORMAP, &layout.palette[0], &layout.palette[1], &layout.palette[2]) == 0)
+    auto &[reds, greens, blues] = layout.palette;
+    if (layout.photometric == PHOTOMETRIC_PALETTE && TIFFGetField(tiff, TIFFTAG_COLORMAP, &reds, &greens, &blues) == 0)
         throw Failure("damaged TIFF: its palette is missing");
 
     layout.tiled = TIFFIsTiled(tiff) != 0;

@@ -62,7 +62,7 @@ std::span<const StatusName> statusNames()
 std::string describeStatus(int32_t status)
 {
     char code[16];
-    std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(status));
+    (void)std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(status));
     for (const StatusName &known : kNames)
         if (known.status == status)
             return std::string(known.name) + " (" + code + "): " + known.meaning;

@@ -42,9 +42,9 @@ Timing measure(const std::function<void()> &run)
 std::string describeTiming(const Timing &timing, double pixels)
 {
     char text[160];
-    std::snprintf(text, sizeof text, "%.4g ms, %.1f Mpixel/s (median of %d runs; best %.4g ms)",
-                  timing.medianMilliseconds, pixels / timing.medianMilliseconds / 1000, timing.runs,
-                  timing.bestMilliseconds);
+    (void)std::snprintf(text, sizeof text, "%.4g ms, %.1f Mpixel/s (median of %d runs; best %.4g ms)",
+                        timing.medianMilliseconds, pixels / timing.medianMilliseconds / 1000, timing.runs,
+                        timing.bestMilliseconds);
     return text;
 }
 
