@@ -148,7 +148,7 @@ Twin makeTwin(const std::string &name, uint32_t features, const Family &family, 
 // first failure with all that is needed to repeat it, or nothing.
 inline std::string runTwin(const Twin &twin, uint64_t seed)
 {
-    const TwinMemory memory;
+    const TwinMemory memory{};
     std::vector<int32_t> widths = {191, 224, 257, 1009};
     for (int32_t width = 1; width <= 129; ++width)
         widths.push_back(width);

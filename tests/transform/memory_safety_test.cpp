@@ -66,7 +66,7 @@ TransformCase drawImages(Random &random)
 
 TEST(MemorySafety, AnyRecordThroughTheExports)
 {
-    const TransformMemory memory;
+    const TransformMemory memory{};
     Random random(50100);
     int served = 0;
     for (int n = 0; n < 10000; ++n) {
@@ -101,7 +101,7 @@ TEST(MemorySafety, AnyRecordThroughTheExports)
 TEST(MemorySafety, EdgesThroughTheExports)
 {
     const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory;
+    const TransformMemory memory{};
     Random random(50200);
     int served = 0;
     for (int n = 0; n < 10000; ++n) {

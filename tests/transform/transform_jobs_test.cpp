@@ -46,7 +46,7 @@ protected:
         kprt_isOptimizationInhibitedFP = answerAboutProcess;
     }
 
-    const TransformMemory memory;
+    const TransformMemory memory{};
 };
 
 // A rectangle turned by some ten degrees that fills most of a source, onto columns x rows pixels.

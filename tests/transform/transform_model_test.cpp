@@ -61,7 +61,7 @@ protected:
     }
 
     const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory;
+    const TransformMemory memory{};
 };
 
 // Rather small than large, but every order of magnitude.
@@ -242,7 +242,7 @@ constexpr LargeSource kLargeSources[] = {
 TEST(TransformModelLarge, RandomRectangles8)
 {
     const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory;
+    const TransformMemory memory{};
     Random random(30700);
     int served = 0;
     int walkers[3] = {};
@@ -301,7 +301,7 @@ TEST(TransformModelLarge, TilesThatSpreadTooFar)
         {"enormous side of one row", 1.0, 50, 1, {{3.0, 4.0}, {60.0, 8.0}, {}, {0, -1e9}}, ModelWalker::inDoubles},
     };
     const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory;
+    const TransformMemory memory{};
     for (const Row &row : table) {
         for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
             SCOPED_TRACE(row.name);
@@ -326,7 +326,7 @@ TEST(TransformModelLarge, TilesThatSpreadTooFar)
 TEST(TransformModelLarge, MarginsOfTheClippingTest8)
 {
     const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory;
+    const TransformMemory memory{};
     Random random(30800);
     static constexpr double kOffsets[] = {-1e-5, -1e-9, -5e-10, 0.0, 1e-9, 1e-5, 2e-5};
     int served = 0;
@@ -366,7 +366,7 @@ TEST(TransformModelLarge, MarginsOfTheClippingTest8)
 
 TEST(TransformModelLarge, RefusedFor16BitsUnlessAligned)
 {
-    const TransformMemory memory;
+    const TransformMemory memory{};
     for (const LargeSource &source : kLargeSources) {
         for (const double offset : {0.25, 0.0}) {
             TransformCase c;

@@ -492,7 +492,7 @@ Twin copyTwin(CopyKernel variant, CopyKernel definition = copyRows)
 
 std::string compareCopies(CopyKernel variant, Guard guard)
 {
-    const TwinMemory memory;
+    const TwinMemory memory{};
     const TwinCase c = {1, 40, 3, Pattern::random, guard, guard};
     noteForCrash(describe("Copy", c));
     return copyTwin(variant).compare(c, memory);
