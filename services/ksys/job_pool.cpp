@@ -156,14 +156,14 @@ void work(Pool &shared, Worker &self)
     }
 }
 
-// A forked child has a copy of the pool but none of its threads: the pool starts anew there.
+// A forked child has a copy of the pool but none of its threads, one of which may have locked it: the pool is
+// made anew there, over the copy.
 bool prepareForFork()
 {
-    return prepareForThreads([] { pool().mutex.lock(); }, [] { pool().mutex.unlock(); },
-                             [] {
-                                 processGeneration.fetch_add(1, std::memory_order_relaxed);
-                                 new (poolStorage) Pool;
-                             });
+    return prepareForThreads([] {
+        processGeneration.fetch_add(1, std::memory_order_relaxed);
+        new (poolStorage) Pool;
+    });
 }
 
 // Starts threads until there are enough or the system refuses; those that are there then do the work.

@@ -30,7 +30,7 @@ inline void relaxProcessor()
  * Keeps the library loaded from now on: Windows unloads a library under a lock that an ending thread needs
  * too, so that threads cannot be waited for there. Returns whether that worked.
  */
-inline bool prepareForThreads(void (*)(), void (*)(), void (*)())
+inline bool prepareForThreads(void (*)())
 {
     static const char anchor = 0;
     HMODULE module = nullptr;
@@ -48,10 +48,10 @@ struct SignalsBlocked {
 
 #else
 
-/** Names what to call before and after a fork, in the parent and in the child. Returns whether that worked. */
-inline bool prepareForThreads(void (*beforeFork)(), void (*inParent)(), void (*inChild)())
+/** Names what to call in the child after a fork. Returns whether that worked. */
+inline bool prepareForThreads(void (*inChild)())
 {
-    return pthread_atfork(beforeFork, inParent, inChild) == 0;
+    return pthread_atfork(nullptr, nullptr, inChild) == 0;
 }
 
 /** Whether threads can be waited for while the library is being unloaded. */
