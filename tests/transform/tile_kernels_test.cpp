@@ -49,6 +49,9 @@ constexpr BilinearRow kBilinear8[] = {
     {"all but at the pixel below", 0, 0xFFFF, 0, 0, 255, 0, 255},
     {"a constant of 255 keeps it", 0x8000, 0x8000, 255, 255, 255, 255, 255},
     {"a constant of 1 keeps it", 0x8000, 0x8000, 1, 1, 1, 1, 1},
+    {"complements are taken to 65535", 0x5000, 0xD000, 52, 132, 131, 228, 145},
+    {"an exact half rounds up", 0xD000, 0xD000, 155, 229, 128, 204, 195},
+    {"weights are cut to 16 bits", 0x3000, 0x6000, 209, 140, 167, 115, 181},
     {"lost weights round down", 0x8000, 0x8000, 0, 2, 2, 2, 1},
     {"each pixel has its weight", 0x4000, 0x8000, 80, 160, 40, 200, 90},
 };
