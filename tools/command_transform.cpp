@@ -1,12 +1,12 @@
 #include "commands.h"
 #include "drawing.h"
 #include "failure.h"
+#include "library_image.h"
 #include "picture_io.h"
 #include "sampling_options.h"
 #include "status_names.h"
 #include "timing.h"
 
-#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -18,39 +18,6 @@ struct TransformOptions {
     SamplingOptions sampling;
     bool time = false;
 };
-
-// An image of the library that is let go at the end.
-struct Image {
-    kimg_image image;
-
-    Image() { kimg_image_constructUnbound(&image); }
-    Image(const Image &) = delete;
-    Image &operator=(const Image &) = delete;
-    ~Image() { kimg_image_destruct(&image); }
-};
-
-// Puts a picture's own memory behind an image.
-void bindTo(Image &image, Picture &picture)
-{
-    requireSuccess(kimg_image_constructExternal(&image.image, depthOf(picture) / 8, picture.width, picture.height,
-                                                picture.width, bytesOf(picture)),
-                   "source image");
-}
-
-Picture pictureOf(const Image &image, int depth)
-{
-    kimg_windowConst window;
-    requireSuccess(kimg_windowConst_init(&window, &image.image), "result");
-    Picture picture = makePicture(window.width, window.height, 1, depth);
-    std::visit(
-        [&window](auto &samples) {
-            const auto *from = static_cast<decltype(samples.data())>(const_cast<void *>(window.pixels));
-            for (ptrdiff_t y = 0; y < window.height; ++y)
-                std::copy_n(from + y * window.pitch, window.width, samples.begin() + y * window.width);
-        },
-        picture.samples);
-    return picture;
-}
 
 void drawOverlay(Picture &colour, const kmath_shapeAffineRect &rect)
 {
@@ -73,7 +40,7 @@ void runTransform(const TransformOptions &options)
     }
 
     Picture grey = toGrey(std::move(original));
-    Image source, destination;
+    LibraryImage source, destination;
     bindTo(source, grey);
     const auto transform = depthOf(grey) == 16 ? kip_affineTransform16 : kip_affineTransform;
     requireSuccess(transform(&source.image, &destination.image, &params, nullptr), "transform");
