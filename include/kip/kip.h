@@ -332,6 +332,112 @@ KIP_API int32_t kip_affineTransformAligned16(const kimg_windowConst *source, kim
 
 /** @} */
 
+/** @name Window projection
+ *
+ * The rows or the columns of an 8-bit window, each summed up: one unsigned 32-bit value a row, the top one first, or
+ * one a column, the leftmost first. A sum is exact up to 16,843,009 pixels, beyond that modulo 2^32. A window without
+ * rows has columns that sum up to 0, and the other way round. A negative pitch walks a bottom-up image; the window's
+ * own first row comes first. Neither pixels nor sums need be aligned, and they must not share memory.
+ *
+ * depth receives the number of pixels in each sum: the width for row sums, the height for column sums. It may be null,
+ * and is written only on success.
+ *
+ * Besides what each function names, they return #kip_statusPixelDepth for a source that is not of 8 bits or sums that
+ * are not of 32, #kip_statusWindowMismatch for a window with a size below 0, #kimg_statusNoPixels for one whose pixels
+ * are missing, and another library's status. Where a function fails, no sum is written.
+ *
+ * Threads: calls may run side by side while their results differ.
+ * @{ */
+
+/**
+ * Sums every row of an 8-bit image into an image.
+ *
+ * source       bound 8-bit image.
+ * destination  an image that is not bound gets new pixels, one row of 4 bytes each and as wide as the source is high,
+ *              and keeps them if the sums then fail. A bound one has 4-byte pixels and is at least as wide; its first
+ *              row receives the sums, the rest stays.
+ * depth        receives the source's width; may be null.
+ * Returns 0; #kip_statusProjectionSourceUnbound; #kip_statusWindowMismatch for a bound destination that is too small;
+ * or a status named above.
+ */
+KIP_API int32_t kip_projectHorizontal8(const kimg_imageConst *source, kimg_image *destination, int32_t *depth);
+
+/**
+ * Sums every column of an 8-bit image into an image.
+ *
+ * source       bound 8-bit image.
+ * destination  as for #kip_projectHorizontal8, as wide as the source.
+ * depth        receives the source's height; may be null.
+ * Returns as #kip_projectHorizontal8 does.
+ */
+KIP_API int32_t kip_projectVertical8(const kimg_imageConst *source, kimg_image *destination, int32_t *depth);
+
+/**
+ * Sums every row of an 8-bit image into a vector.
+ *
+ * source  bound 8-bit image.
+ * result  constructed vector; resized to the source's height, also where the sums then fail.
+ * depth   receives the source's width; may be null.
+ * Returns 0; #kip_statusProjectionSourceUnbound or a status named above, the vector untouched if that concerns the
+ * source or the vector's memory.
+ */
+KIP_API int32_t kip_projectHorizontalVector8(const kimg_imageConst *source, kstd_vector32 *result, int32_t *depth);
+
+/**
+ * Sums every column of an 8-bit image into a vector.
+ *
+ * source  bound 8-bit image.
+ * result  constructed vector; resized to the source's width, also where the sums then fail.
+ * depth   receives the source's height; may be null.
+ * Returns as #kip_projectHorizontalVector8 does.
+ */
+KIP_API int32_t kip_projectVerticalVector8(const kimg_imageConst *source, kstd_vector32 *result, int32_t *depth);
+
+/**
+ * Sums every row of an 8-bit window into a vector.
+ *
+ * source  8-bit window, any size from 0 x 0.
+ * result  constructed vector; resized to the window's height, also where the sums then fail.
+ * depth   receives the window's width; may be null.
+ * Returns 0, or a status named above, the vector untouched if that concerns the source or the vector's memory.
+ */
+KIP_API int32_t kip_projectHorizontalVectorWindow8(const kimg_windowConst *source, kstd_vector32 *result,
+                                                   int32_t *depth);
+
+/**
+ * Sums every column of an 8-bit window into a vector.
+ *
+ * source  8-bit window, any size from 0 x 0.
+ * result  constructed vector; resized to the window's width, also where the sums then fail.
+ * depth   receives the window's height; may be null.
+ * Returns as #kip_projectHorizontalVectorWindow8 does.
+ */
+KIP_API int32_t kip_projectVerticalVectorWindow8(const kimg_windowConst *source, kstd_vector32 *result, int32_t *depth);
+
+/**
+ * Sums every row of an 8-bit window into a window.
+ *
+ * source       8-bit window, any size from 0 x 0.
+ * destination  window with 4-byte pixels, at least as wide as the source is high; its first row receives the sums, the
+ *              rest stays.
+ * depth        receives the source's width; may be null.
+ * Returns 0; #kip_statusWindowMismatch for a destination that is too small; or a status named above.
+ */
+KIP_API int32_t kip_projectHorizontalWindow8(const kimg_windowConst *source, kimg_window *destination, int32_t *depth);
+
+/**
+ * Sums every column of an 8-bit window into a window.
+ *
+ * source       8-bit window, any size from 0 x 0.
+ * destination  window with 4-byte pixels, at least as wide as the source; its first row receives the sums, the rest
+ *              stays.
+ * depth        receives the source's height; may be null.
+ * Returns as #kip_projectHorizontalWindow8 does.
+ */
+KIP_API int32_t kip_projectVerticalWindow8(const kimg_windowConst *source, kimg_window *destination, int32_t *depth);
+
+/** @} */
+
 #ifdef __cplusplus
 }
 #endif

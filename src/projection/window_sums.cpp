@@ -22,19 +22,8 @@ bool isReversed(kip_affine_imageAlignment alignCode)
     }
 }
 
-// Where nothing is read or written, neither depth nor address matters.
-int32_t checkWindows(const kimg_windowConst &source, const kimg_window &destination, int32_t bytesPerPixel,
-                     kip_affine_imageAlignment alignCode)
+int32_t checkDestination(const kimg_window &destination, int32_t count)
 {
-    if (source.width < 0 || source.height < 0)
-        return kip_statusWindowMismatch;
-    if (source.width > 0 && source.height > 0) {
-        if (source.bytesPerPixel != bytesPerPixel)
-            return kip_statusPixelDepth;
-        if (source.pixels == nullptr)
-            return kimg_statusNoPixels;
-    }
-    const int32_t count = isColumnProjection(alignCode) ? source.width : source.height;
     if (count == 0)
         return 0;
     if (destination.bytesPerPixel != static_cast<int32_t>(sizeof(uint32_t)))
@@ -49,11 +38,14 @@ using Core = int32_t (*)(const kimg_windowConst &source, const kimg_window &dest
 int32_t projectWindowOriented(const kimg_windowConst &source, const kimg_window &destination, int32_t bytesPerPixel,
                               kip_affine_imageAlignment alignCode, Core sumColumns, Core sumRows)
 {
-    const int32_t status = checkWindows(source, destination, bytesPerPixel, alignCode);
+    int32_t status = checkSumSource(source, bytesPerPixel);
     if (status < 0)
         return status;
-    const Core core = isColumnProjection(alignCode) ? sumColumns : sumRows;
-    return core(source, destination, isReversed(alignCode) ? 1 : 0);
+    const bool ofColumns = isColumnProjection(alignCode);
+    status = checkDestination(destination, ofColumns ? source.width : source.height);
+    if (status < 0)
+        return status;
+    return (ofColumns ? sumColumns : sumRows)(source, destination, isReversed(alignCode) ? 1 : 0);
 }
 
 template <typename Pixel>
@@ -71,6 +63,17 @@ int32_t sumRowsOfWindow(const kimg_windowConst &source, const kimg_window &desti
 }
 
 } // namespace
+
+int32_t checkSumSource(const kimg_windowConst &source, int32_t bytesPerPixel)
+{
+    if (source.width < 0 || source.height < 0)
+        return kip_statusWindowMismatch;
+    if (source.width == 0 || source.height == 0)
+        return 0;
+    if (source.bytesPerPixel != bytesPerPixel)
+        return kip_statusPixelDepth;
+    return source.pixels == nullptr ? kimg_statusNoPixels : 0;
+}
 
 bool isColumnProjection(kip_affine_imageAlignment alignCode)
 {

@@ -25,6 +25,10 @@ int32_t projectWindowOriented8(const kimg_windowConst &source, const kimg_window
 int32_t projectWindowOriented16(const kimg_windowConst &source, const kimg_window &destination,
                                 kip_affine_imageAlignment alignCode);
 
+// What the source has to be for that: kip_statusPixelDepth, kip_statusWindowMismatch and kimg_statusNoPixels. Where
+// nothing is read, neither depth nor address matters.
+int32_t checkSumSource(const kimg_windowConst &source, int32_t bytesPerPixel);
+
 // Tells whether a code asks for the sums of columns: as many as the window is wide, of as many pixels as it is high.
 bool isColumnProjection(kip_affine_imageAlignment alignCode);
 
