@@ -1,7 +1,6 @@
 #include "commands.h"
-#include "drawing.h"
-#include "failure.h"
 #include "library_image.h"
+#include "overlay.h"
 #include "picture_io.h"
 #include "sampling_options.h"
 #include "status_names.h"
@@ -19,25 +18,14 @@ struct TransformOptions {
     bool time = false;
 };
 
-void drawOverlay(Picture &colour, const kmath_shapeAffineRect &rect)
-{
-    drawRectangle(colour, {rect.tx, rect.ty}, {rect.e0, rect.e2}, {rect.e1, rect.e3});
-}
-
 void runTransform(const TransformOptions &options)
 {
     formatOfName(options.out); // a name that cannot serve is told before any work
-    if (!options.overlay.empty() && formatOfName(options.overlay) != Format::png)
-        throw Failure(options.overlay + ": the overlay is a PNG picture: use .png");
     const kip_affineSampleParams params = makeSampling(options.sampling);
     Picture original = readPicture(options.in).picture;
 
     // Before the transform, since it shows best why a rectangle is refused.
-    if (!options.overlay.empty()) {
-        Picture colour = toColour8(original);
-        drawOverlay(colour, params.rect);
-        writePicture(options.overlay, colour);
-    }
+    writeOverlay(options.overlay, original, params.rect);
 
     Picture grey = toGrey(std::move(original));
     LibraryImage source, destination;
@@ -72,10 +60,7 @@ Command addTransformCommand(CLI::App &tool)
     addSamplingOptions(*app, options->sampling);
     app->add_flag("--time", options->time,
                   "Repeat the operation and print milliseconds and megapixels of result per second");
-    app->add_option("--overlay", options->overlay,
-                    "Draw the rectangle over IN, its top side green with an arrow, into this PNG file; drawn also when "
-                    "the transform is refused")
-        ->type_name("FILE.png");
+    addOverlayOption(*app, options->overlay);
     return {app, [options] { runTransform(*options); }};
 }
 

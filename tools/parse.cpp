@@ -1,7 +1,9 @@
 #include "parse.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <system_error>
 
 namespace kiptool {
@@ -70,6 +72,21 @@ CLI::Option *addParsedOption(CLI::App &command, const std::string &name, const s
         }
     };
     return command.add_option_function<std::string>(name, storeNamed, help)->type_name(shape);
+}
+
+CLI::Option *addFileOption(CLI::App &command, const std::string &name, const std::vector<std::string> &extensions,
+                           const std::string &help, std::string &file)
+{
+    std::string list;
+    for (const std::string &extension : extensions)
+        list += (list.empty() ? "" : "|") + extension;
+    const auto store = [extensions, list, &file](const std::string &text) {
+        const std::string extension = std::filesystem::path(text).extension().string();
+        if (std::find(extensions.begin(), extensions.end(), extension) == extensions.end())
+            refuse(text, "a file's name that ends in " + list);
+        file = text;
+    };
+    return addParsedOption(command, name, "FILE" + list, help, store);
 }
 
 } // namespace kiptool

@@ -33,6 +33,10 @@ Size parseSize(const std::string &text);
 CLI::Option *addParsedOption(CLI::App &command, const std::string &name, const std::string &shape,
                              const std::string &help, const std::function<void(const std::string &)> &store);
 
+/** Adds an option that takes a file's name with one of some extensions, such as ".csv". */
+CLI::Option *addFileOption(CLI::App &command, const std::string &name, const std::vector<std::string> &extensions,
+                           const std::string &help, std::string &file);
+
 } // namespace kiptool
 
 #endif
