@@ -1,5 +1,4 @@
 #include <kip/kip.h>
-#include <kmath/kq2.hpp>
 
 int32_t kip_affineSampleParams_init(kip_affineSampleParams *params, uint32_t mode, const kmath_shapeAffineRect *rect,
                                     int32_t destWidth, int32_t destHeight)
@@ -34,15 +33,10 @@ int32_t kip_affineSampleParams_getDestImageFromClientXform(const kip_affineSampl
                                                            kmath_xformLinear *xform)
 {
     const double height = oneRow != 0 ? 1.0 : params->destHeight;
-    const kq2Xform rectangle(params->rect);
-    const kq2Xform scale(kq2Matrix(1.0 / params->destWidth, 0.0, 0.0, 1.0 / height));
-    try {
-        kq2Xform destFromClient(rectangle);
-        const int32_t status = (rectangle * scale).getInverse(destFromClient);
-        if (status >= 0)
-            *xform = destFromClient.record();
-        return status;
-    } catch (const kqException &failure) {
-        return failure.status; // a size of 0, or a rectangle that is not finite
-    }
+    const kmath_xformLinear scale{0.0, 0.0, 1.0 / params->destWidth, 0.0, 0.0, 1.0 / height};
+    kmath_xformLinear clientFromDest;
+    const int32_t status = kmath_xformLinear_initCompose(&clientFromDest, &params->rect, &scale);
+    if (status < 0)
+        return status; // a size of 0, or a rectangle that is not finite
+    return kmath_xformLinear_initInverse(xform, &clientFromDest);
 }

@@ -1,7 +1,6 @@
 #include <algorithm>
 
 #include <kip/kip.h>
-#include <kmath/kq2.hpp>
 
 namespace {
 
@@ -29,26 +28,27 @@ int32_t kip_affineSampleParams_getMaxSrcRectWindow(const kip_affineSampleParams 
 {
     const double width = params->destWidth;
     const double height = params->destHeight;
-    double left, top, right, bottom;
-    try {
-        const kq2Xform scale(kq2Matrix(1.0 / width, 0.0, 0.0, 1.0 / height));
-        const kq2Xform srcFromDest = kq2Xform(*srcFromClient) * kq2Xform(params->rect) * scale;
-        const kq2Vect corners[] = {
-            srcFromDest * kq2Vect(0.5, 0.5),
-            srcFromDest * kq2Vect(width - 0.5, 0.5),
-            srcFromDest * kq2Vect(0.5, height - 0.5),
-            srcFromDest * kq2Vect(width - 0.5, height - 0.5),
-        };
-        left = right = corners[0].x();
-        top = bottom = corners[0].y();
-        for (const kq2Vect &corner : corners) {
-            left = std::min(left, corner.x());
-            right = std::max(right, corner.x());
-            top = std::min(top, corner.y());
-            bottom = std::max(bottom, corner.y());
-        }
-    } catch (const kqException &failure) {
-        return failure.status;
+    const kmath_xformLinear scale{0.0, 0.0, 1.0 / width, 0.0, 0.0, 1.0 / height};
+    kmath_xformLinear srcFromDest;
+    int32_t status = kmath_xformLinear_initCompose(&srcFromDest, srcFromClient, &params->rect);
+    if (status >= 0)
+        status = kmath_xformLinear_initCompose(&srcFromDest, &srcFromDest, &scale);
+    if (status < 0)
+        return status;
+
+    kmath_vect corners[] = {{0.5, 0.5}, {width - 0.5, 0.5}, {0.5, height - 0.5}, {width - 0.5, height - 0.5}};
+    for (kmath_vect &corner : corners) {
+        status = kmath_xformLinear_mapPoint(&srcFromDest, &corner, &corner);
+        if (status < 0)
+            return status;
+    }
+    double left = corners[0].x, right = left;
+    double top = corners[0].y, bottom = top;
+    for (const kmath_vect &corner : corners) {
+        left = std::min(left, corner.x);
+        right = std::max(right, corner.x);
+        top = std::min(top, corner.y);
+        bottom = std::max(bottom, corner.y);
     }
 
     left -= kFootprintMargin;
