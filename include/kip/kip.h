@@ -313,6 +313,53 @@ KIP_API int32_t kip_affine8(const kip_affineSampleParams *params, const kimg_ima
                             kimg_image *destination);
 
 /**
+ * Resamples an affine rectangle of an 8-bit image that may reach outside the image, and tells where it did.
+ *
+ * What lies outside the source counts as black: a destination pixel whose neighbourhood lies inside is as
+ * #kip_affineTransform makes it, one whose neighbourhood lies outside is 0, one at the border mixes the source's
+ * pixels with zeros. The mask is 255, 0, and the same mixture of 255 and 0 in the same places.
+ *
+ * A rectangle that stays inside is transformed as by #kip_affineTransform; the mask then stays as it is. Otherwise
+ * a bound destination of exactly destWidth x destHeight pixels at place (0, 0) is written in place, and its map
+ * from client coordinates becomes the placement of the result. A bound destination of another size or place
+ * receives the pixels that it shares with the result and keeps its map. An unbound one becomes a destWidth x
+ * destHeight image with that map. The mask is written in the same way. Such a call takes memory for a copy of the
+ * rectangle's surroundings (see #kip_affineSampleParams_getMaxSrcRect), whatever the caller provides.
+ *
+ * source       bound 8-bit image; unless the rectangle reaches outside, its memory must not overlap a bound
+ *              destination's.
+ * destination  8-bit image.
+ * mask         8-bit image; null: no mask is made.
+ * params       the sampling.
+ * cache        address of a constructed handle, or null. One cache serves image and mask.
+ * willClip     receives nonzero when the sampling reaches outside the source, 0 when it does not. Untouched after
+ *              #kip_statusTransformSourceUnbound, else as #kip_affineSampleParams_getWillClip leaves it.
+ * Returns 0, or a negative status:
+ *   #kip_statusTransformSourceUnbound, #kip_statusSizeBelowOne, #kip_statusUnknownMode, #kip_statusSourceTooLarge
+ *   (the source, or the rectangle's surroundings), #kip_statusPixelDepth (any of the images, also a mask that is
+ *   not needed), #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides), #kmath_statusOutOfRange and
+ *   #kstd_statusTooLarge (a rectangle whose pixels 32 bits cannot count): nothing is written;
+ *   #kip_statusTransformOutsideSource (the rectangle and its surroundings share no pixel with the source): the
+ *   destination is written, all 0, the mask is untouched;
+ *   the calling thread's attention handler's, if that is negative: nothing is written;
+ *   another library's, for example of a failed allocation: the mask is untouched unless its own transform failed
+ *   in a job.
+ */
+KIP_API int32_t kip_affineTransformClipped(const kimg_imageConst *source, kimg_image *destination, kimg_image *mask,
+                                           const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                           int32_t *willClip);
+
+/**
+ * Resamples an affine rectangle of a 16-bit image that may reach outside the image, otherwise as
+ * #kip_affineTransformClipped. The mask is an 8-bit image.
+ *
+ * #kip_statusSourceTooLarge is as for #kip_affineTransform16, of the source or the rectangle's surroundings.
+ */
+KIP_API int32_t kip_affineTransformClipped16(const kimg_imageConst *source, kimg_image *destination, kimg_image *mask,
+                                             const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                             int32_t *willClip);
+
+/**
  * Copies, turns or mirrors an 8-bit window by an alignment code.
  *
  * source       8-bit window.

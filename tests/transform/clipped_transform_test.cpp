@@ -1,0 +1,487 @@
+// Clipped transforms are what plain ones make of a source with a black frame, the mask what they make of a white one.
+
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <kip/kip.h>
+
+#include "cache/sample_cache.h"
+#include "support/crash_note.h"
+#include "support/failing_allocator.h"
+#include "support/levels.h"
+#include "support/transform_case.h"
+#include "transform/transform_entry.h"
+
+namespace kip::test {
+
+namespace {
+
+int32_t transformPlain(int32_t bytes, const Image &from, Image &to, const kip_affineSampleParams &params)
+{
+    return bytes == 1 ? kip_affineTransform(from.get(), to.get(), &params, nullptr)
+                      : kip_affineTransform16(from.get(), to.get(), &params, nullptr);
+}
+
+int32_t transformClipped(int32_t bytes, const kimg_image *from, kimg_image *to, kimg_image *mask,
+                         const kip_affineSampleParams &params, int32_t *willClip,
+                         kip_affineSampleCache **cache = nullptr)
+{
+    return bytes == 1 ? kip_affineTransformClipped(from, to, mask, &params, cache, willClip)
+                      : kip_affineTransformClipped16(from, to, mask, &params, cache, willClip);
+}
+
+// The plain transform of a source in a frame: its own pixels on black, or white ones of 8 bits.
+struct Framed {
+    Framed(const Pixels &source, const Image &sourceImage, const kip_affineSampleParams &params, bool asMask)
+    {
+        kstd_rect32 rect{};
+        EXPECT_EQ(kip_affineSampleParams_getMaxSrcRect(&params, sourceImage.get(), &rect), 0);
+        const int32_t bytes = asMask ? 1 : source.bytesPerPixel;
+        Pixels pixels(bytes, rect.width, rect.height);
+        const int64_t left = int64_t{rect.x} - sourceImage.get()->x;
+        const int64_t top = int64_t{rect.y} - sourceImage.get()->y;
+        for (int32_t y = 0; y < rect.height; ++y) {
+            for (int32_t x = 0; x < rect.width; ++x) {
+                const int64_t column = x + left;
+                const int64_t row = y + top;
+                const bool inside = column >= 0 && column < source.width && row >= 0 && row < source.height;
+                const uint32_t own = inside ? source.at(static_cast<int32_t>(column), static_cast<int32_t>(row)) : 0;
+                pixels.set(x, y, asMask && inside ? 255 : own);
+            }
+        }
+        Image image(pixels);
+        image.place(rect.x, rect.y);
+        image.setMap(sourceImage.map());
+        status = transformPlain(bytes, image, result, params);
+    }
+
+    Image result;
+    int32_t status;
+};
+
+// An image between unreadable pages.
+class Guarded {
+public:
+    Guarded(const GuardedMemory &memory, int32_t bytes, int32_t width, int32_t height, int32_t pitch, Guard guard)
+        : memory_(memory), bytes_(bytes)
+    {
+        void *first = nullptr;
+        if (bytes == 1) {
+            rows8_ = placeRows<uint8_t>(memory, guard, width, height, pitch);
+            putCanaries(memory, rows8_);
+            first = rows8_.first;
+        } else {
+            rows16_ = placeRows<uint16_t>(memory, guard, width, height, pitch);
+            putCanaries(memory, rows16_);
+            first = rows16_.first;
+        }
+        kimg_image_destruct(image.get());
+        EXPECT_EQ(kimg_image_constructExternal(image.get(), bytes, width, height, pitch, first), 0);
+    }
+
+    std::string damage() const
+    {
+        return bytes_ == 1 ? findDeadCanary(memory_, rows8_) : findDeadCanary(memory_, rows16_);
+    }
+
+    void fill(const Pixels &pixels)
+    {
+        for (int32_t y = 0; y < pixels.height; ++y)
+            for (int32_t x = 0; x < pixels.width; ++x)
+                bytes_ == 1 ? void(rows8_.row(y)[x] = static_cast<uint8_t>(pixels.at(x, y)))
+                            : void(rows16_.row(y)[x] = static_cast<uint16_t>(pixels.at(x, y)));
+    }
+
+    Image image;
+
+private:
+    const GuardedMemory &memory_;
+    int32_t bytes_;
+    PixelRows<uint8_t> rows8_{};
+    PixelRows<uint16_t> rows16_{};
+};
+
+void expectSamePixels(const Image &expected, const Image &actual, const char *what)
+{
+    for (int32_t y = 0; y < expected.get()->height; ++y)
+        for (int32_t x = 0; x < expected.get()->width; ++x)
+            ASSERT_EQ(actual.at(x, y), expected.at(x, y)) << what << " at (" << x << ", " << y << ")";
+}
+
+// Depth and mode.
+class ClippedModes : public testing::TestWithParam<std::tuple<int32_t, uint32_t>> {};
+INSTANTIATE_TEST_SUITE_P(DepthsAndModes, ClippedModes,
+                         testing::Combine(testing::Values(1, 2), testing::Values(0u, 1u, 2u, 3u)),
+                         [](const auto &suite) {
+                             return std::to_string(8 * std::get<0>(suite.param)) + "Mode" +
+                                    std::to_string(std::get<1>(suite.param));
+                         });
+
+// Rectangles of every kind that the source holds some, all or nothing of.
+TransformCase drawCase(Random &random, int32_t bytes, uint32_t mode)
+{
+    TransformCase c;
+    c.bytesPerPixel = bytes;
+    c.params.mode = mode;
+    c.width = random.between32(1, 60);
+    c.height = random.between32(1, 60);
+    c.pitch = (c.width + random.between32(0, 5)) * random.sign();
+    c.x = random.oneIn(2) ? 0 : random.between32(-300, 300);
+    c.y = random.oneIn(2) ? 0 : random.between32(-300, 300);
+    c.srcFromClient = drawClientMap(random);
+    c.params.destWidth = random.between32(1, random.oneIn(4) ? 200 : 30);
+    c.params.destHeight = random.between32(1, random.oneIn(4) ? 200 : 30);
+    c.destinationPitch = c.params.destWidth + random.between32(0, 5);
+    c.sourceGuard = random.pick(kGuards);
+    c.destinationGuard = random.pick(kGuards);
+    c.seed = random.next();
+    // Drawn inside a larger source, and moved: by whole pixels, so that some maps stay aligned.
+    TransformCase larger = c;
+    larger.width += 40;
+    larger.height += 40;
+    drawRectangle(random, &larger);
+    c.params.rect = larger.params.rect;
+    kmath_xformLinear clientFromSource;
+    EXPECT_EQ(kmath_xformLinear_initInverse(&clientFromSource, &c.srcFromClient), 0);
+    const double dx = random.between32(-60, 20);
+    const double dy = random.between32(-60, 20);
+    c.params.rect.tx += clientFromSource.e0 * dx + clientFromSource.e1 * dy;
+    c.params.rect.ty += clientFromSource.e2 * dx + clientFromSource.e3 * dy;
+    return c;
+}
+
+TEST_P(ClippedModes, AreTransformsOfFramedSourcesAtEveryLevel)
+{
+    const auto [bytes, mode] = GetParam();
+    const GuardedMemory sourceMemory(size_t{1} << 16);
+    const GuardedMemory destinationMemory(size_t{1} << 17);
+    const GuardedMemory maskMemory(size_t{1} << 17);
+    Random random(4000 + mode);
+    int clipped = 0;
+    int outside = 0;
+    std::vector<Level> levels = availableLevels();
+    levels.push_back({"portable", 0});
+    for (int n = 0; n < 250 && !HasFatalFailure(); ++n) {
+        const TransformCase c = drawCase(random, bytes, mode);
+        const std::string about = describe(c);
+        SCOPED_TRACE(about);
+        noteForCrash(about);
+        Pixels pixels(bytes, c.width, c.height, 0, c.seed);
+        Guarded source(sourceMemory, bytes, c.width, c.height, c.pitch, c.sourceGuard);
+        source.fill(pixels);
+        source.image.place(c.x, c.y);
+        source.image.setMap(c.srcFromClient);
+        const auto [expected, expectedMask] = [&] {
+            const ProcessorLevel portable(0);
+            return std::make_pair(std::make_unique<Framed>(pixels, source.image, c.params, false),
+                                  std::make_unique<Framed>(pixels, source.image, c.params, true));
+        }();
+        for (const Level &level : levels) {
+            SCOPED_TRACE(level.name);
+            const ProcessorLevel set(level.features);
+            Guarded destination(destinationMemory, bytes, c.params.destWidth, c.params.destHeight, c.destinationPitch,
+                                c.destinationGuard);
+            Guarded mask(maskMemory, 1, c.params.destWidth, c.params.destHeight, -c.destinationPitch,
+                         c.destinationGuard);
+            int32_t willClip = -1;
+            const int32_t status = transformClipped(bytes, source.image.get(), destination.image.get(),
+                                                    mask.image.get(), c.params, &willClip);
+            ASSERT_EQ(destination.damage() + mask.damage() + source.damage(), "");
+            const bool isOutside = status == kip_statusTransformOutsideSource;
+            ASSERT_EQ(status, isOutside ? status : expected->status);
+            if (expected->status < 0)
+                continue;
+            expectSamePixels(expected->result, destination.image, "pixel");
+            EXPECT_TRUE(isEqual(destination.image.map(), placementOf(c.params)));
+            clipped += willClip != 0 && !isOutside;
+            outside += isOutside;
+            if (willClip != 0 && !isOutside)
+                expectSamePixels(expectedMask->result, mask.image, "mask");
+            else
+                for (int32_t x = 0; x < c.params.destWidth; ++x)
+                    ASSERT_EQ(mask.image.at(x, 0), kCanary) << "the mask was touched";
+        }
+    }
+    EXPECT_GT(clipped, 100);
+    EXPECT_GT(outside, 5);
+}
+
+// A row of samples that begins left of a white source, a quarter of a pixel off its grid.
+TEST(ClippedMask, MixesByTheWeightsOfTheInterpolation)
+{
+    const struct {
+        uint32_t mode;
+        uint32_t row[5]; // of a middle row
+        uint32_t corner; // the first pixel with a part of the source
+    } rows[] = {
+        {kip_affineModeNearest, {0, 255, 255, 255, 255}, 255},
+        {kip_affineModeBilinear, {0, 191, 255, 255, 255}, 143},
+        {kip_affineModeBilinearSeparable, {0, 191, 255, 255, 255}, 143},
+        {kip_affineModeBicubic, {0, 203, 255, 255, 255}, 162},
+    };
+    for (const int32_t bytes : {1, 2}) {
+        Image source(bytes, 40, 40);
+        bytes == 1 ? kip_pelSet8(source.get(), 100) : kip_pelSet16(source.get(), 1000);
+        for (const auto &row : rows) {
+            SCOPED_TRACE(testing::Message() << 8 * bytes << " bits, mode " << row.mode);
+            const kip_affineSampleParams params = {{-1.25, -1.25, 30, 0, 0, 30}, row.mode, 30, 30};
+            Image result;
+            Image mask;
+            int32_t willClip = 0;
+            ASSERT_EQ(transformClipped(bytes, source.get(), result.get(), mask.get(), params, &willClip), 0);
+            EXPECT_NE(willClip, 0);
+            for (int32_t x = 0; x < 5; ++x)
+                EXPECT_EQ(mask.at(x, 15), row.row[x]) << x;
+            EXPECT_EQ(mask.at(1, 1), row.corner);
+        }
+    }
+}
+
+class Clipped : public testing::TestWithParam<int32_t> {
+protected:
+    void TearDown() override { ksys_attention_setHandler(nullptr, nullptr); }
+
+    int32_t transform(const kimg_image *from, kimg_image *to, kimg_image *mask, const kip_affineSampleParams &params,
+                      kip_affineSampleCache **cache = nullptr)
+    {
+        willClip = kUnwritten;
+        return transformClipped(bytes, from, to, mask, params, &willClip, cache);
+    }
+
+    static constexpr int32_t kUnwritten = 77;
+    const int32_t bytes = GetParam();
+    int32_t willClip = kUnwritten;
+    Pixels sourcePixels{bytes, 64, 48, 70};
+    Image source{sourcePixels};
+    kip_affineSampleParams across = {{40.25, 20.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16};
+};
+INSTANTIATE_TEST_SUITE_P(Depths, Clipped, bothDepths(), depthName);
+
+TEST_P(Clipped, RefusalsTouchNothing)
+{
+    Image unbound;
+    Image other(3 - bytes, 64, 48);
+    Image wide(4, 64, 48);
+    kip_affineSampleCache *nullHandle = nullptr;
+    enum class Flag { unwritten, inside, clips };
+    const auto with = [&](uint32_t mode, int32_t width) {
+        kip_affineSampleParams params = across;
+        params.mode = mode;
+        params.destWidth = width;
+        return params;
+    };
+    const struct {
+        const char *name;
+        const Image &source;
+        kip_affineSampleParams params;
+        kip_affineSampleCache **cache;
+        int32_t status;
+        Flag flag;
+    } rows[] = {
+        {"unbound source", unbound, with(1, 0), nullptr, kip_statusTransformSourceUnbound, Flag::unwritten},
+        {"no width", source, with(1, 0), nullptr, kip_statusSizeBelowOne, Flag::unwritten},
+        {"mode 4", source, with(4, 32), nullptr, kip_statusUnknownMode, Flag::unwritten},
+        {"no number", source, {{NAN, 0, 9, 0, 0, 9}, 1, 9, 9}, nullptr, kmath_statusNotFinite, Flag::clips},
+        {"parallel sides", source, {{-9, 10, 20, 10, 10, 5}, 0, 9, 9}, nullptr, kmath_statusSingular, Flag::clips},
+        {"too far away", source, {{3e9, 0, 9, 0, 0, 9}, 0, 9, 9}, nullptr, kmath_statusOutOfRange, Flag::clips},
+        {"too large", source, {{-2e9, 0, 4e9, 0, 0, 9}, 0, 9, 9}, nullptr, kstd_statusTooLarge, Flag::clips},
+        {"long table", source, {{-33000, 0, 70000, 0, 0, 9}, 3, 9, 9}, nullptr, kip_statusSourceTooLarge, Flag::clips},
+        {"null handle", source, across, &nullHandle, kip_statusCacheNotConstructed, Flag::clips},
+        {"null handle inside", source, kSlanted, &nullHandle, kip_statusCacheNotConstructed, Flag::inside},
+        {"other source", other, across, nullptr, kip_statusPixelDepth, Flag::clips},
+        {"other source inside", other, kSlanted, nullptr, kip_statusPixelDepth, Flag::inside},
+        {"32-bit source", wide, across, nullptr, kip_statusPixelDepth, Flag::clips},
+    };
+    const auto expectRefusal = [&](const Image &from, Bound *destination, Bound *mask, const auto &row) {
+        Image none;
+        Image noMask;
+        Image &to = destination != nullptr ? destination->image : none;
+        Image &maskTo = mask != nullptr ? mask->image : noMask;
+        EXPECT_EQ(transform(from.get(), to.get(), maskTo.get(), row.params, row.cache), row.status);
+        EXPECT_EQ(willClip == kUnwritten, row.flag == Flag::unwritten);
+        if (row.flag != Flag::unwritten) {
+            EXPECT_EQ(willClip != 0, row.flag == Flag::clips);
+        }
+        EXPECT_FALSE(none.isBound() || noMask.isBound());
+        for (const Bound *bound : {destination, mask})
+            if (bound != nullptr)
+                bound->expectUntouched();
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        expectRefusal(row.source, nullptr, nullptr, row);
+        Bound destination(bytes, row.params.destWidth > 0 ? row.params.destWidth : 9, row.params.destHeight);
+        Bound mask(1, 40, 30);
+        expectRefusal(row.source, &destination, &mask, row);
+    }
+    for (const int32_t depth : {1, 2}) {
+        for (const bool inside : {false, true}) {
+            const decltype(rows[0]) row = {"",
+                                           source,
+                                           inside ? kSlanted : across,
+                                           nullptr,
+                                           kip_statusPixelDepth,
+                                           inside ? Flag::inside : Flag::clips};
+            Bound odd(depth, 32, 16);
+            Bound mask(1, 32, 16);
+            Bound destination(bytes, 32, 16);
+            if (depth != bytes)
+                expectRefusal(source, &odd, &mask, row);
+            if (depth != 1)
+                expectRefusal(source, &destination, &odd, row);
+        }
+    }
+}
+
+TEST_P(Clipped, AttentionStopsBeforeAnythingIsWritten)
+{
+    ksys_attention_setHandler([](void *) -> int32_t { return -4711; }, nullptr);
+    Bound destination(bytes, 32, 16);
+    Bound mask(1, 32, 16);
+    EXPECT_EQ(transform(source.get(), destination.image.get(), mask.image.get(), across), -4711);
+    EXPECT_NE(willClip, 0);
+    destination.expectUntouched();
+    mask.expectUntouched();
+    EXPECT_EQ(transform(source.get(), destination.image.get(), mask.image.get(), kSlanted), 0) << "nothing to clip";
+}
+
+TEST_P(Clipped, OutsideTheSourceTheResultIsBlackAndThereIsNoMask)
+{
+    for (const double tx : {-1000.0, 100.25}) {
+        kip_affineSampleParams params = across;
+        params.rect.tx = tx;
+        Bound destination(bytes, 32, 16, 37);
+        Bound mask(1, 32, 16);
+        EXPECT_EQ(transform(source.get(), destination.image.get(), mask.image.get(), params),
+                  kip_statusTransformOutsideSource);
+        Pixels black = destination.before;
+        for (int32_t y = 0; y < 16; ++y)
+            for (int32_t x = 0; x < 32; ++x)
+                black.set(x, y, 0);
+        EXPECT_TRUE(isSameMemory(black, destination.pixels));
+        mask.expectUntouched();
+        EXPECT_EQ(transform(source.get(), destination.image.get(), nullptr, params), kip_statusTransformOutsideSource);
+    }
+}
+
+// Only a destination of exactly the result's size is written in place, and gets its map.
+TEST_P(Clipped, EveryDestinationReceivesWhatItSharesWithTheResult)
+{
+    Image result;
+    Image resultMask;
+    ASSERT_EQ(transform(source.get(), result.get(), resultMask.get(), across), 0);
+    EXPECT_TRUE(isEqual(result.map(), placementOf(across)));
+    EXPECT_TRUE(isEqual(resultMask.map(), placementOf(across)));
+    const struct {
+        int32_t width, height, pitch, x, y;
+    } rows[] = {{32, 16, 0, 0, 0}, {32, 16, -35, 0, 0}, {40, 20, 41, 0, 0},
+                {5, 30, 0, 0, 0},  {40, 20, 0, 3, -2},  {40, 20, 0, 99, 0}};
+    const auto expectPart = [](const Bound &bound, const Image &whole, bool inPlace, const kmath_xformLinear &map) {
+        Pixels expected = bound.before;
+        for (int32_t y = 0; y < expected.height; ++y) {
+            for (int32_t x = 0; x < expected.width; ++x) {
+                const int32_t column = x + bound.image.get()->x;
+                const int32_t row = y + bound.image.get()->y;
+                if (column < 32 && row >= 0 && row < 16)
+                    expected.set(x, y, whole.at(column, row));
+            }
+        }
+        EXPECT_TRUE(isSameMemory(expected, bound.pixels));
+        EXPECT_TRUE(isEqual(bound.image.map(), inPlace ? map : kSomeMap));
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.width << " x " << row.height << " at (" << row.x << ", " << row.y
+                                        << ")");
+        const bool inPlace = row.width == 32 && row.height == 16 && row.x == 0;
+        Bound destination(bytes, row.width, row.height, row.pitch);
+        Bound mask(1, row.width, row.height, row.pitch);
+        destination.image.place(row.x, row.y);
+        mask.image.place(row.x, row.y);
+        ASSERT_EQ(transform(source.get(), destination.image.get(), mask.image.get(), across), 0);
+        expectPart(destination, result, inPlace, placementOf(across));
+        expectPart(mask, resultMask, inPlace, placementOf(across));
+    }
+    // One image in two places: the source's pixels are copied before any is written, the mask comes last.
+    for (const uint32_t mode : {kip_affineModeBilinear, kip_affineModeBicubic}) {
+        kip_affineSampleParams params = across;
+        params.mode = mode;
+        ASSERT_EQ(transform(source.get(), result.get(), resultMask.get(), params), 0);
+        Bound both(bytes, 32, 16);
+        Image apart;
+        Image mask;
+        kip_affineSampleParams beside = {{-5, -3, 32, 2, 0, 16}, mode, 32, 16};
+        both.image.setMap({0, 0, 1, 0, 0, 1});
+        ASSERT_EQ(transform(both.image.get(), apart.get(), resultMask.get(), beside), 0);
+        ASSERT_EQ(transform(both.image.get(), both.image.get(), mask.get(), beside), 0);
+        expectSamePixels(apart, both.image, "pixel");
+        expectSamePixels(resultMask, mask, "mask");
+        Image single;
+        ASSERT_EQ(transform(source.get(), single.get(), single.get(), params), 0);
+        ASSERT_EQ(transform(source.get(), result.get(), resultMask.get(), params), 0);
+        expectSamePixels(resultMask, single, "mask");
+    }
+}
+
+TEST_P(Clipped, OneCacheServesBothPassesAndTheNextCall)
+{
+    for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode) {
+        kip_affineSampleParams params = across;
+        params.mode = mode;
+        Image plain;
+        Image plainMask;
+        ASSERT_EQ(transform(source.get(), plain.get(), plainMask.get(), params), 0);
+        Cache cache;
+        for (const char *const call : {"first", "second"}) {
+            SCOPED_TRACE(testing::Message() << call << " call, mode " << mode);
+            Image result;
+            Image mask;
+            ASSERT_EQ(transform(source.get(), result.get(), mask.get(), params, &cache.handle), 0);
+            expectSamePixels(plain, result, "pixel");
+            expectSamePixels(plainMask, mask, "mask");
+            EXPECT_EQ(cache.handle->geometry, 1u);
+        }
+    }
+}
+
+TEST_P(Clipped, RefusedAllocationsLeaveAMaskAsItWas)
+{
+    ksys_jobThreadGroup_setThreadCount(1);
+    for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode) {
+        SCOPED_TRACE(mode);
+        kip_affineSampleParams params = across;
+        params.mode = mode;
+        EXPECT_GT(failEachAllocation([&] {
+                      Image result;
+                      Image mask;
+                      const int32_t status = transform(source.get(), result.get(), mask.get(), params);
+                      EXPECT_EQ(mask.isBound(), status >= 0);
+                      return status;
+                  }),
+                  0);
+        for (const int32_t width : {32, 15}) {
+            Bound destination(bytes, width, 16);
+            Bound mask(1, width, 16);
+            EXPECT_GT(failEachAllocation([&] {
+                          kip_affineSampleCache *cache = nullptr;
+                          int32_t status = kip_affineSampleCache_construct(&cache);
+                          if (status >= 0)
+                              status =
+                                  transform(source.get(), destination.image.get(), mask.image.get(), params, &cache);
+                          kip_affineSampleCache_destruct(&cache);
+                          if (status < 0)
+                              mask.expectUntouched();
+                          return status;
+                      }),
+                      0);
+        }
+    }
+    ksys_jobThreadGroup_setThreadCount(0);
+}
+
+} // namespace
+
+} // namespace kip::test
