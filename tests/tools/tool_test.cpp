@@ -117,6 +117,12 @@ TEST_F(Tool, WrongCommandLinesEndWith2)
              "transform in8.png out.png --rect 10,10,9,9 --rect 10,10,9,9",
              "transform in8.png out.png --rect 10,10,9,9 --overlay o.tif",
              "scene out.png --depth 12",
+             "sums in8.png",
+             "sums in8.png --axis diagonals",
+             "sums in8.png --axis rows --window 1,2,3",
+             "sums in8.png --axis rows --window 1,2,3,4.5",
+             "sums in8.png --axis rows -o out.txt",
+             "sums in8.png --axis rows --plot out.jpg",
              "compose out.png",
          }) {
         const Outcome result = run(arguments);
@@ -157,6 +163,9 @@ TEST_F(Tool, FailuresEndWith1AndOneLineAndNoFile)
         {"transform in8.png out.png --rect 10,10,0,9", "kip_statusSizeBelowOne (0x8000078a)"},
         {"transform in8.png out.png --corners 10,10,20,20,30,30 --size 5x5", "kmath_statusSingular (0x80000302)"},
         {"transform in8.png out.png --corners 1e308,0,-1e308,0,0,9", "kmath_statusNotFinite (0x80000301)"},
+        {"sums in16.png --axis rows", "in16.png: sums of windows are for pictures of 8 bits"},
+        {"sums in8.png --axis rows --window 60,40,2,2", "in8.png: the window reaches outside the picture"},
+        {"sums in8.png --axis rows -o nowhere/out.csv", "nowhere/out.csv: cannot be written"},
         {"scene out.png --size 0x10", "no pixels"},
         {"scene out.png --size 100000x100000", "too large"},
         {"compose out.pgm a=in8.png", "out.pgm: a PGM file cannot hold colour"},
@@ -248,6 +257,20 @@ TEST_F(Tool, InfoTellsSizeDepthAndValues)
     writePicture(at("four.tif"), picture);
     EXPECT_EQ(run("info four.tif").out,
               "format: TIFF, grey\nsize: 2 x 2\ndepth: 16 bits\nvalues: 7 to 4000, mean 1086.75\n");
+}
+
+TEST_F(Tool, SumsOfRowsAndColumnsOfAWindow)
+{
+    Picture picture = makePicture(4, 3, 1, 8);
+    picture.samples = std::vector<uint8_t>{1, 2, 3, 4, 10, 20, 30, 40, 100, 200, 255, 255};
+    writePicture(at("small.pgm"), picture);
+    EXPECT_EQ(run("sums small.pgm --axis rows").out, "row,sum\n0,10\n1,100\n2,810\n");
+    EXPECT_EQ(run("sums small.pgm --axis columns --window 1,0,3,2").out, "column,sum\n0,22\n1,33\n2,44\n");
+    EXPECT_EQ(run("sums small.pgm --axis columns --window 4,1,0,2").out, "column,sum\n");
+    EXPECT_EQ(run("sums small.pgm --axis columns -o out.json --plot plot.svg").out, "");
+    EXPECT_EQ(textOf(at("out.json")), "{\"axis\": \"column\", \"quantity\": \"sum\", \"samples\": 3, \"first\": 0, "
+                                      "\"end\": 4,\n \"values\": [111, 222, 288, 299]}\n");
+    EXPECT_NE(textOf(at("plot.svg")).find("</svg>"), std::string::npos);
 }
 
 // The overlay helps most when the rectangle is refused, so it is drawn then too.
