@@ -485,6 +485,144 @@ KIP_API int32_t kip_projectVerticalWindow8(const kimg_windowConst *source, kimg_
 
 /** @} */
 
+/** @name Affine projection
+ * Sums of the columns of a rectangle's samples: its profile along its x side. Sum i is the sum, modulo 2^32, of the
+ * destHeight samples of column i that the transform of the same sampling gives; maps of whole pixels are summed
+ * exactly, whatever the mode. No picture of the rectangle is made and no job threads are used.
+ *
+ * Sums are 32-bit pixels. They belong at columns 0 to destWidth - 1 of row 0 of their image; a result that covers only
+ * part of that row receives that part. Apart from those pixels, images and windows stay as they are.
+ *
+ * 8-bit forms take sources of 8 bits, those whose names end in 16 sources of 16 bits; they offer the modes
+ * #kip_affineModeNearest and #kip_affineModeBilinear alone.
+ * @{ */
+
+/**
+ * Projects an affine rectangle of an 8-bit image that lies inside it.
+ *
+ * source  bound 8-bit image.
+ * result  32-bit image; its memory must not overlap the source's. An unbound one becomes a destWidth x 1 image, and
+ *         keeps its new pixels if a later step fails. On success its map from client coordinates becomes the placement:
+ *         the rectangle covers [0, destWidth) x [0, 1).
+ * params  the sampling.
+ * cache   address of a constructed handle, or null. With a cache, a call with the geometry of the last one repeats
+ *         no geometry work.
+ * depth   receives destHeight, the number of samples in each sum; may be null.
+ * Returns 0, or a negative status: #kip_statusProjectionSourceUnbound, #kip_statusSizeBelowOne,
+ * #kip_statusUnknownMode, #kip_statusSourceTooLarge, #kip_statusProjectionWouldClip (the rectangle reaches outside the
+ * source), #kip_statusCacheNotConstructed, #kip_statusPixelDepth, #kip_statusProjectionModeUnsupported,
+ * #kmath_statusSingular (parallel sides), all with no sum written; or another library's status, for example of a failed
+ * allocation. depth is written on success only.
+ */
+KIP_API int32_t kip_affineProject(const kimg_imageConst *source, kimg_image *result,
+                                  const kip_affineSampleParams *params, kip_affineSampleCache **cache, uint32_t *depth);
+
+/** Projects an affine rectangle of a 16-bit image, otherwise as #kip_affineProject. */
+KIP_API int32_t kip_affineProject16(const kimg_imageConst *source, kimg_image *result,
+                                    const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                    uint32_t *depth);
+
+/**
+ * Projects an affine rectangle of an 8-bit window that lies inside it.
+ *
+ * source         8-bit window; an empty one has no rectangle inside it.
+ * srcFromClient  the map from client coordinates to the source's pixel coordinates.
+ * result         32-bit window, of any place and size; its memory must not overlap the source's.
+ * params         the sampling.
+ * cache          as for #kip_affineProject.
+ * placement      receives the map from client coordinates to the row of sums.
+ * depth          receives destHeight; may be null.
+ * Returns as #kip_affineProject does; kimg_statusNoPixels for a source without memory. placement and depth are written
+ * on success only.
+ */
+KIP_API int32_t kip_affineProjectWindow(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                        kimg_window *result, const kip_affineSampleParams *params,
+                                        kip_affineSampleCache **cache, kmath_xformLinear *placement, uint32_t *depth);
+
+/** Projects an affine rectangle of a 16-bit window, otherwise as #kip_affineProjectWindow. */
+KIP_API int32_t kip_affineProjectWindow16(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                          kimg_window *result, const kip_affineSampleParams *params,
+                                          kip_affineSampleCache **cache, kmath_xformLinear *placement, uint32_t *depth);
+
+/**
+ * Projects an affine rectangle of an 8-bit image that may reach outside it. Pixels outside count as 0.
+ *
+ * A rectangle inside is projected as #kip_affineProject does, and coverage stays as it is. Else coverage tells how
+ * much of each sum came from the source: coverageValue times the number of the column's samples inside it, those at
+ * its border counted by their interpolated share. Takes memory for the source pixels that the sampling may read.
+ *
+ * source         bound 8-bit image.
+ * result         as for #kip_affineProject.
+ * coverage       32-bit image of its own, treated as result is, placement included.
+ * params, cache  as for #kip_affineProject.
+ * coverageValue  what a sample wholly inside counts.
+ * depth          receives destHeight, or the greatest coverage if the rectangle reaches outside.
+ * willClip       receives 1 if it does, else 0.
+ * Returns as #kip_affineProject does, but for rectangles that reach outside: #kip_statusProjectionOutsideSource for
+ * one that lies so far outside that no pixel of the source can count, result then holding 0; the status of
+ * ksys_attention_check if that is negative, result and coverage then partly written. depth is written on success only.
+ */
+KIP_API int32_t kip_affineProjectClipped(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
+                                         const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                         uint8_t coverageValue, uint32_t *depth, uint32_t *willClip);
+
+/** Projects an affine rectangle of a 16-bit image, otherwise as #kip_affineProjectClipped. */
+KIP_API int32_t kip_affineProjectClipped16(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
+                                           const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                           uint8_t coverageValue, uint32_t *depth, uint32_t *willClip);
+
+/**
+ * Projects an affine rectangle of an 8-bit window that may reach outside it, as #kip_affineProjectClipped does.
+ *
+ * source, srcFromClient  as for #kip_affineProjectWindow.
+ * result, coverage       32-bit windows, as for #kip_affineProjectWindow.
+ * params, cache          as for #kip_affineProject.
+ * placement              receives the map from client coordinates to the rows of sums and coverage.
+ * coverageValue, depth   as for #kip_affineProjectClipped.
+ * willClip               as for #kip_affineProjectClipped; written as soon as it is known.
+ * Returns as #kip_affineProjectClipped does.
+ */
+KIP_API int32_t kip_affineProjectClippedWindow(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                               kimg_window *result, kimg_window *coverage,
+                                               const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                               kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth,
+                                               uint32_t *willClip);
+
+/** Projects an affine rectangle of a 16-bit window, otherwise as #kip_affineProjectClippedWindow. */
+KIP_API int32_t kip_affineProjectClippedWindow16(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                                 kimg_window *result, kimg_window *coverage,
+                                                 const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                                 kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth,
+                                                 uint32_t *willClip);
+
+/**
+ * Projects an affine rectangle of an 8-bit image and, if asked to, clips it and divides: a rectangle that reaches
+ * outside the source then gives means over the samples of each column that lie inside, rounded to nearest; one that
+ * does not gives sums all the same. depth tells which.
+ *
+ * source  bound 8-bit image.
+ * result  as for #kip_affineProject.
+ * params  the sampling.
+ * clip    0: as #kip_affineProject, the rectangle has to lie inside. Else it may reach outside.
+ * cache   as for #kip_affineProject.
+ * depth   receives destHeight for sums and 1 for means; stays as it is if no column has coverage. May be null.
+ * first   receives the first column that result holds and, of means, whose coverage rounds to a sample or more; may be
+ *         null. Columns between first and end without coverage hold 0.
+ * end     receives the column after the last such one; may be null. It is at most first if there is none.
+ * Returns as #kip_affineProject does (clip 0) or as #kip_affineProjectClipped does. first, end and depth are written
+ * on success only.
+ */
+KIP_API int32_t kip_affineProjectNorm(const kimg_imageConst *source, kimg_image *result,
+                                      const kip_affineSampleParams *params, uint32_t clip,
+                                      kip_affineSampleCache **cache, uint32_t *depth, int32_t *first, int32_t *end);
+
+/** Projects an affine rectangle of a 16-bit image, otherwise as #kip_affineProjectNorm. */
+KIP_API int32_t kip_affineProjectNorm16(const kimg_imageConst *source, kimg_image *result,
+                                        const kip_affineSampleParams *params, uint32_t clip,
+                                        kip_affineSampleCache **cache, uint32_t *depth, int32_t *first, int32_t *end);
+
+/** @} */
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,320 @@
+#include <cstdint>
+
+#include <kip/kip.h>
+
+#include "cache/sample_cache.h"
+#include "projection/projection_driver.h"
+#include "support/cleanup_list.h"
+
+namespace {
+
+constexpr int32_t kSumBytes = sizeof(uint32_t);
+
+// What differs between the two depths.
+struct Depth {
+    int32_t (*project)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
+                       const kip_affineSampleParams &params, kip_affineSampleCache &cache, kmath_xformLinear *placement,
+                       uint32_t *depth);
+    int32_t (*projectClipped)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
+                              kimg_window &coverage, const kip_affineSampleParams &params, kip_affineSampleCache &cache,
+                              kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth);
+};
+
+constexpr Depth kDepth8 = {kip::projectAffine8, kip::projectAffineClipped8};
+constexpr Depth kDepth16 = {kip::projectAffine16, kip::projectAffineClipped16};
+
+// What is projected, and what the caller may keep of the work.
+struct Request {
+    const kimg_windowConst &source;
+    const kmath_xformLinear &srcFromClient;
+    const kip_affineSampleParams &params;
+    kip_affineSampleCache **cacheHandle; // null: the call's own
+    kmath_xformLinear *placement;
+};
+
+// The call's cache: the caller's, or a local one that the clean-up list releases.
+int32_t takeCache(kip_affineSampleCache **handle, kip_affineSampleCache *local, kip::CleanupList &cleanup,
+                  kip_affineSampleCache **cache)
+{
+    if (handle == nullptr) {
+        kip_affineSampleCache_initLocal(local);
+        kip::addCleanup<kip_affineSampleCache_release>(cleanup, local);
+        *cache = local;
+        return 0;
+    }
+    *cache = *handle;
+    return *handle == nullptr ? kip_statusCacheNotConstructed : 0;
+}
+
+// ---- Rows of sums ---------------------------------------------------------------------------------------------
+
+// Row 0, columns 0 to destWidth - 1 of a caller's window, or of a temporary image where that does not hold them.
+struct SumsRow {
+    kimg_window window;
+    kimg_image temporary;
+    bool isTemporary;
+};
+
+// Tells whether a window holds a whole row of sums, where they can be written as such.
+bool holdsRow(const kimg_window &window, int32_t width)
+{
+    return window.pixels != nullptr && reinterpret_cast<uintptr_t>(window.pixels) % kSumBytes == 0 && window.x <= 0 &&
+           window.y <= 0 && int64_t{window.x} + window.width >= width && int64_t{window.y} + window.height >= 1;
+}
+
+int32_t openRow(const kimg_window &target, int32_t width, kip::CleanupList &cleanup, SumsRow *row)
+{
+    if (target.width > 0 && target.height > 0 && target.bytesPerPixel != kSumBytes)
+        return kip_statusPixelDepth;
+    row->isTemporary = !holdsRow(target, width);
+    if (row->isTemporary) {
+        const int32_t status = kimg_image_construct(&row->temporary, kSumBytes, width, 1);
+        kip::addCleanup<kimg_image_destruct>(cleanup, &row->temporary);
+        return status < 0 ? status : kimg_window_init(&row->window, &row->temporary);
+    }
+    row->window = target;
+    // A window may come from a caller who gave it an origin. That would shift the samples.
+    row->window.originX = 0;
+    row->window.originY = 0;
+    return kimg_window_window(&row->window, 0, 0, width, 1, nullptr);
+}
+
+// Brings a temporary row to where the caller wants it: what of it his window covers.
+int32_t closeRow(const SumsRow &row, kimg_window *target)
+{
+    if (!row.isTemporary)
+        return 0;
+    kimg_windowConst sums;
+    const int32_t status = kimg_windowConst_init(&sums, &row.temporary);
+    return status < 0 ? status : kip_pelCopyWindow32(&sums, target);
+}
+
+int32_t assignRowIfUnbound(kimg_image *image, int32_t width)
+{
+    int32_t bound;
+    const int32_t status = kimg_image_getIsBound(image, &bound);
+    if (status < 0 || bound != 0)
+        return status;
+    return kimg_image_assignNew(image, kSumBytes, width, 1);
+}
+
+// The window of a result or coverage image, which receives pixels if it has none.
+int32_t openImage(kimg_image *image, int32_t width, kimg_window *window)
+{
+    const int32_t status = assignRowIfUnbound(image, width);
+    return status < 0 ? status : kimg_window_init(window, image);
+}
+
+// ---- Window forms ---------------------------------------------------------------------------------------------
+
+int32_t projectIntoWindow(const Depth &depth, const Request &request, kimg_window *result, uint32_t *sampleCount)
+{
+    kip::CleanupList cleanup;
+    kip_affineSampleCache local;
+    kip_affineSampleCache *cache;
+    SumsRow sums;
+    int32_t status = takeCache(request.cacheHandle, &local, cleanup, &cache);
+    if (status >= 0)
+        status = openRow(*result, request.params.destWidth, cleanup, &sums);
+    if (status >= 0)
+        status = depth.project(request.source, request.srcFromClient, sums.window, request.params, *cache,
+                               request.placement, sampleCount);
+    if (status >= 0)
+        status = closeRow(sums, result);
+    return kip::runCleanup(cleanup, status);
+}
+
+int32_t projectWindow(const Depth &depth, const Request &request, kimg_window *result, uint32_t *sampleCount)
+{
+    int32_t willClip;
+    const int32_t status =
+        kip_affineSampleParams_getWillClipWindow(&request.params, &request.source, &request.srcFromClient, &willClip);
+    if (status < 0)
+        return status;
+    return willClip != 0 ? kip_statusProjectionWouldClip : projectIntoWindow(depth, request, result, sampleCount);
+}
+
+int32_t projectClippedIntoWindows(const Depth &depth, const Request &request, kimg_window *result,
+                                  kimg_window *coverage, uint8_t coverageValue, uint32_t *greatestCoverage)
+{
+    kip::CleanupList cleanup;
+    kip_affineSampleCache local;
+    kip_affineSampleCache *cache;
+    SumsRow sums;
+    SumsRow covered;
+    int32_t status = takeCache(request.cacheHandle, &local, cleanup, &cache);
+    if (status >= 0)
+        status = openRow(*result, request.params.destWidth, cleanup, &sums);
+    if (status >= 0)
+        status = openRow(*coverage, request.params.destWidth, cleanup, &covered);
+    if (status >= 0)
+        status = depth.projectClipped(request.source, request.srcFromClient, sums.window, covered.window,
+                                      request.params, *cache, request.placement, coverageValue, greatestCoverage);
+    if (status >= 0)
+        status = closeRow(sums, result);
+    if (status >= 0)
+        status = closeRow(covered, coverage);
+    return kip::runCleanup(cleanup, status);
+}
+
+int32_t projectClippedWindow(const Depth &depth, const Request &request, kimg_window *result, kimg_window *coverage,
+                             uint8_t coverageValue, uint32_t *sampleCount, uint32_t *willClip)
+{
+    int32_t clips;
+    const int32_t status =
+        kip_affineSampleParams_getWillClipWindow(&request.params, &request.source, &request.srcFromClient, &clips);
+    if (status < 0)
+        return status;
+    *willClip = static_cast<uint32_t>(clips);
+    return clips != 0 ? projectClippedIntoWindows(depth, request, result, coverage, coverageValue, sampleCount)
+                      : projectIntoWindow(depth, request, result, sampleCount);
+}
+
+// ---- Image forms ----------------------------------------------------------------------------------------------
+
+int32_t checkIsBound(const kimg_imageConst *source)
+{
+    int32_t bound;
+    const int32_t status = kimg_imageConst_getIsBound(source, &bound);
+    if (status < 0)
+        return status;
+    return bound != 0 ? status : kip_statusProjectionSourceUnbound;
+}
+
+struct Source {
+    kimg_windowConst window;
+    kmath_xformLinear fromClient;
+};
+
+int32_t openSource(const kimg_imageConst *image, Source *source)
+{
+    const int32_t status = kimg_windowConst_init(&source->window, image);
+    return status < 0 ? status : kimg_imageConst_getLinearImageFromClientXform(image, &source->fromClient);
+}
+
+int32_t project(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *result,
+                const kip_affineSampleParams &params, kip_affineSampleCache **cache, uint32_t *sampleCount)
+{
+    int32_t status = checkIsBound(sourceImage);
+    if (status < 0)
+        return status;
+    int32_t willClip;
+    status = kip_affineSampleParams_getWillClip(&params, sourceImage, &willClip);
+    if (status < 0)
+        return status;
+    if (willClip != 0)
+        return kip_statusProjectionWouldClip;
+
+    Source source;
+    kimg_window window;
+    kmath_xformLinear placement;
+    status = openSource(sourceImage, &source);
+    if (status >= 0)
+        status = openImage(result, params.destWidth, &window);
+    if (status >= 0)
+        status = projectIntoWindow(depth, {source.window, source.fromClient, params, cache, &placement}, &window,
+                                   sampleCount);
+    return status < 0 ? status : kimg_image_setLinearImageFromClientXform(result, &placement);
+}
+
+int32_t projectClipped(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *result, kimg_image *coverage,
+                       const kip_affineSampleParams &params, kip_affineSampleCache **cache, uint8_t coverageValue,
+                       uint32_t *sampleCount, uint32_t *willClip)
+{
+    int32_t status = checkIsBound(sourceImage);
+    if (status < 0)
+        return status;
+    if (params.destWidth < 1 || params.destHeight < 1)
+        return kip_statusSizeBelowOne; // as the clipping test has it, but before the result receives pixels
+
+    Source source;
+    kimg_window window;
+    int32_t clips = 0;
+    status = openSource(sourceImage, &source);
+    if (status >= 0)
+        status = openImage(result, params.destWidth, &window);
+    if (status >= 0)
+        status = kip_affineSampleParams_getWillClip(&params, sourceImage, &clips);
+    if (status < 0)
+        return status;
+
+    kmath_xformLinear placement;
+    const Request request = {source.window, source.fromClient, params, cache, &placement};
+    if (clips != 0) {
+        *willClip = 1;
+        kimg_window coverageWindow;
+        status = openImage(coverage, params.destWidth, &coverageWindow);
+        if (status >= 0)
+            status = projectClippedIntoWindows(depth, request, &window, &coverageWindow, coverageValue, sampleCount);
+    } else {
+        status = projectIntoWindow(depth, request, &window, sampleCount);
+    }
+    if (status < 0)
+        return status;
+    if (clips == 0)
+        *willClip = 0;
+
+    status = kimg_image_setLinearImageFromClientXform(result, &placement);
+    return status < 0 || clips == 0 ? status : kimg_image_copyXforms(coverage, result);
+}
+
+} // namespace
+
+int32_t kip_affineProject(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
+                          kip_affineSampleCache **cache, uint32_t *depth)
+{
+    return project(kDepth8, source, result, *params, cache, depth);
+}
+
+int32_t kip_affineProject16(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
+                            kip_affineSampleCache **cache, uint32_t *depth)
+{
+    return project(kDepth16, source, result, *params, cache, depth);
+}
+
+int32_t kip_affineProjectWindow(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                kimg_window *result, const kip_affineSampleParams *params,
+                                kip_affineSampleCache **cache, kmath_xformLinear *placement, uint32_t *depth)
+{
+    return projectWindow(kDepth8, {*source, *srcFromClient, *params, cache, placement}, result, depth);
+}
+
+int32_t kip_affineProjectWindow16(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                  kimg_window *result, const kip_affineSampleParams *params,
+                                  kip_affineSampleCache **cache, kmath_xformLinear *placement, uint32_t *depth)
+{
+    return projectWindow(kDepth16, {*source, *srcFromClient, *params, cache, placement}, result, depth);
+}
+
+int32_t kip_affineProjectClipped(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
+                                 const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                 uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
+{
+    return projectClipped(kDepth8, source, result, coverage, *params, cache, coverageValue, depth, willClip);
+}
+
+int32_t kip_affineProjectClipped16(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
+                                   const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                   uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
+{
+    return projectClipped(kDepth16, source, result, coverage, *params, cache, coverageValue, depth, willClip);
+}
+
+int32_t kip_affineProjectClippedWindow(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                       kimg_window *result, kimg_window *coverage, const kip_affineSampleParams *params,
+                                       kip_affineSampleCache **cache, kmath_xformLinear *placement,
+                                       uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
+{
+    return projectClippedWindow(kDepth8, {*source, *srcFromClient, *params, cache, placement}, result, coverage,
+                                coverageValue, depth, willClip);
+}
+
+int32_t kip_affineProjectClippedWindow16(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
+                                         kimg_window *result, kimg_window *coverage,
+                                         const kip_affineSampleParams *params, kip_affineSampleCache **cache,
+                                         kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth,
+                                         uint32_t *willClip)
+{
+    return projectClippedWindow(kDepth16, {*source, *srcFromClient, *params, cache, placement}, result, coverage,
+                                coverageValue, depth, willClip);
+}
