@@ -8,6 +8,7 @@
 #include "support/measurements.h"
 #include "support/options.h"
 #include "support/peer.h"
+#include "transform/clipped_bench.h"
 #include "transform/transform_bench.h"
 
 namespace {
@@ -41,6 +42,7 @@ int runRounds(const std::vector<TransformCase> &cases, int rounds)
         std::cout << "; " << peerVersion();
     std::cout << ".\n";
     printTransformTables(cases, measurements, std::cout);
+    printClippedTable(measurements, std::cout);
     return 0;
 }
 
@@ -69,6 +71,7 @@ int main(int argc, char **argv)
 
     const std::vector<TransformCase> cases = transformCases(options.sweep);
     registerTransforms(cases);
+    registerClippedTransforms();
     if (!options.plain)
         return runRounds(cases, options.rounds);
     benchmark::RunSpecifiedBenchmarks();
