@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "projection/sum_memory.h"
+#include "projection/window_sums_packed.h"
 #include "support/optimized_path.h"
 
 namespace kip {
@@ -60,6 +61,18 @@ int32_t sumRowsOfWindow(const kimg_windowConst &source, const kimg_window &desti
 {
     return sumRowsPortable<Pixel>(source.pixels, source.width, source.height, source.pitch, destination.pixels,
                                   reverse);
+}
+
+using Packed = decltype(sumColumnsPacked8);
+
+int32_t sumInCore(const wchar_t *name, Packed *packed, Core portable, const kimg_windowConst &source,
+                  const kimg_window &destination, uint32_t reverse)
+{
+    const int32_t status = isInhibited(name)
+                               ? kip_statusOptimizationDeclined
+                               : packed(static_cast<const uint8_t *>(source.pixels), source.width, source.height,
+                                        source.pitch, destination.pixels, reverse != 0 ? 1 : 0);
+    return isDeclined(status) ? portable(source, destination, reverse) : status;
 }
 
 } // namespace
@@ -132,12 +145,14 @@ template int32_t sumRowsPortable<uint16_t>(const void *, int32_t, int32_t, int32
 
 int32_t kf_projection_horizontal8_core(const kimg_windowConst &source, const kimg_window &destination, uint32_t reverse)
 {
-    return sumColumnsOfWindow<uint8_t>(source, destination, reverse);
+    return sumInCore(L"kf_projection_horizontal8_core", sumColumnsPacked8, sumColumnsOfWindow<uint8_t>, source,
+                     destination, reverse);
 }
 
 int32_t kf_projection_vertical8_core(const kimg_windowConst &source, const kimg_window &destination, uint32_t reverse)
 {
-    return sumRowsOfWindow<uint8_t>(source, destination, reverse);
+    return sumInCore(L"kf_projection_vertical8_core", sumRowsPacked8, sumRowsOfWindow<uint8_t>, source, destination,
+                     reverse);
 }
 
 int32_t projectWindowOriented8(const kimg_windowConst &source, const kimg_window &destination,
