@@ -4,22 +4,18 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/random.h"
+#include "support/records.h"
 
 namespace {
 
-using kip::test::Random;
-
-constexpr int32_t kMin32 = std::numeric_limits<int32_t>::min();
-constexpr int32_t kMax32 = std::numeric_limits<int32_t>::max();
+using namespace kip::test;
 
 using Bytes = std::vector<unsigned char>;
 
@@ -34,25 +30,28 @@ kimg_window windowOver(void *pixels, int32_t bytesPerPixel, int32_t width, int32
     return {width, height, 0, 0, 0, 0, width, height, pitch, pixels, bytesPerPixel};
 }
 
-int64_t offsetOf(const kimg_window &window, int32_t x, int32_t y)
+unsigned char *at(const kimg_window &window, int32_t x, int32_t y)
 {
-    return (int64_t{y} * window.pitch + x) * window.bytesPerPixel;
+    return static_cast<unsigned char *>(window.pixels) + (y * window.pitch + x) * window.bytesPerPixel;
 }
 
-// A window of random shape, pitch and place inside a buffer; any byte of it may be the first.
-kimg_window randomWindow(Random &random, Bytes &buffer, int32_t bytesPerPixel, int32_t leastPitch)
+// Puts a window anywhere into a buffer; any byte of it may be the first.
+void place(Random &random, Bytes &buffer, kimg_window *window)
+{
+    const int32_t reach = (window->height - 1) * window->pitch * window->bytesPerPixel;
+    const int32_t above = std::max(0, reach) + window->width * window->bytesPerPixel;
+    window->pixels = buffer.data() + random.between32(std::max(0, -reach), static_cast<int32_t>(buffer.size()) - above);
+}
+
+// A window of random shape, pitch and place; its rows may overlap when the least pitch is 0.
+kimg_window randomWindow(Random &random, Bytes &buffer, int32_t bytesPerPixel, bool mayOverlap = false)
 {
     const int32_t width = random.between32(1, 7);
-    const int32_t height = random.between32(1, 6);
-    const int32_t pitch =
-        random.between32(std::max(leastPitch, leastPitch ? width : 0), width + 9) * (random.between32(0, 1) ? 1 : -1);
-    const int32_t reach = (height - 1) * pitch * bytesPerPixel;
-    const int32_t below = std::max(0, -reach);
-    const int32_t above = std::max(0, reach) + width * bytesPerPixel;
-    kimg_window window = windowOver(nullptr, bytesPerPixel, width, height, pitch);
-    window.pixels = buffer.data() + random.between32(below, static_cast<int32_t>(buffer.size()) - above);
+    const int32_t pitch = random.between32(mayOverlap ? 0 : width, width + 9) * random.sign();
+    kimg_window window = windowOver(nullptr, bytesPerPixel, width, random.between32(1, 6), pitch);
     window.x = random.between32(-4, 4);
     window.y = random.between32(-4, 4);
+    place(random, buffer, &window);
     return window;
 }
 
@@ -66,7 +65,7 @@ Bytes randomBytes(Random &random, size_t count)
 {
     Bytes bytes(count);
     for (unsigned char &byte : bytes)
-        byte = static_cast<unsigned char>(random.between32(0, 255));
+        byte = static_cast<unsigned char>(random.next());
     return bytes;
 }
 
@@ -76,14 +75,38 @@ int32_t overlap(const kimg_window &read, const kimg_window &write)
     return kip_pelfunc_checkMemoryOverlap(&readable, &write);
 }
 
-int32_t copyWindow(int32_t bytesPerPixel, const kimg_window &source, kimg_window destination)
+kimg_image imageOver(const kimg_window &window)
 {
-    const kimg_windowConst readable = readOnly(source);
-    if (bytesPerPixel == 1)
-        return kip_pelCopyWindow8(&readable, &destination);
-    if (bytesPerPixel == 2)
-        return kip_pelCopyWindow16(&readable, &destination);
-    return kip_pelCopyWindow32(&readable, &destination);
+    kimg_image image; // unbound when there are no pixels
+    kimg_image_constructExternal(&image, window.bytesPerPixel, window.width, window.height, window.pitch,
+                                 window.pixels);
+    image.x = window.x;
+    image.y = window.y;
+    return image;
+}
+
+enum class Form { copyWindow, copyImage, setWindow, setImage };
+
+int32_t apply(Form form, int32_t bytes, const kimg_window &from, kimg_window &to, uint16_t value)
+{
+    const auto low = static_cast<uint8_t>(value);
+    const kimg_windowConst source = readOnly(from);
+    if (form == Form::copyWindow)
+        return bytes == 1   ? kip_pelCopyWindow8(&source, &to)
+               : bytes == 2 ? kip_pelCopyWindow16(&source, &to)
+                            : kip_pelCopyWindow32(&source, &to);
+    if (form == Form::setWindow)
+        return bytes == 1 ? kip_pelSetWindow8(&to, low) : kip_pelSetWindow16(&to, value);
+    kimg_image image = imageOver(to);
+    kimg_image sourceImage = imageOver(from);
+    int32_t status;
+    if (form == Form::setImage)
+        status = bytes == 1 ? kip_pelSet8(&image, low) : kip_pelSet16(&image, value);
+    else
+        status = bytes == 1 ? kip_pelCopy8(&sourceImage, &image) : kip_pelCopy16(&sourceImage, &image);
+    kimg_image_destruct(&image);
+    kimg_image_destruct(&sourceImage);
+    return status;
 }
 
 } // namespace
@@ -95,28 +118,22 @@ TEST(MemoryOverlap, AgreesWithTheSetsOfBytes)
     constexpr int kRounds = 40000;
     for (int round = 0; round < kRounds; ++round) {
         Bytes buffer(round % 2 ? 360 : 800);
-        const kimg_window a = randomWindow(random, buffer, 1 << random.between32(0, 2), 0);
-        kimg_window b = randomWindow(random, buffer, 1 << random.between32(0, 2), 0);
-        if (round % 3 == 0 && b.height > 1 && a.height > 1) { // equal pitches are decided by a formula of their own
-            b = a;
-            b.width = random.between32(1, a.width);
-            b.height = random.between32(1, a.height);
-            const int64_t low = std::min<int64_t>(0, offsetOf(b, 0, b.height - 1));
-            const int64_t high = std::max<int64_t>(0, offsetOf(b, 0, b.height - 1)) + offsetOf(b, b.width, 0);
-            b.pixels =
-                buffer.data() + random.between32(static_cast<int32_t>(-low),
-                                                 static_cast<int32_t>(static_cast<int64_t>(buffer.size()) - high));
+        kimg_window a = randomWindow(random, buffer, 1 << random.between32(0, 2), true);
+        kimg_window b = randomWindow(random, buffer, 1 << random.between32(0, 2), true);
+        if (round % 3 == 0) { // equal pitches are decided by a formula of their own
+            b = windowOver(nullptr, a.bytesPerPixel, random.between32(1, a.width), random.between32(1, a.height),
+                           a.pitch);
+            place(random, buffer, &b);
         }
-        Bytes held(buffer.size(), 0);
-        const auto forEachByte = [&](const kimg_window &window, auto visit) {
-            for (int32_t y = 0; y < window.height; ++y)
-                for (int64_t i = 0; i < offsetOf(window, window.width, 0); ++i)
-                    visit(held[static_cast<size_t>(static_cast<unsigned char *>(window.pixels) - buffer.data() +
-                                                   offsetOf(window, 0, y) + i)]);
-        };
         bool shared = false;
-        forEachByte(a, [](unsigned char &byte) { byte = 1; });
-        forEachByte(b, [&](unsigned char &byte) { shared = shared || byte; });
+        for (kimg_window *window : {&a, &b}) {
+            for (int32_t y = 0; y < window->height; ++y) {
+                for (unsigned char *byte = at(*window, 0, y); byte != at(*window, window->width, y); ++byte) {
+                    shared = shared || (window == &b && *byte != 0);
+                    *byte = window == &a ? 1 : *byte;
+                }
+            }
+        }
         sharing += shared ? 1 : 0;
         const int32_t expected = shared ? kip_pelStatusOverlap : 0;
         ASSERT_EQ(overlap(a, b), expected) << describe(a) << " and " << describe(b) << ", round " << round;
@@ -130,10 +147,11 @@ TEST(MemoryOverlap, AnswersForWindowsWithoutPixelsAndForImpossibleOnes)
 {
     Bytes buffer(64);
     const kimg_window whole = windowOver(buffer.data(), 1, 8, 8, 8);
-    EXPECT_EQ(overlap(whole, windowOver(nullptr, 1, 8, 8, 8)), 0);
-    EXPECT_EQ(overlap(windowOver(buffer.data(), 1, 0, 8, 8), whole), 0);
-    EXPECT_EQ(overlap(whole, windowOver(buffer.data(), 1, 8, -1, 8)), 0);
-    EXPECT_EQ(overlap(whole, kimg_window{}), 0);
+    for (const kimg_window &empty : {windowOver(nullptr, 1, 8, 8, 8), windowOver(buffer.data(), 1, 0, 8, 8),
+                                     windowOver(buffer.data(), 1, 8, -1, 8), kimg_window{}}) {
+        EXPECT_EQ(overlap(whole, empty), 0);
+        EXPECT_EQ(overlap(empty, whole), 0);
+    }
     // Sizes that no memory can hold may lie anywhere: they count as overlapping, and nothing overflows.
     for (const int32_t pitch : {kMin32, kMax32}) {
         EXPECT_EQ(overlap(whole, windowOver(buffer.data(), 4, kMax32, kMax32, pitch)), kip_pelStatusOverlap) << pitch;
@@ -142,125 +160,73 @@ TEST(MemoryOverlap, AnswersForWindowsWithoutPixelsAndForImpossibleOnes)
     EXPECT_EQ(overlap(whole, windowOver(buffer.data(), kMax32, kMax32, kMax32, 1)), kip_pelStatusOverlap);
 }
 
-TEST(Copy, MovesExactlyTheCommonPixels)
+TEST(CopyAndFill, WriteExactlyTheirPixelsOrRefuse)
 {
     Random random(22);
-    for (int round = 0; round < 6000; ++round) {
-        const int32_t bytesPerPixel = 1 << (round % 3);
+    int counts[3] = {};
+    for (int round = 0; round < 16000; ++round) {
+        const auto form = static_cast<Form>(round % 4);
+        const bool isCopy = form == Form::copyWindow || form == Form::copyImage;
+        const int32_t bytes = 1 << random.between32(0, form == Form::copyWindow ? 2 : 1);
+        const auto pixelBytes = [&] { return random.oneIn(8) ? 1 << random.between32(0, 2) : bytes; };
         Bytes from = randomBytes(random, 800);
         Bytes to = randomBytes(random, 800);
-        const kimg_window source = randomWindow(random, from, bytesPerPixel, 1);
-        const kimg_window destination = randomWindow(random, to, bytesPerPixel, 1);
-        Bytes expected = to;
-        unsigned char *const first = expected.data() + (static_cast<unsigned char *>(destination.pixels) - to.data());
-        for (int32_t y = 0; y < destination.height; ++y) {
+        const Bytes before = to;
+        kimg_window source = randomWindow(random, from, pixelBytes());
+        kimg_window destination = randomWindow(random, to, pixelBytes());
+        if (random.oneIn(16))
+            source.pixels = nullptr;
+        if (random.oneIn(16))
+            destination.pixels = nullptr;
+        const auto value = static_cast<uint16_t>(random.next());
+        const bool isRefused = (destination.pixels != nullptr && destination.bytesPerPixel != bytes) ||
+                               (isCopy && source.pixels != nullptr && source.bytesPerPixel != bytes);
+        const bool isEmpty = destination.pixels == nullptr || (isCopy && source.pixels == nullptr);
+        for (int32_t y = 0; y < destination.height && !isRefused && !isEmpty; ++y) {
             for (int32_t x = 0; x < destination.width; ++x) {
                 const int32_t sourceX = x + destination.x - source.x;
                 const int32_t sourceY = y + destination.y - source.y;
-                if (sourceX >= 0 && sourceX < source.width && sourceY >= 0 && sourceY < source.height)
-                    std::memcpy(first + offsetOf(destination, x, y),
-                                static_cast<unsigned char *>(source.pixels) + offsetOf(source, sourceX, sourceY),
-                                static_cast<size_t>(bytesPerPixel));
+                if (!isCopy)
+                    std::memcpy(at(destination, x, y), &value, static_cast<size_t>(bytes));
+                else if (sourceX >= 0 && sourceX < source.width && sourceY >= 0 && sourceY < source.height)
+                    std::memcpy(at(destination, x, y), at(source, sourceX, sourceY), static_cast<size_t>(bytes));
             }
         }
-        ASSERT_EQ(copyWindow(bytesPerPixel, source, destination), 0);
+        const Bytes expected = to;
+        std::copy(before.begin(), before.end(), to.begin());
+        ASSERT_EQ(apply(form, bytes, source, destination, value), isRefused ? kip_pelStatusPixelSize : 0)
+            << describe(source) << " to " << describe(destination) << ", round " << round;
         ASSERT_EQ(to, expected) << describe(source) << " to " << describe(destination) << ", round " << round;
+        ++counts[isRefused ? 0 : isEmpty ? 1 : 2];
     }
-}
-
-TEST(Fill, SetsExactlyTheWindow)
-{
-    Random random(23);
-    for (int round = 0; round < 2000; ++round) {
-        const int32_t bytesPerPixel = 1 + round % 2;
-        const uint16_t value = static_cast<uint16_t>(random.between32(0, 65535));
-        Bytes buffer = randomBytes(random, 400);
-        kimg_window window = randomWindow(random, buffer, bytesPerPixel, 1);
-        Bytes expected = buffer;
-        unsigned char *const first = expected.data() + (static_cast<unsigned char *>(window.pixels) - buffer.data());
-        for (int32_t y = 0; y < window.height; ++y)
-            for (int32_t x = 0; x < window.width; ++x)
-                std::memcpy(first + offsetOf(window, x, y), &value, static_cast<size_t>(bytesPerPixel));
-        const int32_t status = bytesPerPixel == 1 ? kip_pelSetWindow8(&window, static_cast<uint8_t>(value))
-                                                  : kip_pelSetWindow16(&window, value);
-        ASSERT_EQ(status, 0);
-        ASSERT_EQ(buffer, expected) << describe(window) << ", round " << round;
-    }
+    for (const int count : counts)
+        EXPECT_GT(count, 500);
 }
 
 TEST(Maximum, LooksAtEveryPixelOfTheWindowAndAtNoOther)
 {
-    constexpr int32_t kPitch = 6;
-    for (const bool bottomUp : {false, true}) {
-        for (int32_t place = 0; place < 12; ++place) {
-            std::vector<uint32_t> pixels(kPitch * 3, 0xffffffffu); // columns 4 and 5 do not belong to the window
-            const size_t first = bottomUp ? kPitch * 2 : 0;
-            for (size_t y = 0; y < 3; ++y)
-                std::fill_n(pixels.begin() + static_cast<ptrdiff_t>(y * kPitch), 4, 0u);
-            pixels[static_cast<size_t>(place / 4 * kPitch + place % 4)] = 0x80000000u + static_cast<uint32_t>(place);
-            const kimg_windowConst window = readOnly(windowOver(&pixels[first], 4, 4, 3, bottomUp ? -kPitch : kPitch));
-            uint32_t maximum = 0;
-            EXPECT_EQ(kip_pelUnaryMaxWindow32(&window, &maximum), 0);
-            EXPECT_EQ(maximum, 0x80000000u + static_cast<uint32_t>(place));
+    Random random(23);
+    for (int round = 0; round < 2000; ++round) {
+        Bytes buffer = randomBytes(random, 800);
+        const kimg_window window = randomWindow(random, buffer, 4);
+        uint32_t expected = 0;
+        for (int32_t y = 0; y < window.height; ++y) {
+            for (int32_t x = 0; x < window.width; ++x) {
+                uint32_t value;
+                std::memcpy(&value, at(window, x, y), sizeof value);
+                expected = std::max(expected, value);
+            }
         }
+        uint32_t maximum = 0;
+        const kimg_windowConst readable = readOnly(window);
+        EXPECT_EQ(kip_pelUnaryMaxWindow32(&readable, &maximum), 0);
+        EXPECT_EQ(maximum, expected) << describe(window);
     }
     uint32_t maximum = 77;
-    const kimg_windowConst none{};
-    EXPECT_EQ(kip_pelUnaryMaxWindow32(&none, &maximum), kip_pelStatusEmpty);
     uint16_t pixel = 5;
+    const kimg_windowConst none{};
     const kimg_windowConst narrow = readOnly(windowOver(&pixel, 2, 1, 1, 1));
+    EXPECT_EQ(kip_pelUnaryMaxWindow32(&none, &maximum), kip_pelStatusEmpty);
     EXPECT_EQ(kip_pelUnaryMaxWindow32(&narrow, &maximum), kip_pelStatusPixelSize);
     EXPECT_EQ(maximum, 77u);
-}
-
-TEST(PixelSize, OtherThanTheOperationsIsRefusedAndNothingIsWritten)
-{
-    for (const int32_t bytesPerPixel : {1, 2, 4}) {
-        for (const int32_t operation : {1, 2, 4}) {
-            if (bytesPerPixel == operation)
-                continue;
-            Bytes from(64, 1);
-            Bytes to(64, 2);
-            const kimg_window source = windowOver(from.data(), bytesPerPixel, 4, 4, 4);
-            const kimg_window target = windowOver(to.data(), bytesPerPixel, 4, 4, 4);
-            const kimg_window fitting = windowOver(to.data(), operation, 4, 4, 4);
-            EXPECT_EQ(copyWindow(operation, source, fitting), kip_pelStatusPixelSize);
-            EXPECT_EQ(copyWindow(operation, fitting, source), kip_pelStatusPixelSize);
-            kimg_window filled = target;
-            if (operation != 4) {
-                const int32_t status = operation == 1 ? kip_pelSetWindow8(&filled, 9) : kip_pelSetWindow16(&filled, 9);
-                EXPECT_EQ(status, kip_pelStatusPixelSize);
-            }
-            EXPECT_EQ(from, Bytes(64, 1));
-            EXPECT_EQ(to, Bytes(64, 2));
-        }
-    }
-}
-
-TEST(ImageForms, PlaceByPixelCoordinatesAndAcceptUnboundImages)
-{
-    std::vector<uint16_t> from(12);
-    for (size_t i = 0; i < from.size(); ++i)
-        from[i] = static_cast<uint16_t>(100 + i);
-    std::vector<uint16_t> to(12, 7);
-    kimg_image source;
-    kimg_image destination;
-    kimg_image unbound;
-    ASSERT_EQ(kimg_image_constructExternal(&source, 2, 4, 3, 4, from.data()), 0);
-    ASSERT_EQ(kimg_image_constructExternal(&destination, 2, 4, 3, -4, &to[8]), 0);
-    ASSERT_EQ(kimg_image_constructUnbound(&unbound), 0);
-    source.x = -1;
-    destination.y = 2; // common: columns 0 to 2, row 2
-    EXPECT_EQ(kip_pelCopy16(&source, &destination), 0);
-    EXPECT_EQ(to, (std::vector<uint16_t>{7, 7, 7, 7, 7, 7, 7, 7, 109, 110, 111, 7}));
-    EXPECT_EQ(kip_pelCopy8(&source, &destination), kip_pelStatusPixelSize);
-    EXPECT_EQ(kip_pelSet8(&destination, 1), kip_pelStatusPixelSize);
-    EXPECT_EQ(kip_pelCopy16(&unbound, &destination), 0);
-    EXPECT_EQ(kip_pelCopy8(&source, &unbound), kip_pelStatusPixelSize);
-    EXPECT_EQ(kip_pelSet8(&unbound, 1), 0);
-    EXPECT_EQ(to[8], 109);
-    EXPECT_EQ(kip_pelSet16(&destination, 0xabcd), 0);
-    EXPECT_EQ(to, std::vector<uint16_t>(12, 0xabcd));
-    for (kimg_image *image : {&source, &destination, &unbound})
-        EXPECT_EQ(kimg_image_destruct(image), 0);
 }
