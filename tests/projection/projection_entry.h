@@ -1,8 +1,11 @@
 #ifndef KIP_TESTS_PROJECTION_PROJECTION_ENTRY_H
 #define KIP_TESTS_PROJECTION_PROJECTION_ENTRY_H
 
+#include <algorithm>
 #include <cstdint>
-#include <numeric>
+#include <cstdlib>
+#include <cstring>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -38,19 +41,12 @@ public:
                 place.width, place.height, place.pitch, at(0, 0), kBytesPerSum};
     }
     void *first() { return at(0, 0); }
-
-    uint32_t sum(int32_t column, int32_t row)
-    {
-        uint32_t value;
-        std::memcpy(&value, at(column, row), sizeof value);
-        return value;
-    }
+    void clear() { std::fill(memory.begin(), memory.end(), kNoSum); }
 
     // Expects the pixels of row 0 that the window covers to hold the sums, and nothing else to be written.
     testing::AssertionResult holds(const Sums &sums)
     {
-        Sums covered = memory;
-        std::fill(covered.begin(), covered.end(), kNoSum);
+        Sums covered(memory.size(), kNoSum);
         std::swap(covered, memory);
         for (int32_t row = 0; row < place.height; ++row)
             for (int32_t column = 0; column < place.width; ++column) {
