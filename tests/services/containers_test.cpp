@@ -3,44 +3,23 @@
 #include <kstd/kstd.h>
 
 #include <cstdint>
-#include <limits>
-#include <numeric>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/failing_allocator.h"
+#include "support/random.h"
+#include "support/records.h"
 
-namespace {
+using namespace kip::test;
 
-constexpr int32_t kMin32 = std::numeric_limits<int32_t>::min();
-constexpr int32_t kMax32 = std::numeric_limits<int32_t>::max();
-
-using Values = std::vector<uint32_t>;
-
-uint32_t *begin(kstd_vector32 &vector)
+TEST(Rect32, RefusesWhatHasNoEndAndComparesEveryValue)
 {
-    uint32_t *first = nullptr;
-    EXPECT_EQ(kstd_vector32_getBegin(&vector, &first), 0);
-    return first;
-}
-
-Values contents(kstd_vector32 &vector)
-{
-    int32_t size = -1;
-    EXPECT_EQ(kstd_vector32_getSize(&vector, &size), 0);
-    return Values(begin(vector), begin(vector) + size);
-}
-
-} // namespace
-
-TEST(Rect32, RefusesWhatHasNoEnd)
-{
+    constexpr kstd_rect32 kUntouched{-5, -6, -7, -8};
     const struct {
         kstd_rect32 asked;
         int32_t status;
     } cases[] = {
-        {{1, 2, 3, 4}, 0},
         {{kMin32, kMin32, kMax32, kMax32}, 0},
         {{kMax32, kMax32, 0, 0}, 0},
         {{0, 0, kMax32, kMax32}, 0},
@@ -50,55 +29,52 @@ TEST(Rect32, RefusesWhatHasNoEnd)
         {{0, 0, -1, 1}, kstd_statusNegativeSize},
         {{0, 0, 1, kMin32}, kstd_statusNegativeSize},
     };
-    for (const auto &c : cases) {
-        const kstd_rect32 untouched{-5, -6, -7, -8};
-        kstd_rect32 rect = untouched;
-        const kstd_rect32 &a = c.asked;
-        EXPECT_EQ(kstd_rect32_init(&rect, a.x, a.y, a.width, a.height), c.status) << a.x << " " << a.width;
-        int32_t differs = -1;
-        EXPECT_EQ(kstd_rect32_compare(&rect, c.status < 0 ? &untouched : &a, &differs), 0);
-        EXPECT_EQ(differs, 0) << a.x << " " << a.width;
+    for (const auto &[asked, status] : cases) {
+        kstd_rect32 rect = kUntouched;
+        EXPECT_EQ(kstd_rect32_init(&rect, asked.x, asked.y, asked.width, asked.height), status);
+        EXPECT_EQ(rect, status < 0 ? kUntouched : asked);
     }
-}
-
-TEST(Rect32, ComparesEveryValue)
-{
-    const kstd_rect32 rect{1, 2, 3, 4};
-    for (const kstd_rect32 &other : {kstd_rect32{0, 2, 3, 4}, {1, 0, 3, 4}, {1, 2, 0, 4}, {1, 2, 3, 0}}) {
-        int32_t differs = 0;
-        kstd_rect32_compare(&rect, &other, &differs);
+    for (const auto number : {&kstd_rect32::x, &kstd_rect32::y, &kstd_rect32::width, &kstd_rect32::height}) {
+        kstd_rect32 other = kUntouched;
+        int32_t differs = -1;
+        EXPECT_EQ(kstd_rect32_compare(&kUntouched, &other, &differs), 0);
+        EXPECT_EQ(differs, 0);
+        other.*number = 0;
+        kstd_rect32_compare(&kUntouched, &other, &differs);
         EXPECT_NE(differs, 0);
     }
 }
 
-TEST(Vector32, KeepsWhatStaysAndClearsWhatIsNew)
+TEST(Vector32, KeepsWhatStaysClearsWhatIsNewAndTakesMemoryOnlyToGrow)
 {
-    kip::test::FailingAllocator allocator; // its memory comes filled with junk
+    FailingAllocator allocator; // its memory comes filled with junk
+    Random random(41);
     kstd_vector32 vector;
     ASSERT_EQ(kstd_vector32_construct(&vector), 0);
-    ASSERT_EQ(kstd_vector32_resize(&vector, 0), 0);
-    EXPECT_EQ(begin(vector), nullptr);
-    EXPECT_EQ(allocator.requests(), 0);
-
-    ASSERT_EQ(kstd_vector32_resize(&vector, 3), 0);
-    EXPECT_EQ(contents(vector), (Values{0, 0, 0}));
-    std::iota(begin(vector), begin(vector) + 3, 7u);
-    ASSERT_EQ(kstd_vector32_resize(&vector, 5), 0);
-    EXPECT_EQ(contents(vector), (Values{7, 8, 9, 0, 0}));
-    EXPECT_EQ(kstd_vector32_resize(&vector, -1), kstd_statusNegativeSize);
-    EXPECT_EQ(contents(vector), (Values{7, 8, 9, 0, 0}));
-
-    allocator.failFrom(1); // there is room from now on
-    ASSERT_EQ(kstd_vector32_resize(&vector, 2), 0);
-    EXPECT_EQ(contents(vector), (Values{7, 8}));
-    ASSERT_EQ(kstd_vector32_resize(&vector, 4), 0);
-    EXPECT_EQ(contents(vector), (Values{7, 8, 0, 0}));
-    EXPECT_LT(kstd_vector32_resize(&vector, 6), 0);
-    EXPECT_LT(kstd_vector32_resize(&vector, kMax32), 0);
-    EXPECT_EQ(contents(vector), (Values{7, 8, 0, 0}));
-
-    EXPECT_EQ(kstd_vector32_destruct(&vector), 0);
-    EXPECT_EQ(contents(vector), Values{});
-    EXPECT_EQ(kstd_vector32_destruct(&vector), 0);
-    EXPECT_EQ(allocator.liveBlocks(), 0);
+    std::vector<uint32_t> model;
+    int32_t room = 0;
+    for (int round = 0; round < 3000; ++round) {
+        const bool isRefused = random.oneIn(4);
+        const int32_t size = random.oneIn(20) ? (isRefused ? kMax32 : -1) : random.between32(0, 9 + round / 10);
+        isRefused ? allocator.failFrom(1) : allocator.failNone();
+        const int32_t status = kstd_vector32_resize(&vector, size);
+        ASSERT_EQ(status < 0, size < 0 || (isRefused && size > room));
+        ASSERT_TRUE(size > room || allocator.requests() == 0);
+        if (status >= 0) {
+            model.resize(static_cast<size_t>(size));
+            room = std::max(room, size);
+        }
+        int32_t found = -1;
+        uint32_t *begin = nullptr;
+        EXPECT_EQ(kstd_vector32_getSize(&vector, &found), 0);
+        EXPECT_EQ(kstd_vector32_getBegin(&vector, &begin), 0);
+        ASSERT_EQ(std::vector<uint32_t>(begin, begin + found), model);
+        for (size_t i = 0; i < model.size(); ++i)
+            begin[i] = model[i] = static_cast<uint32_t>(random.next());
+    }
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(kstd_vector32_destruct(&vector), 0);
+        EXPECT_EQ(vector.begin, nullptr);
+        EXPECT_EQ(allocator.liveBlocks(), 0);
+    }
 }
