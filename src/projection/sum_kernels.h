@@ -19,7 +19,9 @@ struct PixelRows8 {
 
 // Adds the pixels of rows to the partial sums of their columns, of which 16 bits hold 256 times 255. A kernel may keep
 // the sums of neighbouring columns in a form of its own, which its widening kernel knows. It goes down the rows vector
-// by vector, so it is given a few rows at a time: memory is then read in order, or nearly so.
+// by vector, so it is given kRowsPerBand rows at a time, for which it is best, or fewer: memory is then read nearly in
+// order.
+inline constexpr int32_t kRowsPerBand = 8;
 using AddRowsKernel = void (*)(const PixelRows8 &rows, uint16_t *partials);
 
 // Adds partial sums to the columns' sums and clears them.

@@ -14,7 +14,6 @@ namespace kip {
 namespace {
 
 constexpr int32_t kRowsPerWidening = 256; // of 255 each, they fill a 16-bit partial sum
-constexpr int32_t kRowsPerBand = 8;       // 1024 x 1024, AVX-512 and AVX2: 4 to 16 are within a tenth of each other
 
 // Packed integer instructions, on a kind of processor that has them.
 bool isSuitable(const ksys_cpuinfo &processor)
