@@ -7,18 +7,20 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <iterator>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/failing_allocator.h"
+#include "support/random.h"
 
 namespace {
 
 using kip::test::FailingAllocator;
+using kip::test::Random;
 
 constexpr size_t kSizes[] = {0, 1, 63, 64, 65, 4097, 1 << 20};
 constexpr size_t kImpossibleSizes[] = {SIZE_MAX, SIZE_MAX - 64, SIZE_MAX / 2 + 1, SIZE_MAX / 2};
@@ -38,26 +40,24 @@ int32_t cacheFree(void *pointerAddress)
     return 0;
 }
 
-int32_t reallocFromNull(size_t size, void *pointerAddress)
-{
-    void *none = nullptr;
-    std::memcpy(pointerAddress, &none, sizeof none);
-    return ksys_memory_realloc_internal(size, pointerAddress);
-}
-
 struct Form {
     const char *name;
     int32_t (*alloc)(size_t, void *);
     int32_t (*free)(void *);
-    bool tellsSizeTooLarge;
 };
 
 constexpr Form kForms[] = {
-    {"alloc", ksys_memory_alloc_internal, ksys_memory_free_internal, true},
-    {"allocFastMem", ksys_memory_allocFastMem_internal, ksys_memory_free_internal, true},
-    {"allocClear", ksys_memory_allocClear_internal, ksys_memory_free_internal, true},
-    {"realloc", reallocFromNull, ksys_memory_free_internal, true},
-    {"cache", cacheAlloc, cacheFree, false},
+    {"alloc", ksys_memory_alloc_internal, ksys_memory_free_internal},
+    {"allocFastMem", ksys_memory_allocFastMem_internal, ksys_memory_free_internal},
+    {"allocClear", ksys_memory_allocClear_internal, ksys_memory_free_internal},
+    {"cache", cacheAlloc, cacheFree},
+};
+
+constexpr ksys_memoryHooks kPlainHooks = {
+    [](size_t size, void *) { return std::malloc(size); },
+    [](void *block, size_t size, void *) { return std::realloc(block, size); },
+    [](void *block, void *) { std::free(block); },
+    nullptr,
 };
 
 bool isAligned(const void *block)
@@ -73,71 +73,48 @@ void writeCounting(uint8_t *bytes, size_t count)
 
 bool isCounting(const uint8_t *bytes, size_t count)
 {
-    for (size_t i = 0; i < count; ++i) {
-        if (bytes[i] != static_cast<uint8_t>(i * 7 + 1))
-            return false;
-    }
-    return true;
+    size_t i = 0;
+    while (i < count && bytes[i] == static_cast<uint8_t>(i * 7 + 1))
+        ++i;
+    return i == count;
 }
 
-void takeEachSizeOfEachForm()
+TEST(Memory, blocksAreAlignedAndWholeOrNull)
 {
-    for (const Form &form : kForms) {
-        for (const size_t size : kSizes) {
-            SCOPED_TRACE(testing::Message() << form.name << " " << size);
-            uint16_t *block = nullptr; // any pointer type must do
-            ASSERT_EQ(form.alloc(size, &block), 0);
-            ASSERT_NE(block, nullptr);
-            EXPECT_TRUE(isAligned(block));
-            if (form.alloc == ksys_memory_allocClear_internal) {
+    for (const bool isDefault : {true, false}) {
+        FailingAllocator allocator;
+        if (isDefault)
+            ksys_memory_setHooks(nullptr);
+        for (const Form &form : kForms) {
+            for (const size_t size : kSizes) {
+                SCOPED_TRACE(testing::Message() << form.name << " " << size);
+                uint16_t *block = nullptr; // any pointer type must do
+                ASSERT_EQ(form.alloc(size, &block), 0);
+                ASSERT_NE(block, nullptr);
+                EXPECT_TRUE(isAligned(block));
                 const auto *bytes = reinterpret_cast<const uint8_t *>(block);
-                EXPECT_EQ(std::count(bytes, bytes + size, 0), static_cast<int64_t>(size));
+                EXPECT_TRUE(form.alloc != ksys_memory_allocClear_internal ||
+                            std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; }));
+                EXPECT_EQ(ksys_memory_fill(0xAB, size, block), 0);
+                EXPECT_TRUE(std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0xAB; }));
+                EXPECT_EQ(form.free(&block), 0);
+                EXPECT_TRUE(block == nullptr || form.free == cacheFree);
             }
-            EXPECT_EQ(ksys_memory_fill(0xAB, size, block), 0);
-            EXPECT_EQ(form.free(&block), 0);
-            EXPECT_TRUE(block == nullptr || form.free == cacheFree);
-        }
-    }
-}
-
-TEST(Memory, blocksAreAlignedAndWhole)
-{
-    takeEachSizeOfEachForm();
-    FailingAllocator allocator;
-    takeEachSizeOfEachForm();
-    EXPECT_EQ(allocator.requests(), static_cast<int64_t>(std::size(kForms) * std::size(kSizes)));
-    EXPECT_EQ(allocator.liveBlocks(), 0);
-}
-
-TEST(Memory, impossibleSizesAreRefusedBeforeTheAllocatorIsAsked)
-{
-    FailingAllocator allocator;
-    for (const Form &form : kForms) {
-        for (const size_t size : kImpossibleSizes) {
-            SCOPED_TRACE(testing::Message() << form.name << " " << size);
+            EXPECT_EQ(allocator.requests(), isDefault ? 0 : static_cast<int64_t>(std::size(kSizes)));
+            EXPECT_EQ(allocator.liveBlocks(), 0);
+            allocator.failFrom(1);
+            for (const size_t size : kImpossibleSizes) {
+                void *block = &block;
+                EXPECT_EQ(form.alloc(size, &block),
+                          form.free == cacheFree ? ksys_statusOutOfMemory : ksys_statusSizeTooLarge);
+                EXPECT_EQ(block, nullptr);
+            }
+            EXPECT_EQ(allocator.requests(), 0) << "asked for what no block can have";
             void *block = &block;
-            const int32_t status = form.alloc(size, &block);
-            EXPECT_EQ(status, form.tellsSizeTooLarge ? ksys_statusSizeTooLarge : ksys_statusOutOfMemory);
-            EXPECT_EQ(block, nullptr);
+            EXPECT_TRUE(isDefault || (form.alloc(10, &block) == ksys_statusOutOfMemory && block == nullptr));
+            allocator.failNone();
         }
     }
-    EXPECT_EQ(allocator.requests(), 0);
-}
-
-TEST(Memory, refusedBlocksAreNull)
-{
-    FailingAllocator allocator;
-    allocator.failFrom(1);
-    for (const Form &form : kForms) {
-        SCOPED_TRACE(form.name);
-        void *block = &block;
-        EXPECT_EQ(form.alloc(10, &block), ksys_statusOutOfMemory);
-        EXPECT_EQ(block, nullptr);
-    }
-}
-
-TEST(Memory, nullIsFreedAndNowhereIsNoPlace)
-{
     void *block = nullptr;
     EXPECT_EQ(ksys_memory_free_internal(&block), 0);
     kqfFree(nullptr);
@@ -145,85 +122,64 @@ TEST(Memory, nullIsFreedAndNowhereIsNoPlace)
     EXPECT_EQ(ksys_memory_realloc_internal(1, nullptr), ksys_statusBadArgument);
 }
 
-// The allocator places every block differently between multiples of 64, so that the bytes must follow.
-TEST(Memory, resizesKeepBytesAndAlignment)
+// Blocks of both allocators are resized and freed whichever is installed by then. The failing one moves every
+// block, and between multiples of 64, so that the bytes must follow.
+TEST(Memory, blocksKeepTheirBytesAndTheirAllocator)
 {
-    for (const bool isDefault : {false, true}) {
-        FailingAllocator allocator;
-        if (isDefault)
+    struct Block {
+        uint8_t *at = nullptr;
+        size_t size = 0;
+        bool isOfHooks = false;
+    } blocks[6];
+    Random random(51);
+    std::optional<FailingAllocator> allocator;
+    for (int round = 0; round < 9000; ++round) {
+        if (round == 3000)
+            allocator.emplace();
+        if (round == 6000)
             ksys_memory_setHooks(nullptr);
-        uint8_t *block = nullptr;
-        size_t before = 0;
-        for (const size_t size : std::initializer_list<size_t>{1, 100, 5000, 70, 70, 65, 0, 300, 1 << 20, 33}) {
-            SCOPED_TRACE(testing::Message() << before << " to " << size);
-            ASSERT_EQ(ksys_memory_realloc_internal(size, &block), 0);
-            EXPECT_TRUE(isAligned(block));
-            EXPECT_TRUE(isCounting(block, std::min(before, size)));
-            writeCounting(block, size);
-            before = size;
+        Block &block = blocks[random.next() % 6];
+        const bool isImpossible = random.oneIn(20);
+        const auto size = isImpossible ? random.pick(kImpossibleSizes)
+                                       : static_cast<size_t>(random.between32(0, random.oneIn(4) ? 5000 : 200));
+        if (block.at == nullptr)
+            block.isOfHooks = round >= 3000 && round < 6000;
+        const bool isRefused = block.isOfHooks && random.oneIn(4);
+        if (allocator)
+            isRefused ? allocator->failFrom(1) : allocator->failNone();
+        if (random.oneIn(5)) {
+            ASSERT_EQ(ksys_memory_free_internal(&block.at), 0);
+            ASSERT_EQ(block.at, nullptr);
+            block = {};
+        } else {
+            const uint8_t *const before = block.at;
+            const int32_t status = ksys_memory_realloc_internal(size, &block.at);
+            ASSERT_EQ(status, isImpossible ? ksys_statusSizeTooLarge : isRefused ? ksys_statusOutOfMemory : 0);
+            ASSERT_TRUE(status == 0 || block.at == before);
+            ASSERT_TRUE(isAligned(block.at));
+            ASSERT_TRUE(isCounting(block.at, status < 0 ? block.size : std::min(block.size, size)));
+            if (status == 0) {
+                block.size = size;
+                writeCounting(block.at, size);
+            }
         }
-        EXPECT_EQ(allocator.liveBlocks(), isDefault ? 0 : 1);
-        ksys_memory_free_internal(&block);
-        EXPECT_EQ(allocator.liveBlocks(), 0);
+        if (allocator) {
+            const auto isLive = [](const Block &b) { return b.isOfHooks && b.at != nullptr; };
+            ASSERT_EQ(allocator->liveBlocks(), std::count_if(std::begin(blocks), std::end(blocks), isLive));
+        }
     }
-}
-
-TEST(Memory, failedResizesChangeNothing)
-{
-    FailingAllocator allocator;
-    uint8_t *block = nullptr;
-    ASSERT_EQ(ksys_memory_alloc_internal(100, &block), 0);
-    writeCounting(block, 100);
-    uint8_t *const before = block;
-    allocator.failFrom(1);
-    EXPECT_EQ(ksys_memory_realloc_internal(200, &block), ksys_statusOutOfMemory);
-    EXPECT_EQ(block, before);
-    for (const size_t size : kImpossibleSizes) {
-        EXPECT_EQ(ksys_memory_realloc_internal(size, &block), ksys_statusSizeTooLarge);
-        EXPECT_EQ(block, before);
-    }
-    EXPECT_EQ(allocator.requests(), 1);
-    EXPECT_TRUE(isCounting(block, 100));
-    ksys_memory_free_internal(&block);
-    EXPECT_EQ(allocator.liveBlocks(), 0);
-}
-
-TEST(Memory, blocksStayWithTheirAllocator)
-{
-    void *ofDefault = nullptr;
-    void *ofHooks = nullptr;
-    ASSERT_EQ(ksys_memory_alloc_internal(10, &ofDefault), 0);
-    FailingAllocator allocator;
-    ASSERT_EQ(ksys_memory_alloc_internal(10, &ofHooks), 0);
-    EXPECT_EQ(ksys_memory_realloc_internal(100, &ofDefault), 0);
-    EXPECT_EQ(allocator.requests(), 1);
-    ksys_memory_free_internal(&ofDefault);
-    EXPECT_EQ(allocator.liveBlocks(), 1);
-
-    ASSERT_EQ(ksys_memory_setHooks(nullptr), 0);
-    EXPECT_EQ(ksys_memory_realloc_internal(1000, &ofHooks), 0);
-    EXPECT_EQ(allocator.requests(), 2);
-    EXPECT_GE(allocator.liveBytes(), 1000);
-    ksys_memory_free_internal(&ofHooks);
-    EXPECT_EQ(allocator.liveBlocks(), 0);
+    for (Block &block : blocks)
+        ksys_memory_free_internal(&block.at);
 }
 
 TEST(Memory, incompleteHooksAreNotInstalled)
 {
-    const ksys_memoryHooks whole = {[](size_t, void *) -> void * { return nullptr; },
-                                    [](void *, size_t, void *) -> void * { return nullptr; }, [](void *, void *) {},
-                                    nullptr};
     FailingAllocator allocator;
-    for (int missing = 0; missing < 3; ++missing) {
-        ksys_memoryHooks hooks = whole;
-        if (missing == 0)
-            hooks.alloc = nullptr;
-        else if (missing == 1)
-            hooks.realloc = nullptr;
-        else
-            hooks.free = nullptr;
+    const auto &[alloc, realloc, free, context] = kPlainHooks;
+    for (const ksys_memoryHooks &hooks : {ksys_memoryHooks{nullptr, realloc, free, context},
+                                          {alloc, nullptr, free, context},
+                                          {alloc, realloc, nullptr, context}})
         EXPECT_EQ(ksys_memory_setHooks(&hooks), ksys_statusBadArgument);
-    }
     void *block = nullptr;
     EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
     EXPECT_EQ(allocator.requests(), 1);
@@ -243,19 +199,15 @@ TEST(Memory, hooksChangeUnderRunningThreads)
                 uint8_t *block = nullptr;
                 bool good = ksys_memory_alloc_internal(50, &block) == 0;
                 writeCounting(block, 50);
-                good =
-                    good && ksys_memory_realloc_internal(500, &block) == 0 && isAligned(block) && isCounting(block, 50);
+                good = good && ksys_memory_realloc_internal(500, &block) == 0;
+                failures += good && isAligned(block) && isCounting(block, 50) ? 0 : 1;
                 ksys_memory_free_internal(&block);
-                failures += good ? 0 : 1;
             }
             --running;
         });
     }
-    const ksys_memoryHooks plain = {[](size_t size, void *) { return std::malloc(size); },
-                                    [](void *block, size_t size, void *) { return std::realloc(block, size); },
-                                    [](void *block, void *) { std::free(block); }, nullptr};
     while (running > 0) {
-        EXPECT_EQ(ksys_memory_setHooks(&plain), 0);
+        EXPECT_EQ(ksys_memory_setHooks(&kPlainHooks), 0);
         EXPECT_EQ(ksys_memory_setHooks(nullptr), 0);
     }
     for (std::thread &thread : threads)
@@ -266,41 +218,29 @@ TEST(Memory, hooksChangeUnderRunningThreads)
 
 TEST(Memory, copiesRectangles)
 {
-    struct Case {
-        const char *name;
-        int64_t rowBytes, rows, sourcePitch, destinationPitch;
-        int64_t sourceFirst, destinationFirst; // offsets of the first rows
-    };
-    constexpr Case kCases[] = {
-        {"whole rows", 7, 5, 7, 7, 0, 0},
-        {"rows with gaps", 7, 5, 9, 13, 1, 2},
-        {"bottom-up source", 7, 5, -9, 13, 60, 0},
-        {"bottom-up destination", 7, 5, 9, -13, 0, 60},
-        {"pitch of minus one row", 7, 5, -7, 7, 60, 0},
-        {"one row spread out", 3, 4, 0, 5, 10, 0},
-        {"no bytes", 0, 5, 9, 9, 0, 0},
-        {"no rows", 5, 0, 9, 9, 0, 0},
-        {"negative size", -1, -1, 9, 9, 0, 0},
-    };
-    for (const Case &c : kCases) {
-        SCOPED_TRACE(c.name);
-        std::vector<uint8_t> source(80);
+    Random random(52);
+    for (int round = 0; round < 3000; ++round) {
+        const int32_t rowBytes = random.between32(-1, 7);
+        const int32_t rows = random.between32(-1, 5);
+        const auto pitch = [&] { return random.oneIn(3) ? rowBytes : random.between32(7, 13) * random.sign(); };
+        const int32_t sourcePitch = random.oneIn(9) ? 0 : pitch(); // one row, spread out
+        const int32_t destinationPitch = pitch();
+        std::vector<uint8_t> source(140);
         writeCounting(source.data(), source.size());
-        std::vector<uint8_t> destination(80, 0xEE);
+        std::vector<uint8_t> destination(140, 0xEE);
         std::vector<uint8_t> expected = destination;
-        for (int64_t y = 0; y < c.rows; ++y) {
-            for (int64_t x = 0; x < c.rowBytes; ++x)
-                expected[static_cast<size_t>(c.destinationFirst + y * c.destinationPitch + x)] =
-                    source[static_cast<size_t>(c.sourceFirst + y * c.sourcePitch + x)];
+        for (int32_t y = 0; y < rows; ++y) {
+            for (int32_t x = 0; x < rowBytes; ++x)
+                expected[static_cast<size_t>(60 + y * destinationPitch + x)] =
+                    source[static_cast<size_t>(60 + y * sourcePitch + x)];
         }
-        EXPECT_EQ(ksys_memory_copyRect(c.rowBytes, c.rows, c.sourcePitch, c.destinationPitch,
-                                       source.data() + c.sourceFirst, destination.data() + c.destinationFirst),
+        uint8_t *const from = source.data() + 60;
+        ASSERT_EQ(ksys_memory_copyRect(rowBytes, rows, sourcePitch, destinationPitch, from, destination.data() + 60),
                   0);
-        EXPECT_EQ(destination, expected);
-        EXPECT_EQ(ksys_memory_copyRect(c.rowBytes, c.rows, c.sourcePitch, c.sourcePitch, source.data() + c.sourceFirst,
-                                       source.data() + c.sourceFirst),
-                  0);
-        EXPECT_TRUE(isCounting(source.data(), source.size()));
+        ASSERT_EQ(destination, expected) << rowBytes << " x " << rows << ", " << sourcePitch << ", "
+                                         << destinationPitch;
+        ASSERT_EQ(ksys_memory_copyRect(rowBytes, rows, sourcePitch, sourcePitch, from, from), 0);
+        ASSERT_TRUE(isCounting(source.data(), source.size()));
     }
 }
 
