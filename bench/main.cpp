@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "projection/window_sums_bench.h"
 #include "support/measurements.h"
 #include "support/options.h"
 #include "support/peer.h"
@@ -43,6 +44,7 @@ int runRounds(const std::vector<TransformCase> &cases, int rounds)
     std::cout << ".\n";
     printTransformTables(cases, measurements, std::cout);
     printClippedTable(measurements, std::cout);
+    printWindowSumsTable(measurements, std::cout);
     return 0;
 }
 
@@ -72,6 +74,7 @@ int main(int argc, char **argv)
     const std::vector<TransformCase> cases = transformCases(options.sweep);
     registerTransforms(cases);
     registerClippedTransforms();
+    registerWindowSums();
     if (!options.plain)
         return runRounds(cases, options.rounds);
     benchmark::RunSpecifiedBenchmarks();

@@ -16,6 +16,13 @@ struct PeerTransform {
     const kmath_shapeAffineRect &rect; // in source pixels, (p, q) covering [p, p + 1) x [q, q + 1)
 };
 
+// The sums of the columns or rows of 8-bit pixels by the peer library.
+struct PeerSums {
+    const Pixels &source;
+    bool ofColumns;
+    uint32_t *sums;
+};
+
 // Tells whether the program was built with the peer.
 bool hasPeer();
 
@@ -27,6 +34,7 @@ void setPeerThreads(int count);
 
 // Makes the call that is to be timed; it works in the memory of the given pixels.
 std::function<void()> preparePeer(const PeerTransform &work);
+std::function<void()> preparePeerSums(const PeerSums &work);
 
 } // namespace kip_bench
 

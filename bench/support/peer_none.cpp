@@ -19,4 +19,9 @@ std::function<void()> preparePeer(const PeerTransform &)
     return [] {};
 }
 
+std::function<void()> preparePeerSums(const PeerSums &)
+{
+    return [] {};
+}
+
 } // namespace kip_bench

@@ -64,4 +64,12 @@ std::function<void()> preparePeer(const PeerTransform &work)
     };
 }
 
+std::function<void()> preparePeerSums(const PeerSums &work)
+{
+    const cv::Mat source = matOver(work.source);
+    const int axis = work.ofColumns ? 0 : 1; // the one that is summed
+    const cv::Mat sums(work.ofColumns ? 1 : source.rows, work.ofColumns ? source.cols : 1, CV_32S, work.sums);
+    return [source, axis, sums]() mutable { cv::reduce(source, sums, axis, cv::REDUCE_SUM, CV_32S); };
+}
+
 } // namespace kip_bench

@@ -1,0 +1,216 @@
+#include "projection/affine_projection_bench.h"
+
+#include <cmath>
+#include <functional>
+#include <iomanip>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <kip/kip.h>
+
+#include "support/peer.h"
+#include "support/scene.h"
+#include "transform/transform_cases.h"
+
+namespace kip_bench {
+
+namespace {
+
+constexpr double kDegrees = 10.0;
+
+// Of the mean sample. The sums level out what the two libraries round differently; a picture that is half a pixel off
+// differs by more.
+constexpr double kGreatestMeanDifference = 0.004;
+
+struct ProjectionCase {
+    uint32_t mode;
+    int32_t bytesPerPixel;
+    int32_t columns, rows;
+};
+
+// A large picture, and a caliper's few samples, of which many are taken.
+std::vector<ProjectionCase> projectionCases()
+{
+    std::vector<ProjectionCase> cases;
+    for (const auto &[columns, rows] : {std::pair{1024, 1024}, std::pair{64, 16}})
+        for (const int32_t bytesPerPixel : {1, 2})
+            for (uint32_t mode = kip_affineModeNearest;
+                 mode <= (bytesPerPixel == 1 ? kip_affineModeBicubic : kip_affineModeBilinear); ++mode)
+                cases.push_back({mode, bytesPerPixel, columns, rows});
+    return cases;
+}
+
+// For example "projection/bilinear/u8/64x16/rotate10".
+std::string nameOf(const ProjectionCase &projection)
+{
+    const std::string transform = nameOf(TransformCase{projection.mode, projection.bytesPerPixel, 0, 0, 1});
+    const size_t from = transform.find('/');
+    const size_t to = transform.find("/0/");
+    return "projection" + transform.substr(from, to - from) + "/" + std::to_string(projection.columns) + "x" +
+           std::to_string(projection.rows) + "/rotate10";
+}
+
+// An image over memory of the benchmark.
+class Image {
+public:
+    Image(int32_t bytesPerPixel, int32_t width, int32_t height, int64_t pitch, void *pixels)
+        : status(
+              kimg_image_constructExternal(&record, bytesPerPixel, width, height, static_cast<int32_t>(pitch), pixels))
+    {}
+    explicit Image(const Pixels &pixels)
+        : Image(pixels.bytesPerPixel, pixels.width, pixels.height, pixels.pitchBytes / pixels.bytesPerPixel,
+                pixels.memory.get())
+    {}
+    ~Image() { kimg_image_destruct(&record); }
+    Image(const Image &) = delete;
+    Image &operator=(const Image &) = delete;
+
+    kimg_image record;
+    int32_t status;
+};
+
+// The rectangle has one sample a source pixel: it is the top of a square as wide.
+kmath_shapeAffineRect rectOf(const TurnedSquare &square, const ProjectionCase &projection)
+{
+    kmath_shapeAffineRect rect = square.rect;
+    const double part = static_cast<double>(projection.rows) / projection.columns;
+    rect.e1 *= part;
+    rect.e3 *= part;
+    return rect;
+}
+
+// Images and cache of one caller, made and touched before the clock runs.
+struct Stage {
+    explicit Stage(const ProjectionCase &work)
+        : projection(work), square(placeSquare(work.columns, kDegrees, 1.0)), rect(rectOf(square, work)),
+          sourcePixels(makePicture(work.bytesPerPixel, square.sourceSide, square.sourceSide,
+                                   padPitch(int64_t{square.sourceSide} * work.bytesPerPixel))),
+          transformedPixels(makeBlank(work.bytesPerPixel, work.columns, work.rows)),
+          sums(static_cast<size_t>(work.columns)), source(sourcePixels), transformed(transformedPixels),
+          result(4, work.columns, 1, work.columns, sums.data())
+    {
+        ksys_jobThreadGroup_setThreadCount(1);
+        setPeerThreads(1);
+        kip_affineSampleParams_init(&params, work.mode, &rect, work.columns, work.rows);
+        for (const int32_t each :
+             {source.status, transformed.status, result.status, kip_affineSampleCache_construct(&cache)})
+            status = each < 0 ? each : status;
+    }
+    ~Stage() { kip_affineSampleCache_destruct(&cache); }
+    Stage(const Stage &) = delete;
+    Stage &operator=(const Stage &) = delete;
+
+    int32_t project()
+    {
+        const auto form = projection.bytesPerPixel == 1 ? kip_affineProject : kip_affineProject16;
+        return status < 0 ? status : form(&source.record, &result.record, &params, &cache, nullptr);
+    }
+    int32_t transform()
+    {
+        const auto form = projection.bytesPerPixel == 1 ? kip_affineTransform : kip_affineTransform16;
+        return status < 0 ? status : form(&source.record, &transformed.record, &params, &cache);
+    }
+
+    ProjectionCase projection;
+    TurnedSquare square;
+    kmath_shapeAffineRect rect;
+    Pixels sourcePixels, transformedPixels;
+    std::vector<uint32_t> sums;
+    Image source, transformed, result;
+    kip_affineSampleParams params{};
+    kip_affineSampleCache *cache = nullptr;
+    int32_t status = 0;
+};
+
+void timeKip(benchmark::State &state, const ProjectionCase &projection)
+{
+    Stage stage(projection);
+    if (stage.project() < 0)
+        return state.SkipWithError("the projection failed");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(stage.project());
+}
+
+void timeTransform(benchmark::State &state, const ProjectionCase &projection)
+{
+    Stage stage(projection);
+    if (stage.transform() < 0)
+        return state.SkipWithError("the transform failed");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(stage.transform());
+}
+
+template <typename Sum>
+void timePeerOf(benchmark::State &state, const ProjectionCase &projection)
+{
+    Stage stage(projection);
+    std::vector<Sum> sums(stage.sums.size());
+    const std::function<void()> peer =
+        preparePeerProjection({projection.mode, stage.sourcePixels, stage.transformedPixels, stage.rect}, sums.data());
+    peer();
+    if (stage.project() < 0)
+        return state.SkipWithError("the projection failed");
+    double difference = 0.0;
+    for (size_t i = 0; i < sums.size(); ++i)
+        difference += std::fabs(static_cast<double>(stage.sums[i]) - static_cast<double>(sums[i]));
+    const double range = (projection.bytesPerPixel == 1 ? 255.0 : 65535.0) * projection.columns * projection.rows;
+    if (difference > kGreatestMeanDifference * range)
+        return state.SkipWithError(("the sums differ by " + std::to_string(difference / range)).c_str());
+    for (auto _ : state)
+        peer();
+}
+
+void timePeer(benchmark::State &state, const ProjectionCase &projection)
+{
+    projection.bytesPerPixel == 1 ? timePeerOf<int32_t>(state, projection) : timePeerOf<float>(state, projection);
+}
+
+} // namespace
+
+void registerProjections()
+{
+    for (const ProjectionCase &projection : projectionCases()) {
+        const auto add = [&projection](const char *work, auto timed) {
+            const auto run = [projection, timed](benchmark::State &state) { timed(state, projection); };
+            benchmark::RegisterBenchmark((nameOf(projection) + "/" + work).c_str(), run)->Unit(benchmark::kMicrosecond);
+        };
+        add("kip", timeKip);
+        if (hasPeer())
+            add("opencv", timePeer);
+        add("transform", timeTransform);
+    }
+}
+
+void printProjectionTable(const Measurements &measurements, std::ostream &out)
+{
+    const char *head = R"(
+| projection, one thread | kip us | Gsample/s | OpenCV / kip | range | transform / kip | range |
+|---|--:|--:|--:|---|--:|---|
+)";
+    for (const ProjectionCase &projection : projectionCases()) {
+        const std::string name = nameOf(projection);
+        const Rounds *const kip = measurements.find(name + "/kip");
+        if (kip == nullptr)
+            continue;
+        const double seconds = spreadOf(*kip).median;
+        std::ostringstream row;
+        row << std::fixed << std::setprecision(2) << "| " << name << " | " << 1e6 * seconds << " | "
+            << 1e-9 * projection.columns * projection.rows / seconds << " |";
+        for (const char *const other : {"/opencv", "/transform"}) {
+            const Rounds *const rounds = measurements.find(name + other);
+            if (rounds != nullptr) {
+                const Spread spread = spreadOf(ratios(*rounds, *kip));
+                row << " " << spread.median << " | " << spread.least << " to " << spread.greatest << " |";
+            } else {
+                row << "  |  |";
+            }
+        }
+        out << head << row.str() << "\n";
+        head = "";
+    }
+}
+
+} // namespace kip_bench
