@@ -82,7 +82,7 @@ TEST(Image, OwnsAlignedRowsThatCanAllBeWritten)
 
 TEST(Image, RefusesWhatCannotBeAndStaysUnbound)
 {
-    alignas(4) unsigned char pixels[64] = {};
+    unsigned char pixels[64] = {};
     const struct {
         int32_t bytesPerPixel, width, height, pitch;
         void *pixels;
@@ -100,8 +100,6 @@ TEST(Image, RefusesWhatCannotBeAndStaysUnbound)
         {1, 4, 4, -3, pixels, kimg_statusBadPitch},
         {1, 4, 4, 0, pixels, kimg_statusBadPitch},
         {1, 4, 4, 4, nullptr, kimg_statusNoPixels},
-        {2, 4, 4, 4, pixels + 1, kimg_statusMisaligned},
-        {2, 4, 4, -4, pixels + 25, kimg_statusMisaligned},
     };
     for (const auto &c : cases) {
         kimg_image image;
