@@ -29,6 +29,7 @@ constexpr StatusName kNames[] = {
     KIP_TOOL_STATUS(kip_statusWindowMismatch, "the windows do not fit each other"),
     KIP_TOOL_STATUS(kip_statusPixelDepth, "the pixels have another depth than the operation"),
     KIP_TOOL_STATUS(kip_statusCacheNotConstructed, "the cache has not been constructed"),
+    KIP_TOOL_STATUS(kip_statusMisaligned, "16-bit pixels at an odd address"),
     KIP_TOOL_STATUS(ksys_statusOutOfMemory, "not enough memory"),
     KIP_TOOL_STATUS(ksys_statusSizeTooLarge, "a block of memory that cannot be"),
     KIP_TOOL_STATUS(ksys_statusBadArgument, "an argument that cannot serve"),

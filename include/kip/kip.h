@@ -75,7 +75,9 @@ enum {
     /** An image or window whose bytes per pixel are not those of the operation. */
     kip_statusPixelDepth = (int32_t)0x80000792u,
     /** A cache argument whose handle is null: construct the cache first. */
-    kip_statusCacheNotConstructed = (int32_t)0x80000793u
+    kip_statusCacheNotConstructed = (int32_t)0x80000793u,
+    /** An image or window of 16-bit pixels at an odd address. */
+    kip_statusMisaligned = (int32_t)0x80000794u
 };
 
 /** Interpolation modes, the values of kip_affineSampleParams::mode. */
@@ -303,7 +305,7 @@ KIP_API int32_t kip_affineTransform(const kimg_imageConst *source, kimg_image *d
  * Resamples an affine rectangle of a 16-bit image onto a 16-bit image, otherwise as #kip_affineTransform.
  *
  * A source with a row pitch or height above 32767 gives #kip_statusSourceTooLarge unless the map moves
- * whole pixels.
+ * whole pixels; a source or destination at an odd address gives #kip_statusMisaligned, nothing then being written.
  */
 KIP_API int32_t kip_affineTransform16(const kimg_imageConst *source, kimg_image *destination,
                                       const kip_affineSampleParams *params, kip_affineSampleCache **cache);
@@ -353,7 +355,8 @@ KIP_API int32_t kip_affineTransformClipped(const kimg_imageConst *source, kimg_i
  * Resamples an affine rectangle of a 16-bit image that may reach outside the image, otherwise as
  * #kip_affineTransformClipped. The mask is an 8-bit image.
  *
- * #kip_statusSourceTooLarge is as for #kip_affineTransform16, of the source or the rectangle's surroundings.
+ * #kip_statusSourceTooLarge and #kip_statusMisaligned are as for #kip_affineTransform16, the former also of the
+ * rectangle's surroundings.
  */
 KIP_API int32_t kip_affineTransformClipped16(const kimg_imageConst *source, kimg_image *destination, kimg_image *mask,
                                              const kip_affineSampleParams *params, kip_affineSampleCache **cache,
@@ -368,7 +371,7 @@ KIP_API int32_t kip_affineTransformClipped16(const kimg_imageConst *source, kimg
  *              pixels and pitch both; an axis swap within one window needs a square.
  *              The result fills the destination's top left; the rest of a larger destination stays.
  * alignCode    what to do; any value without a meaning of its own copies, as #kip_affine_alignIdentity does.
- * Returns 0, or #kip_statusWindowMismatch or #kip_statusPixelDepth with nothing written.
+ * Returns 0; #kip_statusWindowMismatch, #kip_statusPixelDepth, or #kip_statusMisaligned, with nothing written.
  */
 KIP_API int32_t kip_affineTransformAligned(const kimg_windowConst *source, kimg_window *destination,
                                            kip_affine_imageAlignment alignCode);
@@ -510,9 +513,9 @@ KIP_API int32_t kip_projectVerticalWindow8(const kimg_windowConst *source, kimg_
  * depth   receives destHeight, the number of samples in each sum; may be null.
  * Returns 0, or a negative status: #kip_statusProjectionSourceUnbound, #kip_statusSizeBelowOne,
  * #kip_statusUnknownMode, #kip_statusSourceTooLarge, #kip_statusProjectionWouldClip (the rectangle reaches outside the
- * source), #kip_statusCacheNotConstructed, #kip_statusPixelDepth, #kip_statusProjectionModeUnsupported,
- * #kmath_statusSingular (parallel sides), all with no sum written; or another library's status, for example of a failed
- * allocation. depth is written on success only.
+ * source), #kip_statusCacheNotConstructed, #kip_statusPixelDepth, #kip_statusMisaligned,
+ * #kip_statusProjectionModeUnsupported, #kmath_statusSingular (parallel sides), all with no sum written; or another
+ * library's status, for example of a failed allocation. depth is written on success only.
  */
 KIP_API int32_t kip_affineProject(const kimg_imageConst *source, kimg_image *result,
                                   const kip_affineSampleParams *params, kip_affineSampleCache **cache, uint32_t *depth);

@@ -99,7 +99,8 @@ KSERVICES_API int32_t kimg_image_constructUnbound(kimg_image *image);
  * bytesPerPixel  1, 2 or 4.
  * width, height  size in pixels, at least 1.
  * pitch          pixels from one row to the next, at least width in magnitude, negative for bottom-up images.
- * pixels         the first pixel of the first row.
+ * pixels         the first pixel of the first row, at any address; some operations on 16-bit pixels ask for an
+ *                even one.
  * Returns 0; #kimg_statusBadPixelSize, #kimg_statusBadSize, #kimg_statusBadPitch, #kimg_statusTooLarge,
  * #kimg_statusNoPixels for null, or the status of the failed allocation, the image then unbound.
  */

@@ -7,6 +7,7 @@
 #include "projection/window_sums.h"
 #include "support/fixed_point.h"
 #include "support/optimized_path.h"
+#include "support/pixel_check.h"
 #include "transform/resample.h"
 
 namespace kip {
@@ -116,7 +117,9 @@ int32_t checkProjectionSource(const kimg_windowConst &source, int32_t bytesPerPi
         return 0; // without a pixel, it has none of a wrong depth
     if (source.bytesPerPixel != bytesPerPixel)
         return kip_statusPixelDepth;
-    return source.pixels == nullptr ? kimg_statusNoPixels : 0;
+    if (source.pixels == nullptr)
+        return kimg_statusNoPixels;
+    return isMisaligned(source, bytesPerPixel) ? kip_statusMisaligned : 0;
 }
 
 int32_t projectAffine8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,

@@ -44,8 +44,8 @@ int32_t projectAffineClipped16(const kimg_windowConst &source, const kmath_xform
                                uint32_t *depth);
 
 // Tells whether a driver of a depth can project a source. Returns kip_statusProjectionModeUnsupported for 16-bit pixels
-// in a table-driven mode, whatever the depth; else kip_statusPixelDepth for pixels of another depth and
-// kimg_statusNoPixels for a window without memory.
+// in a table-driven mode, whatever the depth; else kip_statusPixelDepth for pixels of another depth,
+// kip_statusMisaligned for 16-bit ones at an odd address and kimg_statusNoPixels for a window without memory.
 int32_t checkProjectionSource(const kimg_windowConst &source, int32_t bytesPerPixel, uint32_t mode);
 
 } // namespace kip

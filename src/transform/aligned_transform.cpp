@@ -3,6 +3,8 @@
 
 #include <kip/kip.h>
 
+#include "support/pixel_check.h"
+
 namespace {
 
 // Steps of an aligned map, applied in this order. The first one present reads the source; the others work in
@@ -160,7 +162,9 @@ int32_t transformAligned(const kimg_windowConst &source, const kimg_window &dest
     if (source.pixels == destination.pixels && !canShareWindow(source, destination, steps))
         return kip_statusWindowMismatch;
     if (steps == 0)
-        return copyBlock(source, destination);
+        return copyBlock(source, destination); // by bytes, wherever the pixels lie
+    if (kip::isMisaligned(source, sizeof(Pixel)) || kip::isMisaligned(destination, sizeof(Pixel)))
+        return kip_statusMisaligned;
     runSteps<Pixel>(source, destination, steps);
     return 0;
 }

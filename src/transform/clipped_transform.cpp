@@ -4,6 +4,7 @@
 
 #include "cache/sample_cache.h"
 #include "support/cleanup_list.h"
+#include "support/pixel_check.h"
 
 namespace {
 
@@ -45,22 +46,20 @@ struct Padded {
     int32_t isCoverEmpty;
 };
 
-int32_t checkDepth(const kimg_imageConst *image, int32_t bytesPerPixel)
+int32_t checkImage(const kimg_imageConst *image, int32_t bytesPerPixel)
 {
     kimg_windowConst window;
     const int32_t status = kimg_windowConst_init(&window, image);
-    if (status < 0)
-        return status;
-    return window.pixels != nullptr && window.bytesPerPixel != bytesPerPixel ? kip_statusPixelDepth : 0;
+    return status < 0 ? status : kip::checkPixels(window, bytesPerPixel);
 }
 
-int32_t checkDepths(const Depth &depth, const Request &request)
+int32_t checkImages(const Depth &depth, const Request &request)
 {
-    int32_t status = checkDepth(request.source, depth.bytesPerPixel);
+    int32_t status = checkImage(request.source, depth.bytesPerPixel);
     if (status >= 0)
-        status = checkDepth(request.destination, depth.bytesPerPixel);
+        status = checkImage(request.destination, depth.bytesPerPixel);
     if (status >= 0 && request.mask != nullptr)
-        status = checkDepth(request.mask, kDepth8.bytesPerPixel);
+        status = checkImage(request.mask, kDepth8.bytesPerPixel);
     return status;
 }
 
@@ -238,7 +237,7 @@ int32_t transformClipped(const Depth &depth, const Request &request, int32_t *wi
     status = kip_affineSampleParams_getWillClip(request.params, request.source, willClip);
     if (status < 0)
         return status;
-    status = checkDepths(depth, request);
+    status = checkImages(depth, request);
     if (status < 0)
         return status;
     if (*willClip == 0)

@@ -4,6 +4,7 @@
 
 #include "cache/sample_cache.h"
 #include "support/cleanup_list.h"
+#include "support/pixel_check.h"
 #include "transform/transform_driver.h"
 
 namespace {
@@ -46,8 +47,9 @@ int32_t checkSource(const Depth &depth, const kimg_imageConst *image, const kip_
     status = kimg_windowConst_init(&source->window, image);
     if (status < 0)
         return status;
-    if (source->window.bytesPerPixel != depth.bytesPerPixel)
-        return kip_statusPixelDepth;
+    status = kip::checkPixels(source->window, depth.bytesPerPixel);
+    if (status < 0)
+        return status;
     return kimg_imageConst_getLinearImageFromClientXform(image, &source->fromClient);
 }
 
@@ -101,8 +103,9 @@ int32_t transformChecked(const Depth &depth, const kimg_imageConst *sourceImage,
     status = kimg_window_init(&window, destination);
     if (status < 0)
         return status;
-    if (bound != 0 && window.bytesPerPixel != depth.bytesPerPixel)
-        return kip_statusPixelDepth;
+    status = kip::checkPixels(window, depth.bytesPerPixel);
+    if (status < 0)
+        return status;
 
     status = bound != 0 && canWriteInPlace(*destination, params)
                  ? transformInPlace(depth, source, window, params, cache)

@@ -249,6 +249,27 @@ TEST(AlignedTransform, RefusesOtherPixelSizesAndWritesNothing)
     }
 }
 
+// Windows made by hand may lie anywhere; only the copy can serve such 16-bit ones.
+TEST(AlignedTransform, RefusesToTurn16BitPixelsAtOddAddresses)
+{
+    for (const Turn &turn : kTurns) {
+        for (const bool isSource : {true, false}) {
+            Pixels source(2, 6, 6, 9, 9);
+            Pixels destination(2, 6, 6, 9, 10);
+            const Pixels before = destination;
+            kimg_windowConst from = source.windowConst();
+            kimg_window to = destination.window();
+            if (isSource)
+                from.pixels = static_cast<const unsigned char *>(from.pixels) + 1;
+            else
+                to.pixels = static_cast<unsigned char *>(to.pixels) + 1;
+            const bool isCopy = turn.code == kip_affine_alignIdentity;
+            EXPECT_EQ(transformAligned(from, to, turn.code, 2), isCopy ? 0 : kip_statusMisaligned) << turn.name;
+            EXPECT_EQ(static_cast<bool>(isSameMemory(before, destination)), !isCopy) << turn.name;
+        }
+    }
+}
+
 TEST(AlignedTransform, EmptySourcesWriteNothing)
 {
     for (const Turn &turn : kTurns) {

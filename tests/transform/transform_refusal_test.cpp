@@ -1,5 +1,6 @@
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <kip/kip.h>
@@ -177,6 +178,29 @@ TEST_P(TransformRefusal, RefusedAllocationsOfJobsWriteNothing)
     });
     EXPECT_GT(requests, 0) << "no jobs were made";
     EXPECT_TRUE(isSameMemory(expected.pixels, destination.pixels));
+}
+
+// An image over the caller's memory may lie anywhere.
+TEST(TransformRefusal16, OddAddressesAreRefused)
+{
+    const kip_affineSampleParams across = {{40, 8, 32, 0, 0, 16}, kip_affineModeNearest, 32, 16};
+    Pixels even(2, 64, 48);
+    Pixels odd(2, 64, 48, 65);
+    const Pixels before = odd;
+    Image evenImage(even);
+    Image oddImage;
+    kimg_image_destruct(oddImage.get());
+    ASSERT_EQ(kimg_image_constructExternal(oddImage.get(), 2, 64, 48, 65, static_cast<char *>(odd.first()) + 1), 0);
+    Image unbound;
+    int32_t willClip = 0;
+    for (const auto &[from, to] : {std::pair{&oddImage, &unbound}, {&evenImage, &oddImage}}) {
+        EXPECT_EQ(kip_affineTransform16(from->get(), to->get(), &kSlanted, nullptr), kip_statusMisaligned);
+        for (const kip_affineSampleParams &params : {kSlanted, across})
+            EXPECT_EQ(kip_affineTransformClipped16(from->get(), to->get(), nullptr, &params, nullptr, &willClip),
+                      kip_statusMisaligned);
+    }
+    EXPECT_FALSE(unbound.isBound());
+    EXPECT_TRUE(isSameMemory(before, odd));
 }
 
 // Positions in 16.16 cannot address such sources; copies need none.
