@@ -122,14 +122,14 @@ Sums sumsBy(Oriented function, const kimg_windowConst &source, const Orientation
 }
 
 template <typename Pixel>
-void compareWithModel(Oriented function)
+void compareWithModel(Oriented function, const std::vector<Level> &levels)
 {
     const SumMemory memory{};
     Random random(4711);
     std::vector<int32_t> widths = {191, 256, 300, 1009, 2048};
     for (int32_t width = 0; width <= 131; ++width)
         widths.push_back(width);
-    for (const Level &level : allLevels()) {
+    for (const Level &level : levels) {
         const ProcessorLevel set(level.features);
         for (const int32_t width : widths) {
             // Few rows, some bands and the ends of them, about the 256 rows that partial sums hold.
@@ -154,12 +154,12 @@ void compareWithModel(Oriented function)
 
 TEST(WindowSums, AreTheModelsIn8Bits)
 {
-    compareWithModel<uint8_t>(projectWindowOriented8);
+    compareWithModel<uint8_t>(projectWindowOriented8, allLevels());
 }
 
 TEST(WindowSums, AreTheModelsIn16Bits)
 {
-    compareWithModel<uint16_t>(projectWindowOriented16);
+    compareWithModel<uint16_t>(projectWindowOriented16, {{"portable", 0}});
 }
 
 TEST(WindowSums, EveryLevelHasKernelsOfItsOwn)
@@ -197,12 +197,11 @@ TEST(WindowSums, OptimisedRoutinesRunOnSuitableProcessorsOnly)
     const uint8_t pixels[] = {1, 2};
     uint32_t sums[2];
     for (const uint32_t kind : {0u, 1u, 2u, 4u, 5u, 6u}) {
-        for (const uint32_t features : {0u, 1u, 2u, 3u}) {
+        for (const uint32_t features : {0u, 1u, 2u}) {
             const ksys_cpuinfo processor = {kind, 0, 0, 0, features};
             ksys_cpuinfo_setOverride(&processor);
             const bool isSuitable = (kind == 1 || kind == 5) && (features & 1) != 0;
             const int32_t status = isSuitable ? 0 : kip_statusOptimizationDeclined;
-            // Features that this machine lacks are harmless: vectors do not fit two pixels.
             EXPECT_EQ(sumColumnsPacked8(pixels, 2, 1, 2, sums, 0), status) << kind << ", " << features;
             EXPECT_EQ(sumRowsPacked8(pixels, 2, 1, 2, sums, 0), status) << kind << ", " << features;
         }
@@ -444,6 +443,7 @@ TEST(WindowProjection, RefusalsWriteNothing)
 
 TEST(WindowProjection, RefusedAllocationsWriteNoSums)
 {
+    const ProcessorLevel level(ksys_featurePackedInteger); // the portable loops need no memory
     const std::vector<uint8_t> pixels = noise(50 * 20, 7);
     const kimg_windowConst source = {50, 20, 0, 0, 0, 0, 50, 20, 50, pixels.data(), 1};
     for (const Form &form : kForms) {
