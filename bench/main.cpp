@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "projection/affine_projection_bench.h"
 #include "projection/window_sums_bench.h"
 #include "support/measurements.h"
 #include "support/options.h"
@@ -44,6 +45,7 @@ int runRounds(const std::vector<TransformCase> &cases, int rounds)
     std::cout << ".\n";
     printTransformTables(cases, measurements, std::cout);
     printClippedTable(measurements, std::cout);
+    printProjectionTable(measurements, std::cout);
     printWindowSumsTable(measurements, std::cout);
     return 0;
 }
@@ -74,6 +76,7 @@ int main(int argc, char **argv)
     const std::vector<TransformCase> cases = transformCases(options.sweep);
     registerTransforms(cases);
     registerClippedTransforms();
+    registerProjections();
     registerWindowSums();
     if (!options.plain)
         return runRounds(cases, options.rounds);

@@ -34,6 +34,8 @@ void setPeerThreads(int count);
 
 // Makes the call that is to be timed; it works in the memory of the given pixels.
 std::function<void()> preparePeer(const PeerTransform &work);
+// The sums of the columns of what the resampling makes; int32_t for 8-bit pixels, float for 16-bit ones.
+std::function<void()> preparePeerProjection(const PeerTransform &work, void *sums);
 std::function<void()> preparePeerSums(const PeerSums &work);
 
 } // namespace kip_bench

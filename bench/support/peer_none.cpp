@@ -19,6 +19,11 @@ std::function<void()> preparePeer(const PeerTransform &)
     return [] {};
 }
 
+std::function<void()> preparePeerProjection(const PeerTransform &, void *)
+{
+    return [] {};
+}
+
 std::function<void()> preparePeerSums(const PeerSums &)
 {
     return [] {};

@@ -64,6 +64,16 @@ std::function<void()> preparePeer(const PeerTransform &work)
     };
 }
 
+std::function<void()> preparePeerProjection(const PeerTransform &work, void *sums)
+{
+    const int type = work.source.bytesPerPixel == 1 ? CV_32S : CV_32F; // it has no integer sums of 16-bit pixels
+    return [resample = preparePeer(work), picture = matOver(work.destination), type,
+            row = cv::Mat(1, work.destination.width, type, sums)]() mutable {
+        resample();
+        cv::reduce(picture, row, 0, cv::REDUCE_SUM, type);
+    };
+}
+
 std::function<void()> preparePeerSums(const PeerSums &work)
 {
     const cv::Mat source = matOver(work.source);
