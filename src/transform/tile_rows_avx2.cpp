@@ -163,7 +163,7 @@ private:
     }
 };
 
-// ---- What happens to a line of samples ---------------------------------------------------------------------------
+// ---- What happens to the samples ---------------------------------------------------------------------------------
 
 // Samples a whole number of vectors.
 template <typename Row, typename Pixel>
@@ -179,48 +179,75 @@ template <typename PixelType>
 struct StoreLines {
     using Portable = Store;
     using Pixel = PixelType;
-    using Element = PixelType;
 
+    // Resamples all rows of the first columns of a tile.
     template <typename Row>
-    static void resample(const RowSource<Pixel> &source, const RowPositions &at, Element *row, int32_t width)
+    static void resample(const FixedTile &tile, FixedPosition position, int32_t width, const RowSource<Pixel> &source,
+                         void *dst, int32_t dstPitch)
     {
-        sampleLine<Row>(source, at, row, width);
+        for (int32_t r = 0; r < tile.rows; ++r) {
+            sampleLine<Row>(source, {position.x, position.y, tile.colStepX, tile.colStepY},
+                            static_cast<Pixel *>(dst) + r * int64_t{dstPitch}, width);
+            position.move(tile.rowStepX, tile.rowStepY);
+        }
     }
 };
 
+// A few rows of samples are made before the first is added: a load right behind narrower stores waits, and the sums
+// are read and written once for all of the rows.
 template <typename PixelType>
 struct AddLines {
     using Portable = Add;
     using Pixel = PixelType;
-    using Element = uint32_t;
 
     template <typename Row>
-    static void resample(const RowSource<Pixel> &source, RowPositions at, Element *sums, int32_t width)
+    static void resample(const FixedTile &tile, FixedPosition position, int32_t width, const RowSource<Pixel> &source,
+                         void *dst, int32_t)
     {
-        // Samples of a stretch are made before the first is added: a load right behind narrower stores waits.
-        constexpr int32_t kStretch = 256;
-        alignas(32) Pixel line[kStretch];
+        alignas(32) Pixel lines[kRows * kStretch];
         for (int32_t first = 0; first < width; first += kStretch) {
             const int32_t count = std::min(kStretch, width - first);
-            for (int32_t n = 0; n < count; n += kLanes) {
-                Row::sample(source, at, line + n);
-                at.move();
+            FixedPosition start = position;
+            for (int32_t r = 0; r < tile.rows; r += kRows) {
+                const int32_t rows = std::min(kRows, tile.rows - r);
+                for (int32_t n = 0; n < rows; ++n) {
+                    sampleLine<Row>(source, {start.x, start.y, tile.colStepX, tile.colStepY}, lines + n * kStretch,
+                                    count);
+                    start.move(tile.rowStepX, tile.rowStepY);
+                }
+                addLines(lines, rows, count, static_cast<uint32_t *>(dst) + first);
             }
-            for (int32_t n = 0; n < count; n += kLanes) {
-                auto *const sum = reinterpret_cast<__m256i *>(sums + first + n);
-                _mm256_storeu_si256(sum, _mm256_add_epi32(_mm256_loadu_si256(sum), widen(line + n)));
-            }
+            position.x += kStretch * static_cast<uint32_t>(tile.colStepX);
+            position.y += kStretch * static_cast<uint32_t>(tile.colStepY);
         }
     }
 
 private:
-    static __m256i widen(const uint8_t *samples)
+    static constexpr int32_t kRows = 8; // 16 bits hold the sum of as many 8-bit samples
+    static constexpr int32_t kStretch = 256;
+
+    static void addLines(const Pixel *lines, int32_t rows, int32_t count, uint32_t *sums)
     {
-        return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(samples)));
+        for (int32_t n = 0; n < count; n += kLanes) {
+            auto *const sum = reinterpret_cast<__m256i *>(sums + n);
+            _mm256_storeu_si256(sum, _mm256_add_epi32(_mm256_loadu_si256(sum), addColumns(lines + n, rows)));
+        }
     }
-    static __m256i widen(const uint16_t *samples)
+    static __m256i addColumns(const uint8_t *samples, int32_t rows)
     {
-        return _mm256_cvtepu16_epi32(_mm_load_si128(reinterpret_cast<const __m128i *>(samples)));
+        __m128i sum = _mm_setzero_si128();
+        for (int32_t r = 0; r < rows; ++r)
+            sum = _mm_add_epi16(
+                sum, _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(samples + r * kStretch))));
+        return _mm256_cvtepu16_epi32(sum);
+    }
+    static __m256i addColumns(const uint16_t *samples, int32_t rows)
+    {
+        __m256i sum = _mm256_setzero_si256();
+        for (int32_t r = 0; r < rows; ++r)
+            sum = _mm256_add_epi32(
+                sum, _mm256_cvtepu16_epi32(_mm_load_si128(reinterpret_cast<const __m128i *>(samples + r * kStretch))));
+        return sum;
     }
 };
 
@@ -231,22 +258,16 @@ int32_t resampleRows(const FixedTile &tile, const typename Lines::Pixel *src, in
                      int32_t dstPitch)
 {
     using Pixel = typename Lines::Pixel;
-    using Element = typename Lines::Element;
+    using Element = typename Lines::Portable::template Element<Pixel>;
     const auto portable = resampleInside<Portable, typename Lines::Portable, FixedPosition, Pixel>;
     if (tile.width < kLanes || srcPitch < INT16_MIN || srcPitch > INT16_MAX)
         return portable(tile, src, srcPitch, dst, dstPitch);
 
     constexpr auto shift = static_cast<int32_t>(Portable::template shift<int32_t>());
-    const RowSource<Pixel> source(src, srcPitch);
     const int32_t width = tile.width / kLanes * kLanes;
-    auto *row = static_cast<Element *>(dst);
     FixedPosition position = FixedPosition::at(tile.x, tile.y);
     position.move(-shift, -shift);
-    for (int32_t r = 0; r < tile.rows; ++r) {
-        const RowPositions at(position.x, position.y, tile.colStepX, tile.colStepY);
-        Lines::template resample<Row>(source, at, row + r * Lines::Portable::rowAdvance(dstPitch), width);
-        position.move(tile.rowStepX, tile.rowStepY);
-    }
+    Lines::template resample<Row>(tile, position, width, RowSource<Pixel>(src, srcPitch), dst, dstPitch);
     if (width == tile.width)
         return 0;
 
@@ -255,7 +276,7 @@ int32_t resampleRows(const FixedTile &tile, const typename Lines::Pixel *src, in
     rest.x = static_cast<int32_t>(static_cast<uint32_t>(tile.x) + done * static_cast<uint32_t>(tile.colStepX));
     rest.y = static_cast<int32_t>(static_cast<uint32_t>(tile.y) + done * static_cast<uint32_t>(tile.colStepY));
     rest.width -= width;
-    return portable(rest, src, srcPitch, row + width, dstPitch);
+    return portable(rest, src, srcPitch, static_cast<Element *>(dst) + width, dstPitch);
 }
 
 } // namespace
