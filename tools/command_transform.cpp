@@ -13,14 +13,43 @@ namespace kiptool {
 namespace {
 
 struct TransformOptions {
-    std::string in, out, overlay;
+    std::string in, out, overlay, mask;
     SamplingOptions sampling;
+    bool clip = false;
     bool time = false;
+};
+
+// The images of a transform. It can be repeated: the result is then written where it is.
+struct Work {
+    int depth;
+    kip_affineSampleParams params;
+    bool clip, wantsMask;
+    LibraryImage source, result, mask;
+
+    void run(kip_affineSampleCache **cache)
+    {
+        if (!clip) {
+            const auto transform = depth == 16 ? kip_affineTransform16 : kip_affineTransform;
+            requireSuccess(transform(&source.image, &result.image, &params, cache), "transform");
+            return;
+        }
+        const auto transform = depth == 16 ? kip_affineTransformClipped16 : kip_affineTransformClipped;
+        int32_t willClip = 0;
+        requireSuccess(
+            transform(&source.image, &result.image, wantsMask ? &mask.image : nullptr, &params, cache, &willClip),
+            "clipped transform");
+        if (wantsMask && willClip == 0) { // nothing lies outside, and the library has left the mask alone
+            requireSuccess(kimg_image_assignNew(&mask.image, 1, params.destWidth, params.destHeight), "mask");
+            requireSuccess(kip_pelSet8(&mask.image, 255), "mask");
+        }
+    }
 };
 
 void runTransform(const TransformOptions &options)
 {
     formatOfName(options.out); // a name that cannot serve is told before any work
+    if (!options.mask.empty())
+        formatOfName(options.mask);
     const kip_affineSampleParams params = makeSampling(options.sampling);
     Picture original = readPicture(options.in).picture;
 
@@ -28,21 +57,20 @@ void runTransform(const TransformOptions &options)
     writeOverlay(options.overlay, original, params.rect);
 
     Picture grey = toGrey(std::move(original));
-    LibraryImage source, destination;
-    bindTo(source, grey);
-    const auto transform = depthOf(grey) == 16 ? kip_affineTransform16 : kip_affineTransform;
-    requireSuccess(transform(&source.image, &destination.image, &params, nullptr), "transform");
-    const Picture result = pictureOf(destination, depthOf(grey));
+    Work work{depthOf(grey), params, options.clip, !options.mask.empty(), {}, {}, {}};
+    bindTo(work.source, grey);
+    work.run(nullptr);
+    const Picture result = pictureOf(work.result, work.depth);
     writePicture(options.out, result);
+    if (work.wantsMask)
+        writePicture(options.mask, pictureOf(work.mask, 8));
 
     if (options.time) {
         kip_affineSampleCache *handle = nullptr;
         requireSuccess(kip_affineSampleCache_construct(&handle), "cache");
         const auto release = [](kip_affineSampleCache *cache) { kip_affineSampleCache_destruct(&cache); };
         const std::unique_ptr<kip_affineSampleCache, decltype(release)> owner(handle, release);
-        const Timing timing = measure([&] { // into the destination that is bound now
-            requireSuccess(transform(&source.image, &destination.image, &params, &handle), "transform");
-        });
+        const Timing timing = measure([&] { work.run(&handle); });
         std::cout << result.width << " x " << result.height << ", " << depthOf(result) << " bits, "
                   << modeName(params.mode) << ": "
                   << describeTiming(timing, static_cast<double>(result.width) * result.height) << '\n';
@@ -58,6 +86,13 @@ Command addTransformCommand(CLI::App &tool)
     app->add_option("IN", options->in, "Picture to sample")->required();
     app->add_option("OUT", options->out, "Result, in the depth of IN: .png, .tif, .tiff or .pgm")->required();
     addSamplingOptions(*app, options->sampling);
+    CLI::Option *const clip =
+        app->add_flag("--clip", options->clip, "Let the rectangle reach outside IN, where it is black");
+    app->add_option("--mask", options->mask,
+                    "Write which pixels of OUT lie inside IN: 255 those, 0 the others, between them at the border; an "
+                    "8-bit picture: .png, .tif, .tiff or .pgm")
+        ->needs(clip)
+        ->type_name("FILE");
     app->add_flag("--time", options->time,
                   "Repeat the operation and print milliseconds and megapixels of result per second");
     addOverlayOption(*app, options->overlay);

@@ -13,6 +13,7 @@
 #include <kip/kip.h>
 #include <limits>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -116,6 +117,7 @@ TEST_F(Tool, WrongCommandLinesEndWith2)
              "transform in8.png out.png --rect 10,10,9,9 --threads 2k",
              "transform in8.png out.png --rect 10,10,9,9 --rect 10,10,9,9",
              "transform in8.png out.png --rect 10,10,9,9 --overlay o.tif",
+             "transform in8.png out.png --rect 10,10,9,9 --mask mask.png",
              "scene out.png --depth 12",
              "sums in8.png",
              "sums in8.png --axis diagonals",
@@ -166,6 +168,8 @@ TEST_F(Tool, FailuresEndWith1AndOneLineAndNoFile)
         {"sums in16.png --axis rows", "in16.png: sums of windows are for pictures of 8 bits"},
         {"sums in8.png --axis rows --window 60,40,2,2", "in8.png: the window reaches outside the picture"},
         {"sums in8.png --axis rows -o nowhere/out.csv", "nowhere/out.csv: cannot be written"},
+        {"transform in8.png out.png --clip --rect 90,10,9,9", "kip_statusTransformOutsideSource (0x80000788)"},
+        {"transform in8.png out.png --clip --mask mask.gif --rect 9,9,9,9", "mask.gif: cannot tell the format"},
         {"scene out.png --size 0x10", "no pixels"},
         {"scene out.png --size 100000x100000", "too large"},
         {"compose out.pgm a=in8.png", "out.pgm: a PGM file cannot hold colour"},
@@ -237,6 +241,37 @@ TEST_F(Tool, TransformGivesWhatTheLibraryGives)
             const Picture got = readPicture(at(out)).picture, expected = transformed(source, c.params);
             EXPECT_EQ(got.width, expected.width);
             EXPECT_TRUE(got.samples == expected.samples) << in << " " << c.arguments;
+        }
+    }
+}
+
+// The pictures are 61 x 47. A whole-pixel rectangle is copied, so that every value is known.
+TEST_F(Tool, ClipFillsWithBlackAndTellsWhere)
+{
+    constexpr size_t kWidth = 9;
+    constexpr size_t kHeight = 7;
+    for (const int depth : {8, 16}) {
+        const std::string in = "in" + std::to_string(depth) + ".png";
+        const Picture source = readPicture(at(in)).picture;
+        for (const auto &[left, top] : {std::pair{-4, -2}, {55, 43}, {20, 10}}) {
+            const std::string rect = std::to_string(left) + "," + std::to_string(top) + ",9,7";
+            for (const char *mask : {"", " --mask mask.tif"}) {
+                const Outcome result = run("transform " + in + " out.pgm --clip --rect=" + rect + mask);
+                ASSERT_EQ(result.exitCode, 0) << result.error;
+            }
+            const Picture got = readPicture(at("out.pgm")).picture, mask = readPicture(at("mask.tif")).picture;
+            ASSERT_EQ(rowSamples(got) * static_cast<size_t>(got.height), kWidth * kHeight);
+            ASSERT_EQ(depthOf(got), depth);
+            ASSERT_EQ(depthOf(mask), 8);
+            for (size_t i = 0; i < kWidth * kHeight; ++i) {
+                const int x = left + static_cast<int>(i % kWidth), y = top + static_cast<int>(i / kWidth);
+                const bool inside = x >= 0 && x < source.width && y >= 0 && y < source.height;
+                const auto at = static_cast<size_t>(y * source.width + x);
+                const int expected =
+                    inside ? std::visit([at](const auto &samples) { return int{samples[at]}; }, source.samples) : 0;
+                EXPECT_EQ(std::visit([i](const auto &samples) { return int{samples[i]}; }, got.samples), expected);
+                EXPECT_EQ(samples8(mask)[i], inside ? 255 : 0) << rect << " at " << x << ", " << y;
+            }
         }
     }
 }
