@@ -14,7 +14,7 @@ struct Level {
     uint32_t features;
 };
 
-// The levels above the portable one that this machine has; the others cannot be run here.
+// The levels above the portable one that the processor is said to have; the others cannot be run.
 inline std::vector<Level> availableLevels()
 {
     constexpr uint32_t avx2 = ksys_featurePackedInteger | ksys_featureAvx2;
@@ -24,7 +24,6 @@ inline std::vector<Level> availableLevels()
         {"AVX-512 VBMI", avx2 | ksys_featureAvx512 | ksys_featureAvx512Vbmi},
     };
     ksys_cpuinfo processor;
-    ksys_cpuinfo_setOverride(nullptr);
     ksys_cpuinfo_init(&processor);
     std::vector<Level> available;
     for (const Level &level : levels)
@@ -38,15 +37,17 @@ class ProcessorLevel {
 public:
     explicit ProcessorLevel(uint32_t features)
     {
-        ksys_cpuinfo record;
-        ksys_cpuinfo_setOverride(nullptr);
-        ksys_cpuinfo_init(&record);
+        ksys_cpuinfo_init(&before);
+        ksys_cpuinfo record = before;
         record.features = features;
         ksys_cpuinfo_setOverride(&record);
     }
-    ~ProcessorLevel() { ksys_cpuinfo_setOverride(nullptr); }
+    ~ProcessorLevel() { ksys_cpuinfo_setOverride(&before); }
     ProcessorLevel(const ProcessorLevel &) = delete;
     ProcessorLevel &operator=(const ProcessorLevel &) = delete;
+
+private:
+    ksys_cpuinfo before;
 };
 
 } // namespace kip::test

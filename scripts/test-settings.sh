@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Runs a built suite again as if the processor had only some of its instructions, with the optimised kernels
+# forbidden, and with other numbers of threads. Left out are the tests of the package, of what the processor is and of
+# unloading the libraries, which the settings themselves keep loaded.
+#
+#   scripts/test-settings.sh BUILD-DIRECTORY [CTEST-ARGUMENT...]
+set -euo pipefail
+build=$(realpath "$1")
+shift
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+library=$build/tests/libkip_run_settings.so
+
+while read -r setting; do
+    if ! env "$setting" LD_PRELOAD="$library" true; then
+        echo "$setting: not on this processor"
+        continue
+    fi
+    echo "==== $setting"
+    env "$setting" LD_PRELOAD="$library" ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" \
+        --exclude-regex '^(package|settings|ProcessorInformation|Unload)\.' "$@" | grep -vE '^ *[0-9]+/[0-9]+ |^ +Start '
+done <"$here/tests/settings/settings.txt"
