@@ -22,7 +22,10 @@ int32_t saturate(double whole)
 
 int32_t kmath_double_round(double value)
 {
-    return saturate(std::round(value)); // adding 0.5 first would carry the double below 0.5 up to 1
+    // Adding 0.5 before taking the floor would carry the double below 0.5 up to 1, and so does MinGW's std::round.
+    const double magnitude = std::fabs(value);
+    const double below = std::floor(magnitude);
+    return saturate(std::copysign(magnitude - below >= 0.5 ? below + 1.0 : below, value));
 }
 
 int32_t kmath_double_epsilonEqual(double a, double b, double epsilon)

@@ -7,9 +7,7 @@
 #include <string>
 
 #if defined(_WIN32)
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
-#include <windows.h>
+#include "support/windows.h"
 #else
 #include <csignal>
 #include <unistd.h>

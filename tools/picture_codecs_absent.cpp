@@ -1,0 +1,36 @@
+// In place of picture_png.cpp and picture_tiff.cpp, where libpng and libtiff are not to be had.
+
+#include "failure.h"
+#include "picture_io.h"
+
+namespace kiptool {
+namespace {
+
+[[noreturn]] void refuse(Format format)
+{
+    throw Failure(std::string("this build of the tool knows PGM alone, not ") + formatName(format));
+}
+
+} // namespace
+
+Picture decodePng(std::span<const uint8_t>)
+{
+    refuse(Format::png);
+}
+
+Picture decodeTiff(std::span<const uint8_t>)
+{
+    refuse(Format::tiff);
+}
+
+std::vector<uint8_t> encodePng(const Picture &)
+{
+    refuse(Format::png);
+}
+
+std::vector<uint8_t> encodeTiff(const Picture &)
+{
+    refuse(Format::tiff);
+}
+
+} // namespace kiptool
