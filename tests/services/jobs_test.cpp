@@ -46,35 +46,49 @@ int32_t keepData(void *dataPointer)
     return 0;
 }
 
+// A group of what setThreadCount last said, and what a dispatch on it needs.
+struct Records {
+    ksys_jobThreadGroup group;
+    ksys_jobParams params;
+    ksys_jobRequestSet requests;
+    ksys_jobResultSet results;
+
+    Records()
+    {
+        EXPECT_EQ(ksys_jobThreadGroup_construct(&group), 0);
+        EXPECT_EQ(ksys_jobParams_construct(&params), 0);
+        EXPECT_EQ(ksys_jobRequestSet_construct(&requests), 0);
+        EXPECT_EQ(ksys_jobResultSet_construct(&results), 0);
+    }
+    Records(const Records &) = delete;
+    Records &operator=(const Records &) = delete;
+    ~Records()
+    {
+        EXPECT_EQ(ksys_jobResultSet_destruct(&results), 0);
+        EXPECT_EQ(ksys_jobRequestSet_destruct(&requests), 0);
+        EXPECT_EQ(ksys_jobParams_destruct(&params), 0);
+        EXPECT_EQ(ksys_jobThreadGroup_destruct(&group), 0);
+    }
+
+    int32_t dispatch() { return ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results); }
+};
+
 struct Outcome {
     int32_t status;
     std::vector<int32_t> statuses;
 };
 
-// Runs jobs on a group of what setThreadCount last said.
 Outcome dispatch(std::vector<Job> jobs)
 {
-    ksys_jobThreadGroup group;
-    ksys_jobParams params;
-    ksys_jobRequestSet requests;
-    ksys_jobResultSet results;
-    EXPECT_EQ(ksys_jobThreadGroup_construct(&group), 0);
-    EXPECT_EQ(ksys_jobParams_construct(&params), 0);
-    EXPECT_EQ(ksys_jobRequestSet_construct(&requests), 0);
-    EXPECT_EQ(ksys_jobResultSet_construct(&results), 0);
+    Records records;
     for (Job &job : jobs) {
         Job *data = &job;
-        EXPECT_EQ(ksys_jobParams_takeData(&params, &data, keepData), 0);
-        EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, runJob, &params), 0);
+        EXPECT_EQ(ksys_jobParams_takeData(&records.params, &data, keepData), 0);
+        EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&records.requests, runJob, &records.params), 0);
     }
-    Outcome outcome;
-    outcome.status = ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results);
-    outcome.statuses.assign(results.statuses, results.statuses + results.count);
-    EXPECT_EQ(ksys_jobResultSet_destruct(&results), 0);
-    EXPECT_EQ(ksys_jobRequestSet_destruct(&requests), 0);
-    EXPECT_EQ(ksys_jobParams_destruct(&params), 0);
-    EXPECT_EQ(ksys_jobThreadGroup_destruct(&group), 0);
-    return outcome;
+    const int32_t status = records.dispatch();
+    const ksys_jobResultSet &results = records.results;
+    return {status, {results.statuses, results.statuses + results.count}};
 }
 
 // Waits for what another thread is about to do. The bound is there to fail rather than hang.
@@ -114,26 +128,21 @@ TEST_F(Jobs, statusesComeInTheOrderOfTheRequests)
             std::vector<Job> jobs;
             std::atomic<int32_t> runs{0};
             for (int32_t i = 0; i < count; ++i) {
-                expected.push_back(i % 5 == 3 ? -i : i);
-                jobs.emplace_back([&runs, status = expected.back()] { return ++runs, status; });
+                expected.push_back(i % 7 == 5 ? ksys_statusJobAborted : i % 5 == 3 ? -i : i);
+                jobs.emplace_back([&runs, i, status = expected.back()] {
+                    ++runs;
+                    if (i == 5)
+                        throw std::runtime_error("thrown by a job");
+                    if (i % 7 == 5)
+                        throw i;
+                    return status;
+                });
             }
             const Outcome outcome = dispatch(jobs);
             EXPECT_EQ(outcome.status, count > 3 ? -3 : 0);
             EXPECT_EQ(outcome.statuses, expected);
             EXPECT_EQ(runs, count);
         }
-    }
-}
-
-TEST_F(Jobs, aJobThatThrowsFailsAlone)
-{
-    for (const int32_t threads : kThreadCounts) {
-        ksys_jobThreadGroup_setThreadCount(threads);
-        const Outcome outcome =
-            dispatch({[] { return 1; }, []() -> int32_t { throw std::runtime_error("thrown by a job"); },
-                      []() -> int32_t { throw 3; }, [] { return -4; }, [] { return 5; }});
-        EXPECT_EQ(outcome.status, ksys_statusJobAborted);
-        EXPECT_EQ(outcome.statuses, (std::vector<int32_t>{1, ksys_statusJobAborted, ksys_statusJobAborted, -4, 5}));
     }
 }
 
@@ -146,17 +155,14 @@ TEST_F(Jobs, aGroupUsesAllItsThreadsAndNoMore)
         EXPECT_EQ(dispatch(jobsThatMeet(threads, present)).status, 0);
 
         std::atomic<int32_t> running{0};
-        std::atomic<int32_t> most{0};
         const Job job = [&] {
             const int32_t now = ++running;
-            for (int32_t seen = most; now > seen && !most.compare_exchange_weak(seen, now);) {
-            }
             for (int i = 0; i < 20; ++i)
                 std::this_thread::yield();
-            return --running, 0;
+            return --running, now;
         };
-        dispatch(std::vector<Job>(100, job));
-        EXPECT_LE(most, threads);
+        const std::vector<int32_t> seen = dispatch(std::vector<Job>(100, job)).statuses;
+        EXPECT_LE(*std::max_element(seen.begin(), seen.end()), threads);
     }
 }
 
@@ -173,31 +179,42 @@ TEST_F(Jobs, groupsOfferWhatWasSetWhenTheyWereMade)
     };
     const auto processors = static_cast<int32_t>(std::max(1u, std::thread::hardware_concurrency()));
     EXPECT_EQ(offered(), processors);
-    EXPECT_EQ(ksys_jobThreadGroup_setThreadCount(5), 0);
-    EXPECT_EQ(offered(), 5);
-    EXPECT_EQ(ksys_jobThreadGroup_setThreadCount(-1), ksys_statusBadArgument);
-    EXPECT_EQ(offered(), 5);
-    EXPECT_EQ(ksys_jobThreadGroup_setThreadCount(1 << 30), 0);
-    EXPECT_EQ(offered(), 1024);
-    EXPECT_EQ(ksys_jobThreadGroup_setThreadCount(0), 0);
-    EXPECT_EQ(offered(), processors);
+    for (const auto &[set, expected] : {std::pair{5, 5}, {-1, 5}, {1 << 30, 1024}, {0, processors}}) {
+        EXPECT_EQ(ksys_jobThreadGroup_setThreadCount(set), set < 0 ? ksys_statusBadArgument : 0);
+        EXPECT_EQ(offered(), expected);
+    }
     EXPECT_EQ(allocator.requests(), 0);
 }
 
+// Dispatches four jobs that each dispatch four, and so on; returns the number of leaves.
 int32_t dispatchTree(int32_t depth)
 {
     if (depth == 0)
         return 1;
-    std::atomic<int32_t> leaves{0};
-    const Job job = [&leaves, depth] { return leaves += dispatchTree(depth - 1), 0; };
-    return dispatch(std::vector<Job>(4, job)).status == 0 ? leaves.load() : -1000;
+    std::vector<Job> jobs;
+    for (int32_t i = 0; i < 4; ++i)
+        jobs.emplace_back([i, depth] { return 100 * i + dispatchTree(depth - 1); });
+    const std::vector<int32_t> statuses = dispatch(jobs).statuses;
+    for (size_t i = 0; i < statuses.size(); ++i)
+        if (statuses[i] != static_cast<int32_t>(100 * i) + (1 << (2 * depth - 2)))
+            return -1000;
+    return static_cast<int32_t>(statuses.size()) << (2 * depth - 2);
 }
 
-TEST_F(Jobs, jobsDispatchJobs)
+TEST_F(Jobs, jobsDispatchJobsOnManyThreads)
 {
     for (const int32_t threads : kThreadCounts) {
         ksys_jobThreadGroup_setThreadCount(threads);
-        EXPECT_EQ(dispatchTree(4), 4 * 4 * 4 * 4);
+        std::atomic<int32_t> leaves{0};
+        std::vector<std::thread> callers;
+        for (int caller = 0; caller < 6; ++caller)
+            callers.emplace_back([&] {
+                for (int round = 0; round < 20; ++round)
+                    leaves += dispatchTree(1 + round % 3);
+            });
+        for (std::thread &caller : callers)
+            caller.join();
+        EXPECT_EQ(leaves, 6 * (7 * 4 + 7 * 16 + 6 * 64));
     }
 }
 
@@ -222,71 +239,41 @@ TEST_F(Jobs, everyThreadRoundsAsTheCallerDoes)
     ksys_jobThreadGroup_setThreadCount(3);
     for (const int rounding : {FE_UPWARD, FE_TOWARDZERO, FE_TONEAREST}) {
         std::atomic<int32_t> present{0};
-        std::vector<Job> jobs = jobsThatMeet(3, present);
-        for (Job &job : jobs)
-            job = [meet = job] { return meet() < 0 ? -1 : std::fegetround(); };
+        const Job meet = jobsThatMeet(3, present).front();
         std::fesetround(rounding);
-        const Outcome outcome = dispatch(jobs);
+        const Outcome outcome = dispatch(std::vector<Job>(3, [&] { return meet() < 0 ? -1 : std::fegetround(); }));
         std::fesetround(FE_TONEAREST);
         EXPECT_EQ(outcome.statuses, std::vector<int32_t>(3, rounding));
     }
 }
 
-TEST_F(Jobs, manyThreadsDispatchAtOnce)
-{
-    ksys_jobThreadGroup_setThreadCount(3);
-    std::atomic<int32_t> failures{0};
-    std::vector<std::thread> callers;
-    for (int32_t caller = 0; caller < 6; ++caller) {
-        callers.emplace_back([&failures, caller] {
-            for (int32_t round = 0; round < 300; ++round) {
-                std::vector<Job> jobs;
-                std::vector<int32_t> expected;
-                for (int32_t i = 0; i < 1 + (round + caller) % 9; ++i) {
-                    expected.push_back(caller * 1000 + i);
-                    jobs.emplace_back([status = expected.back()] { return status; });
-                }
-                failures += dispatch(jobs).statuses == expected ? 0 : 1;
-            }
-        });
-    }
-    for (std::thread &caller : callers)
-        caller.join();
-    EXPECT_EQ(failures, 0);
-}
-
-#if defined(__linux__)
 // The system's own numbers: they do not come again soon, as the names of ended threads do.
 std::set<std::string> threadsOfTheProcess()
 {
     std::set<std::string> numbers;
+#if defined(__linux__)
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/task"))
         numbers.insert(entry.path().filename());
+#endif
     return numbers;
 }
 
-TEST_F(Jobs, noThreadIsMadePerDispatch)
+TEST_F(Jobs, sleepingWorkersWakeAndNoThreadIsMadePerDispatch)
 {
-    std::atomic<int32_t> present{0};
-    ksys_jobThreadGroup_setThreadCount(4);
-    dispatch(jobsThatMeet(4, present));
-    const std::set<std::string> before = threadsOfTheProcess();
-    for (int i = 0; i < 200; ++i) {
-        ksys_jobThreadGroup_setThreadCount(2 + i % 3);
-        dispatch(std::vector<Job>(5, [] { return 0; }));
+    std::set<std::string> before;
+    for (int i = 0; i < 5; ++i) {
+        std::atomic<int32_t> present{0};
+        ksys_jobThreadGroup_setThreadCount(4);
+        EXPECT_EQ(dispatch(jobsThatMeet(4, present)).status, 0);
+        if (i == 0)
+            before = threadsOfTheProcess();
+        for (int k = 0; k < 40; ++k) {
+            ksys_jobThreadGroup_setThreadCount(2 + k % 3);
+            dispatch(std::vector<Job>(5, [] { return 0; }));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // far longer than a worker spins
     }
     EXPECT_EQ(threadsOfTheProcess(), before);
-}
-#endif
-
-TEST_F(Jobs, sleepingWorkersWake)
-{
-    ksys_jobThreadGroup_setThreadCount(3);
-    for (int i = 0; i < 5; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // far longer than a worker spins
-        std::atomic<int32_t> present{0};
-        EXPECT_EQ(dispatch(jobsThatMeet(3, present)).status, 0);
-    }
 }
 
 int32_t deletions;
@@ -311,33 +298,33 @@ TEST(JobParameters, ownTheirData)
     FailingAllocator allocator;
     deletions = 0;
     ksys_jobParams params;
-    void *seen = nullptr;
     ksys_jobParams_construct(&params);
+    const auto take = [&params](void **data, int32_t status = 0) {
+        deleterStatus = status;
+        return ksys_jobParams_takeData(&params, data, deleteData);
+    };
+    void *seen = nullptr;
     EXPECT_EQ(ksys_jobParams_getDataConst(&params, &seen), ksys_statusNoData);
-
     void *data = someData();
     void *const first = data;
     EXPECT_EQ(ksys_jobParams_takeData(&params, &data, nullptr), ksys_statusBadArgument);
     EXPECT_EQ(data, first);
-    EXPECT_EQ(ksys_jobParams_takeData(&params, &data, deleteData), 0);
+    EXPECT_EQ(take(&data), 0);
     EXPECT_EQ(data, nullptr);
-    EXPECT_EQ(ksys_jobParams_takeData(&params, &data, deleteData), ksys_statusBadArgument); // data is null
+    EXPECT_EQ(take(&data), ksys_statusBadArgument); // data is null
     EXPECT_EQ(ksys_jobParams_getDataConst(&params, &seen), 0);
     EXPECT_EQ(seen, first);
     EXPECT_EQ(deletions, 0);
 
     data = someData();
-    EXPECT_EQ(ksys_jobParams_takeData(&params, &data, deleteData), 0);
+    EXPECT_EQ(take(&data), 0);
     EXPECT_EQ(deletions, 1);
-
-    void *refused = someData();
-    data = refused;
-    deleterStatus = -6;
-    EXPECT_EQ(ksys_jobParams_takeData(&params, &data, deleteData), -6);
-    EXPECT_EQ(data, refused);
+    void *const second = data = someData();
+    EXPECT_EQ(take(&data, -6), -6);
+    EXPECT_EQ(data, second);
     EXPECT_EQ(ksys_jobParams_destruct(&params), 0); // nothing is left to delete
-    EXPECT_EQ(ksys_jobParams_takeData(&params, &data, deleteData), 0);
-    EXPECT_EQ(ksys_jobParams_destruct(&params), -6);
+    EXPECT_EQ(take(&data, -7), 0);
+    EXPECT_EQ(ksys_jobParams_destruct(&params), -7);
     deleterStatus = 0;
     EXPECT_EQ(deletions, 3);
     EXPECT_EQ(allocator.liveBlocks(), 0);
@@ -347,66 +334,44 @@ TEST(JobRequests, carryTheDataAway)
 {
     FailingAllocator allocator;
     deletions = 0;
-    ksys_jobParams params;
-    ksys_jobRequestSet requests;
-    ksys_jobParams_construct(&params);
-    ksys_jobRequestSet_construct(&requests);
-    for (int i = 0; i < 50; ++i) {
-        void *data = someData();
-        ASSERT_EQ(ksys_jobParams_takeData(&params, &data, deleteData), 0);
-        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, runJob, &params), 0);
-        EXPECT_EQ(ksys_jobParams_getDataConst(&params, &data), ksys_statusNoData);
+    {
+        Records records;
+        for (int i = 0; i < 50; ++i) {
+            void *data = someData();
+            ASSERT_EQ(ksys_jobParams_takeData(&records.params, &data, deleteData), 0);
+            ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&records.requests, runJob, &records.params), 0);
+            EXPECT_EQ(ksys_jobParams_getDataConst(&records.params, &data), ksys_statusNoData);
+        }
+        EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&records.requests, nullptr, &records.params),
+                  ksys_statusBadArgument);
+        EXPECT_EQ(deletions, 0);
+        deleterStatus = -8;
+        EXPECT_EQ(ksys_jobRequestSet_destruct(&records.requests), -8);
+        deleterStatus = 0;
     }
-    EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, nullptr, &params), ksys_statusBadArgument);
-    EXPECT_EQ(deletions, 0);
-    EXPECT_EQ(ksys_jobParams_destruct(&params), 0);
-    deleterStatus = -8;
-    EXPECT_EQ(ksys_jobRequestSet_destruct(&requests), -8);
-    deleterStatus = 0;
     EXPECT_EQ(deletions, 50);
     EXPECT_EQ(allocator.liveBlocks(), 0);
-}
-
-// A call's worth of jobs: many blocks, added and dispatched until memory runs out somewhere.
-int32_t dispatchBlocks(int32_t count, std::atomic<int32_t> &runs)
-{
-    static std::atomic<int32_t> *counter;
-    counter = &runs;
-    ksys_jobThreadGroup group;
-    ksys_jobParams params;
-    ksys_jobRequestSet requests;
-    ksys_jobResultSet results;
-    ksys_jobThreadGroup_construct(&group);
-    ksys_jobParams_construct(&params);
-    ksys_jobRequestSet_construct(&requests);
-    ksys_jobResultSet_construct(&results);
-    int32_t status = 0;
-    for (int32_t i = 0; i < count && status >= 0; ++i) {
-        void *block = nullptr;
-        status = ksys_memory_alloc_internal(100, &block);
-        if (status >= 0)
-            status = ksys_jobParams_takeData(&params, &block, ksys_memory_free_internal);
-        if (status >= 0) {
-            const auto count1 = [](const ksys_jobParams *) { return ++*counter, 0; };
-            status = ksys_jobRequestSet_addFuncAndParams(&requests, count1, &params);
-        }
-    }
-    if (status >= 0)
-        status = ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results);
-    ksys_jobResultSet_destruct(&results);
-    ksys_jobRequestSet_destruct(&requests);
-    ksys_jobParams_destruct(&params);
-    ksys_jobThreadGroup_destruct(&group);
-    return status;
 }
 
 TEST_F(Jobs, runAllOrNoneWhenMemoryRunsOut)
 {
     ksys_jobThreadGroup_setThreadCount(3);
-    std::atomic<int32_t> runs{0};
-    const int64_t requests = kip::test::failEachAllocation([&runs] {
+    static std::atomic<int32_t> runs;
+    const int64_t requests = kip::test::failEachAllocation([] {
         runs = 0;
-        const int32_t status = dispatchBlocks(40, runs);
+        Records records;
+        int32_t status = 0;
+        for (int32_t i = 0; i < 40 && status >= 0; ++i) {
+            void *block = nullptr;
+            status = ksys_memory_alloc_internal(100, &block);
+            if (status >= 0)
+                status = ksys_jobParams_takeData(&records.params, &block, ksys_memory_free_internal);
+            if (status >= 0)
+                status = ksys_jobRequestSet_addFuncAndParams(
+                    &records.requests, [](const ksys_jobParams *) { return ++runs, 0; }, &records.params);
+        }
+        if (status >= 0)
+            status = records.dispatch();
         EXPECT_EQ(runs, status < 0 ? 0 : 40);
         return status;
     });
@@ -415,22 +380,14 @@ TEST_F(Jobs, runAllOrNoneWhenMemoryRunsOut)
 
 TEST_F(Jobs, dispatchedSetsCanBeDispatchedAgain)
 {
-    ksys_jobThreadGroup group{2};
-    ksys_jobParams params;
-    ksys_jobRequestSet requests;
-    ksys_jobResultSet results;
-    ksys_jobParams_construct(&params);
-    ksys_jobRequestSet_construct(&requests);
-    ksys_jobResultSet_construct(&results);
+    Records records;
     for (int32_t jobs = 1; jobs <= 3; ++jobs) {
         ksys_jobRequestSet_addFuncAndParams(
-            &requests, [](const ksys_jobParams *) { return 7; }, &params);
-        EXPECT_EQ(ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results), 0);
-        EXPECT_EQ(results.count, jobs);
-        EXPECT_EQ(std::count(results.statuses, results.statuses + results.count, 7), jobs);
+            &records.requests, [](const ksys_jobParams *) { return 7; }, &records.params);
+        EXPECT_EQ(records.dispatch(), 0);
+        EXPECT_EQ(std::vector<int32_t>(records.results.statuses, records.results.statuses + records.results.count),
+                  std::vector<int32_t>(static_cast<size_t>(jobs), 7));
     }
-    ksys_jobResultSet_destruct(&results);
-    ksys_jobRequestSet_destruct(&requests);
 }
 
 // The thread sanitizer ends a forked child that starts a thread.
@@ -452,14 +409,9 @@ TEST_F(Jobs, dispatchedSetsCanBeDispatchedAgain)
 
 #if KIP_TEST_FORKS
 
-// Runs body in a forked child and returns its exit code; -1 when it was killed or took longer than a minute.
-int exitCodeOfChild(const std::function<int()> &body)
+// -1 when the child was killed, as it is after a minute.
+int exitCodeOf(pid_t child)
 {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
-        _exit(body());
-    }
     int status = 0;
     return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
@@ -478,11 +430,13 @@ TEST_F(Jobs, dispatchInAForkedChild)
         });
     }
     for (int i = 0; i < 20; ++i) {
-        const int code = exitCodeOfChild([] {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
             std::atomic<int32_t> present{0};
-            return dispatch(jobsThatMeet(3, present)).status == 0 ? 11 : 12;
-        });
-        EXPECT_EQ(code, 11);
+            _exit(dispatch(jobsThatMeet(3, present)).status == 0 ? 11 : 12);
+        }
+        EXPECT_EQ(exitCodeOf(child), 11);
     }
     isOver = true;
     if (other.joinable())
@@ -495,23 +449,15 @@ TEST_F(Jobs, aForkInsideAJobLeavesNobodyWaiting)
     const std::thread::id caller = std::this_thread::get_id();
     const pid_t parent = getpid();
     std::atomic<int32_t> present{0};
-    std::atomic<bool> isForked{false};
-    int code = -1;
+    std::atomic<int> code{-2};
     const Job job = [&] {
         ++present;
         if (!waitFor([&] { return present >= 2; }))
             return -1;
         if (std::this_thread::get_id() != caller)
-            return waitFor([&] { return isForked.load(); }) ? 0 : -2;
+            return waitFor([&] { return code != -2; }) ? 0 : -2;
         const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
-            return 0;
-        }
-        int status = 0;
-        if (waitpid(child, &status, 0) == child && WIFEXITED(status))
-            code = WEXITSTATUS(status);
-        isForked = true;
+        child == 0 ? static_cast<void>(alarm(60)) : static_cast<void>(code = exitCodeOf(child));
         return 0;
     };
     const Outcome outcome = dispatch({job, job});
@@ -531,23 +477,14 @@ using JobsDeathTest = Jobs;
         std::this_thread::sleep_for(std::chrono::hours(1));
 }
 
-[[noreturn]] void exitIdle()
-{
-    ksys_jobThreadGroup_setThreadCount(4);
-    std::atomic<int32_t> present{0};
-    dispatch(jobsThatMeet(4, present));
-    std::exit(31);
-}
-
 [[noreturn]] void exitInAJob()
 {
     ksys_jobThreadGroup_setThreadCount(3);
     std::atomic<int32_t> present{0};
     const std::thread::id caller = std::this_thread::get_id();
+    // One worker ends the process, while the caller and the other worker are in jobs that do not end.
     const Job job = [&]() -> int32_t {
-        // One worker ends the process, while the caller and the other worker are in jobs that do not end.
-        const int32_t number = std::this_thread::get_id() == caller ? 0 : ++present;
-        if (number != 2)
+        if (std::this_thread::get_id() == caller || ++present != 2)
             waitForever();
         std::exit(32);
     };
@@ -585,7 +522,6 @@ using JobsDeathTest = Jobs;
 TEST_F(JobsDeathTest, theProcessEndsAtOnce)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    EXPECT_EXIT(exitIdle(), testing::ExitedWithCode(31), "");
     EXPECT_EXIT(exitInAJob(), testing::ExitedWithCode(32), "");
     EXPECT_EXIT(exitBesideJobs(), testing::ExitedWithCode(33), "");
     EXPECT_EXIT(exitBesideDispatches(), testing::ExitedWithCode(34), "");
