@@ -13,6 +13,7 @@ struct Command {
 };
 
 Command addTransformCommand(CLI::App &tool);
+Command addProjectCommand(CLI::App &tool);
 Command addSumsCommand(CLI::App &tool);
 Command addInfoCommand(CLI::App &tool);
 Command addSceneCommand(CLI::App &tool);

@@ -29,9 +29,9 @@ int runTool(int argc, char **argv)
                   "kip");
     tool.set_version_flag("--version", "kip " KIP_VERSION);
     tool.require_subcommand(0, 1);
-    const std::array commands = {kiptool::addTransformCommand(tool), kiptool::addSumsCommand(tool),
-                                 kiptool::addInfoCommand(tool), kiptool::addSceneCommand(tool),
-                                 kiptool::addComposeCommand(tool)};
+    const std::array commands = {kiptool::addTransformCommand(tool), kiptool::addProjectCommand(tool),
+                                 kiptool::addSumsCommand(tool),      kiptool::addInfoCommand(tool),
+                                 kiptool::addSceneCommand(tool),     kiptool::addComposeCommand(tool)};
     try {
         tool.parse(argc, argv);
         if (tool.get_subcommands().empty()) // asked here, so that a misspelt command is told as such

@@ -119,6 +119,8 @@ TEST_F(Tool, WrongCommandLinesEndWith2)
              "transform in8.png out.png --rect 10,10,9,9 --overlay o.tif",
              "transform in8.png out.png --rect 10,10,9,9 --mask mask.png",
              "scene out.png --depth 12",
+             "project in8.png --rect 10,10,9,9 -o out.png",
+             "project in8.png --rect 10,10,9,9 --clip --time",
              "sums in8.png",
              "sums in8.png --axis diagonals",
              "sums in8.png --axis rows --window 1,2,3",
@@ -165,6 +167,9 @@ TEST_F(Tool, FailuresEndWith1AndOneLineAndNoFile)
         {"transform in8.png out.png --rect 10,10,0,9", "kip_statusSizeBelowOne (0x8000078a)"},
         {"transform in8.png out.png --corners 10,10,20,20,30,30 --size 5x5", "kmath_statusSingular (0x80000302)"},
         {"transform in8.png out.png --corners 1e308,0,-1e308,0,0,9", "kmath_statusNotFinite (0x80000301)"},
+        {"project in8.png --rect 50,40,30,30", "kip_statusProjectionWouldClip (0x80000783)"},
+        {"project in16.png --rect 10,10,9,9 --mode cubic", "kip_statusProjectionModeUnsupported (0x8000078c)"},
+        {"project in8.png --rect 90,90,9,9 --clip", "kip_statusProjectionOutsideSource (0x80000784)"},
         {"sums in16.png --axis rows", "in16.png: sums of windows are for pictures of 8 bits"},
         {"sums in8.png --axis rows --window 60,40,2,2", "in8.png: the window reaches outside the picture"},
         {"sums in8.png --axis rows -o nowhere/out.csv", "nowhere/out.csv: cannot be written"},
@@ -306,6 +311,26 @@ TEST_F(Tool, SumsOfRowsAndColumnsOfAWindow)
     EXPECT_EQ(textOf(at("out.json")), "{\"axis\": \"column\", \"quantity\": \"sum\", \"samples\": 3, \"first\": 0, "
                                       "\"end\": 4,\n \"values\": [111, 222, 288, 299]}\n");
     EXPECT_NE(textOf(at("plot.svg")).find("</svg>"), std::string::npos);
+}
+
+TEST_F(Tool, ProjectAddsUpColumnsOfARectangle)
+{
+    Picture picture = makePicture(8, 4, 1, 16);
+    auto &samples = std::get<std::vector<uint16_t>>(picture.samples);
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<uint16_t>(i % 8 < 2 ? 40 : 1000 * (i / 8));
+    writePicture(at("steps.tif"), picture);
+    EXPECT_EQ(run("project steps.tif --rect 1,1,3,2").out, "column,sum\n0,80\n1,3000\n2,3000\n");
+    EXPECT_EQ(run("project steps.tif --rect 1,1,3,2 --mean --clip").out, "column,mean\n0,40\n1,1500\n2,1500\n");
+    EXPECT_EQ(run("project steps.tif --rect 2,1,3,3 --angle 90").out, "column,sum\n0,3000\n1,6000\n2,9000\n");
+    EXPECT_EQ(run("project steps.tif --rect=-1,-1,3,3 --clip").out, "column,sum,coverage\n0,0,0\n1,80,2\n2,80,2\n");
+    EXPECT_EQ(run("project steps.tif --rect=-1,-1,3,3 --clip --mean -o out.json --plot plot.png").out, "");
+    EXPECT_EQ(textOf(at("out.json")),
+              "{\"axis\": \"column\", \"quantity\": \"mean\", \"samples\": 3, \"first\": 1, \"end\": 3,\n"
+              " \"values\": [null, 40, 40],\n \"coverage\": [0, 2, 2]}\n");
+    EXPECT_EQ(readPicture(at("plot.png")).picture.width, 800);
+    const Outcome timed = run("project steps.tif --rect 1,1,3,2 --time");
+    EXPECT_EQ(timed.error.rfind("3 x 2 samples, bilinear: ", 0), 0u) << timed.error;
 }
 
 // The overlay helps most when the rectangle is refused, so it is drawn then too.
