@@ -334,7 +334,7 @@ TEST_P(Clipped, EveryDestinationReceivesWhatItSharesWithTheResult)
     EXPECT_TRUE(isEqual(resultMask.map(), placementOf(across)));
     const struct {
         int32_t width, height, pitch, x, y;
-    } rows[] = {{32, 16, 0, 0, 0}, {32, 16, -35, 0, 0}, {40, 20, 41, 0, 0},
+    } rows[] = {{32, 16, 0, 0, 0}, {32, 16, -35, 0, 0}, {40, 16, 41, 0, 0}, {32, 20, 0, 0, 0},
                 {5, 30, 0, 0, 0},  {40, 20, 0, 3, -2},  {40, 20, 0, 99, 0}};
     const auto expectPart = [](const Bound &bound, const Image &whole, bool inPlace, const kmath_xformLinear &map) {
         Pixels expected = bound.before;
