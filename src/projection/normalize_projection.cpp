@@ -34,7 +34,8 @@ SumColumns trim(SumRow coverage, SumColumns range)
 // Nearest, halves up; modulo 2^32, which only sums that have wrapped themselves can reach.
 uint32_t rounded(double value)
 {
-    return static_cast<uint32_t>(static_cast<uint64_t>(value + 0.5));
+    const double raised = value + 0.5;
+    return static_cast<uint32_t>(static_cast<uint64_t>(raised));
 }
 
 void normalizeColumns(SumRow result, SumRow coverage, const SumColumns &range, double samplesPerCoverage)

@@ -211,8 +211,8 @@ struct AddLines {
             for (int32_t r = 0; r < tile.rows; r += kRows) {
                 const int32_t rows = std::min(kRows, tile.rows - r);
                 for (int32_t n = 0; n < rows; ++n) {
-                    sampleLine<Row>(source, {start.x, start.y, tile.colStepX, tile.colStepY}, lines + n * kStretch,
-                                    count);
+                    sampleLine<Row>(source, {start.x, start.y, tile.colStepX, tile.colStepY},
+                                    lines + int64_t{n} * kStretch, count);
                     start.move(tile.rowStepX, tile.rowStepY);
                 }
                 addLines(lines, rows, count, static_cast<uint32_t *>(dst) + first);
@@ -237,16 +237,16 @@ private:
     {
         __m128i sum = _mm_setzero_si128();
         for (int32_t r = 0; r < rows; ++r)
-            sum = _mm_add_epi16(
-                sum, _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(samples + r * kStretch))));
+            sum = _mm_add_epi16(sum, _mm_cvtepu8_epi16(_mm_loadl_epi64(
+                                         reinterpret_cast<const __m128i *>(samples + int64_t{r} * kStretch))));
         return _mm256_cvtepu16_epi32(sum);
     }
     static __m256i addColumns(const uint16_t *samples, int32_t rows)
     {
         __m256i sum = _mm256_setzero_si256();
         for (int32_t r = 0; r < rows; ++r)
-            sum = _mm256_add_epi32(
-                sum, _mm256_cvtepu16_epi32(_mm_load_si128(reinterpret_cast<const __m128i *>(samples + r * kStretch))));
+            sum = _mm256_add_epi32(sum, _mm256_cvtepu16_epi32(_mm_load_si128(
+                                            reinterpret_cast<const __m128i *>(samples + int64_t{r} * kStretch))));
         return sum;
     }
 };

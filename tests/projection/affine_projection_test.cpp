@@ -113,7 +113,7 @@ TEST_P(AffineProjection, SumsAreThoseOfTheTransformAtEveryLevel)
     std::vector<Level> levels = availableLevels();
     levels.push_back({"portable", 0});
     Random random(4200 + std::get<1>(GetParam()));
-    for (int n = 0; n < 400 && !HasFatalFailure(); ++n) {
+    for (int n = 0; n < 200 && !HasFatalFailure(); ++n) {
         const bool isSmall = random.oneIn(2);
         TransformCase c = caseOf(random, random.between32(isSmall ? 1 : 20, isSmall ? 40 : 600),
                                  random.between32(isSmall ? 1 : 20, isSmall ? 40 : 400));

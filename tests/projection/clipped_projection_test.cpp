@@ -176,7 +176,7 @@ TEST_P(ClippedProjection, MeansOfAConstantPictureAreThatConstant)
     for (int n = 0; n < 300 && !HasFailure(); ++n) {
         SCOPED_TRACE(n);
         const bool isGreatest = random.oneIn(2);
-        const uint32_t value = isGreatest ? 255 : static_cast<uint32_t>(random.between(1, 254)) * forms.bytesPerPixel;
+        const uint32_t value = isGreatest ? 255 : static_cast<uint32_t>(random.between(1, 254) * forms.bytesPerPixel);
         Pixels pixels(forms.bytesPerPixel, kWidth, kHeight);
         for (int32_t i = 0; i < kWidth * kHeight; ++i)
             pixels.set(i % kWidth, i / kWidth, value);
