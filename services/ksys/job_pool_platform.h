@@ -3,13 +3,9 @@
 
 // What the job pool asks of the operating system and the processor beyond the standard library.
 
-#if defined(_WIN32)
-#define WIN32_LEAN_AND_MEAN
-#if !defined(NOMINMAX)
-#define NOMINMAX
-#endif
-#include <windows.h>
-#else
+#include "keep_loaded.h"
+
+#if !defined(_WIN32)
 #include <csignal>
 #include <pthread.h>
 #endif
@@ -33,9 +29,7 @@ inline void relaxProcessor()
 inline bool prepareForThreads(void (*)())
 {
     static const char anchor = 0;
-    HMODULE module = nullptr;
-    return GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, &anchor,
-                              &module) != 0;
+    return keepLoaded(&anchor);
 }
 
 /** Whether threads can be waited for while the library is being unloaded. */

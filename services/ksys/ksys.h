@@ -154,7 +154,10 @@ KSERVICES_API int32_t ksys_criticalSection_release(ksys_criticalSection *section
 /** A shutdown callback. */
 typedef int32_t (*ksys_shutdownRoutine)(void *argument);
 
-/** Registers a callback that runs once at shutdown. Returns 0, or #ksys_statusOutOfMemory. */
+/**
+ * Registers a callback that runs once at shutdown. On Windows the library that it lies in stays loaded from then on;
+ * elsewhere the caller sees to that. Returns 0, or #ksys_statusOutOfMemory.
+ */
 KSERVICES_API int32_t ksys_shutdown_register(ksys_shutdownRoutine routine, void *argument);
 
 /**

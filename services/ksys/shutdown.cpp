@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "job_pool.h"
+#include "keep_loaded.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ int32_t ksys_shutdown_register(ksys_shutdownRoutine routine, void *argument)
     const int32_t status = ksys_memory_alloc_internal(sizeof *callback, &callback);
     if (status < 0)
         return status;
+    keepLoaded(reinterpret_cast<const void *>(routine)); // code in no library stays in its owner's care
     *callback = {routine, argument, newest.load(std::memory_order_relaxed)};
     while (!newest.compare_exchange_weak(callback->older, callback, std::memory_order_release,
                                          std::memory_order_relaxed)) {

@@ -19,7 +19,7 @@ file(WRITE "${work_dir}/outer.c" "
 #include <kip/kip.h>
 int main(void) { kip_affineSampleCache *cache; return kip_affineSampleCache_construct(&cache); }
 ")
-run("${CMAKE_COMMAND}" -S "${work_dir}" -B "${work_dir}/build" -G "${generator}"
+run("${CMAKE_COMMAND}" -S "${work_dir}" -B "${work_dir}/build" -G "${generator}" ${cross_options}
     -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON
     -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON
     "-DCMAKE_C_COMPILER=${c_compiler}" "-DCMAKE_CXX_COMPILER=${cxx_compiler}")
