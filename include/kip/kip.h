@@ -6,7 +6,8 @@
  * kip: geometric image operations for machine vision.
  *
  * From a grey 8- or 16-bit image, kip resamples an affine rectangle (a parallelogram placed in the image's
- * client coordinates) onto a destination image.
+ * client coordinates) onto a destination image, or adds its samples up to a profile along one of its sides.
+ * Rectangles may lie inside the image, or reach outside it if asked to.
  *
  * Coordinates. Pixel (p, q) covers [p, p + 1) x [q, q + 1), so its centre is (p + 0.5, q + 0.5). An image
  * carries a map from client coordinates to its pixel coordinates (the identity unless the caller sets
