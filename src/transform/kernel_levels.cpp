@@ -87,10 +87,11 @@ PlanRowKernels<uint8_t, uint8_t> linearRowKernels8([[maybe_unused]] uint32_t fea
     auto kernels = portableRowKernels<Linear8>(accumulate);
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
-        kernels = {linearSamples8Avx2, accumulate == 0 ? linearOutputs8Avx2 : linearOutputsAdd8Avx2, copyStrip8Sse2};
+        kernels = {linearSamples8Avx2, accumulate == 0 ? linearOutputs8Avx2 : linearOutputsAdd8Avx2, copyStrip8Sse2,
+                   nullptr};
     if ((features & ksys_featureAvx512Vbmi) != 0)
         kernels = {linearSamples8Avx512, accumulate == 0 ? linearOutputs8Avx512 : linearOutputsAdd8Avx512,
-                   copyStrip8Sse2};
+                   copyStrip8Sse2, accumulate == 0 ? linearBand8Avx512 : linearBandAdd8Avx512};
 #endif
     return kernels;
 }
@@ -100,9 +101,11 @@ PlanRowKernels<uint8_t, int16_t> cubicRowKernels8([[maybe_unused]] uint32_t feat
     auto kernels = portableRowKernels<CubicPacked8>(accumulate);
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
-        kernels = {cubicSamples8Avx2, accumulate == 0 ? cubicOutputs8Avx2 : cubicOutputsAdd8Avx2, copyStrip8Sse2};
+        kernels = {cubicSamples8Avx2, accumulate == 0 ? cubicOutputs8Avx2 : cubicOutputsAdd8Avx2, copyStrip8Sse2,
+                   nullptr};
     if ((features & ksys_featureAvx512Vbmi) != 0)
-        kernels = {cubicSamples8Avx512, accumulate == 0 ? cubicOutputs8Avx512 : cubicOutputsAdd8Avx512, copyStrip8Sse2};
+        kernels = {cubicSamples8Avx512, accumulate == 0 ? cubicOutputs8Avx512 : cubicOutputsAdd8Avx512, copyStrip8Sse2,
+                   accumulate == 0 ? cubicBand8Avx512 : cubicBandAdd8Avx512};
 #endif
     return kernels;
 }
@@ -112,8 +115,10 @@ PlanRowKernels<uint16_t, uint16_t> linearRowKernels16([[maybe_unused]] uint32_t 
     auto kernels = portableRowKernels<Linear16>(accumulate);
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
-        kernels = {linearSamples16Avx2, accumulate == 0 ? linearOutputs16Avx2 : linearOutputsAdd16Avx2,
-                   copyStrip16Sse2};
+        kernels = {linearSamples16Avx2, accumulate == 0 ? linearOutputs16Avx2 : linearOutputsAdd16Avx2, copyStrip16Sse2,
+                   nullptr};
+    if ((features & ksys_featureAvx512Vbmi) != 0 && accumulate == 0)
+        kernels.band = linearBand16Avx512;
 #endif
     return kernels;
 }
@@ -123,7 +128,10 @@ PlanRowKernels<uint16_t, int32_t> cubicRowKernels16([[maybe_unused]] uint32_t fe
     auto kernels = portableRowKernels<Cubic16>(accumulate);
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
-        kernels = {cubicSamples16Avx2, accumulate == 0 ? cubicOutputs16Avx2 : cubicOutputsAdd16Avx2, copyStrip16Sse2};
+        kernels = {cubicSamples16Avx2, accumulate == 0 ? cubicOutputs16Avx2 : cubicOutputsAdd16Avx2, copyStrip16Sse2,
+                   nullptr};
+    if ((features & ksys_featureAvx512Vbmi) != 0 && accumulate == 0)
+        kernels.band = cubicBand16Avx512;
 #endif
     return kernels;
 }

@@ -43,6 +43,9 @@ struct StripCopy {
     int64_t stripPitch; // at least primary
 };
 
+template <typename Pixel>
+struct BandRun; // plan_bands.h
+
 // All taps of a run must lie inside the source, or the line.
 template <typename Pixel, typename Entry>
 struct PlanRowKernels {
@@ -51,6 +54,8 @@ struct PlanRowKernels {
     // Set where samples run much faster along the source's rows: tiles of other scans are copied first, and
     // samples then see a majorStep of 1. Null: every run reads the source itself.
     void (*copyStrip)(const StripCopy<Pixel> &copy);
+    // Resamples the rows of a tile together, where isBandGeometry allows it. Null: there is no such kernel.
+    void (*band)(const BandRun<Pixel> &run);
 };
 
 // ---- What a sample and a pixel are -----------------------------------------------------------------------------
@@ -200,7 +205,7 @@ template <typename Rule>
 PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> portableRowKernels(uint32_t accumulate)
 {
     return {sampleLinePortable<Rule>,
-            accumulate == 0 ? outputLinePortable<Rule, false> : outputLinePortable<Rule, true>, nullptr};
+            accumulate == 0 ? outputLinePortable<Rule, false> : outputLinePortable<Rule, true>, nullptr, nullptr};
 }
 
 } // namespace kip

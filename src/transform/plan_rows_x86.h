@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "transform/plan_bands.h"
 #include "transform/plan_rows.h"
 
 namespace kip {
@@ -17,6 +18,13 @@ void linearOutputs8Avx512(const OutputRun<uint8_t> &run);
 void linearOutputsAdd8Avx512(const OutputRun<uint8_t> &run);
 void cubicOutputs8Avx512(const OutputRun<int16_t> &run);
 void cubicOutputsAdd8Avx512(const OutputRun<int16_t> &run);
+
+void linearBand8Avx512(const BandRun<uint8_t> &run);
+void linearBandAdd8Avx512(const BandRun<uint8_t> &run);
+void cubicBand8Avx512(const BandRun<uint8_t> &run);
+void cubicBandAdd8Avx512(const BandRun<uint8_t> &run);
+void linearBand16Avx512(const BandRun<uint16_t> &run);
+void cubicBand16Avx512(const BandRun<uint16_t> &run);
 
 // AVX2.
 void linearSamples8Avx2(const SampleRun<uint8_t> &run, uint8_t *out);

@@ -5,6 +5,7 @@
 
 #include "cache/cubic_weight_table.h"
 #include "transform/kernel_levels.h"
+#include "transform/plan_bands.h"
 #include "transform/plan_rows.h"
 
 namespace kip {
@@ -368,6 +369,31 @@ void runBoundedOutputs(const Scan<Rule> &scan, const OutputRun<typename Rule::En
 
 // ---- The walk ---------------------------------------------------------------------------------------------------
 
+// Rows of a tile as one run; row is the first of them.
+template <typename Rule>
+BandRun<typename Rule::Pixel> bandAt(const Scan<Rule> &scan, const PlanRow &row, int32_t c, int32_t rows, void *dst,
+                                     int64_t rowAdvance)
+{
+    const kip_affineTilePlan &plan = scan.plan;
+    const SampleView<typename Rule::Pixel> view = sourceView(scan);
+    return {view.origin + (plan.direction * row.primary * view.majorStep + row.secondary * view.minorStep),
+            view.majorStep,
+            view.minorStep,
+            -row.secondary,
+            scan.source.secondarySize() - 1 - row.secondary,
+            static_cast<int32_t>(row.position),
+            plan.secondaryRowStep,
+            plan.secondaryShear,
+            static_cast<int32_t>(row.outputPosition),
+            plan.primaryStep,
+            plan.primaryRowStep,
+            plan.tileWidth[c],
+            rows,
+            scan.weights,
+            dst,
+            rowAdvance};
+}
+
 // dst: the tile's first pixel, or the first of its sums.
 template <typename Rule>
 void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, void *dst)
@@ -375,26 +401,40 @@ void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, void 
     using Pixel = typename Rule::Pixel;
     const int64_t rowAdvance =
         scan.add ? 0 : static_cast<int32_t>(scan.plan.destinationPitch) * static_cast<int64_t>(sizeof(Pixel));
+    const auto dstOfRow = [dst, rowAdvance](int32_t j) { return static_cast<uint8_t *>(dst) + j * rowAdvance; };
     const bool longEnough = isLineLongEnough(scan, c);
     TileBox box;
     const bool tileInside = isTileInside(scan, tile, c, &box);
-    const SampleView<Pixel> view = tileInside ? tileView(scan, box) : sourceView(scan);
-    for (int32_t j = 0; j < scan.plan.tileHeight[c]; ++j) {
+    const auto rowInside = [&](int32_t j) { return tileInside || isRowInside(scan, planRowAt(scan.plan, tile, j), c); };
+    const bool inBands = scan.kernels.band != nullptr && longEnough &&
+                         isBandGeometry(scan.plan.secondaryShear, scan.plan.secondaryRowStep, scan.plan.primaryStep,
+                                        scan.plan.primaryRowStep, scan.plan.tileWidth[c]);
+    const SampleView<Pixel> view = tileInside && !inBands ? tileView(scan, box) : sourceView(scan);
+
+    const int32_t height = scan.plan.tileHeight[c];
+    for (int32_t j = 0; j < height;) {
+        int32_t rows = 0;
+        if (inBands)
+            while (rows < kBandRows && j + rows < height && rowInside(j + rows))
+                ++rows;
+        if (rows > 0) {
+            scan.kernels.band(bandAt(scan, planRowAt(scan.plan, tile, j), c, rows, dstOfRow(j), rowAdvance));
+            j += rows;
+            continue;
+        }
         const PlanRow row = planRowAt(scan.plan, tile, j);
-        if (tileInside || isRowInside(scan, row, c))
+        if (rowInside(j))
             runSamples(scan, view, row, c);
         else
             runEdgeSamples(scan, row, c);
-        const OutputRun<typename Rule::Entry> outputs = {scan.line,
-                                                         row.outputPosition,
-                                                         static_cast<uint32_t>(scan.plan.primaryStep),
-                                                         scan.plan.tileWidth[c],
-                                                         scan.weights,
-                                                         static_cast<uint8_t *>(dst) + j * rowAdvance};
+        const OutputRun<typename Rule::Entry> outputs = {
+            scan.line,    row.outputPosition, static_cast<uint32_t>(scan.plan.primaryStep), scan.plan.tileWidth[c],
+            scan.weights, dstOfRow(j)};
         if (longEnough)
             scan.kernels.outputs(outputs);
         else
             runBoundedOutputs(scan, outputs);
+        ++j;
     }
 }
 

@@ -281,6 +281,92 @@ Twin outputTwin(const std::string &name, uint32_t features, void (*variant)(cons
     return makeTwin(name, features, Family{}, adapt, outputLinePortable<Rule, kAdd>, variant);
 }
 
+// Bands of rows, through a source that just holds the taps of all samples.
+template <typename Rule, bool kAdd>
+struct BandFamily {
+    using Pixel = typename Rule::Pixel;
+    using Element = std::conditional_t<kAdd, uint32_t, Pixel>;
+    struct Call {
+        BandRun<Pixel> run; // but for the origin and the destination
+        int64_t origin;
+        Shape shape;
+    };
+
+    Call draw(Random &random, int32_t width, int32_t rows) const
+    {
+        BandRun<Pixel> run = {};
+        run.width = std::min(width, kBandWidth);
+        run.rows = std::min(rows, kBandRows);
+        run.weights = cubicWeights();
+        // What plans of turned squares have, or any steps in their range.
+        const double turn = random.between(-0.25, 0.25) * 3.141592653589793;
+        const double scale = 65536.0 * (random.oneIn(2) ? 1.0 : random.between(0.1, 1.3));
+        const bool turned = random.oneIn(2);
+        const auto stepOf = [&](double step) {
+            return turned ? static_cast<int32_t>(step) : random.between32(-kBandStep, kBandStep);
+        };
+        run.shear = turned ? static_cast<int32_t>(65536.0 * std::tan(turn)) : random.between32(-0x10000, 0x10000);
+        run.positionRowStep = stepOf(random.sign() * scale / std::cos(turn));
+        run.outputStep = std::abs(stepOf(scale * std::cos(turn)));
+        run.outputRowStep = stepOf(scale * std::sin(turn));
+        run.outputPosition = random.between32(0, 0xFFFF);
+        run.position = random.between32(-0x80000, 0x80000);
+
+        // Along the source as far as any row's samples, across it as far as their taps.
+        const int32_t firstSample = Rule::kCubic ? -1 : 0;
+        const int32_t samples = countBandSamples<Rule>(run);
+        int64_t left = INT64_MAX;
+        int64_t right = INT64_MIN;
+        int64_t least = INT64_MAX;
+        int64_t greatest = INT64_MIN;
+        for (int32_t j = 0; j < run.rows; ++j) {
+            const int64_t first = ((run.outputPosition + j * run.outputRowStep) >> 16) + firstSample;
+            left = std::min(left, first);
+            right = std::max(right, first + samples - 1);
+            for (const int64_t m : {first, first + samples - 1}) {
+                const int64_t line = (run.position + int64_t{j} * run.positionRowStep + m * run.shear) >> 16;
+                least = std::min(least, line + Rule::kFirstTap);
+                greatest = std::max(greatest, line + Rule::kFirstTap + Rule::kTaps - 1);
+            }
+        }
+        const auto along = static_cast<int32_t>(right - left + 1);
+        const auto across = static_cast<int32_t>(greatest - least + 1);
+        const bool transposed = random.oneIn(2);
+        const bool mirrored = random.oneIn(2);
+        Shape shape = {transposed ? across : along, transposed ? along : across, 0, run.width, run.rows, 0};
+        shape.sourcePitch = (shape.sourceWidth + random.between32(0, 3)) * random.sign();
+        shape.pitch = (run.width + random.between32(0, 3)) * random.sign();
+        run.majorStep = (transposed ? shape.sourcePitch : 1) * (mirrored ? -1 : 1);
+        run.minorStep = transposed ? 1 : shape.sourcePitch;
+        run.leastLine = least;
+        run.greatestLine = greatest;
+        run.rowAdvance = shape.pitch * static_cast<int64_t>(sizeof(Element));
+        if (kAdd) {
+            shape.rows = 1;
+            shape.pitch = run.width;
+            run.rowAdvance = 0;
+        }
+        return {run, -(mirrored ? right : left) * run.majorStep - least * run.minorStep, shape};
+    }
+    Shape shape(const Call &call) const { return call.shape; }
+};
+
+template <typename Rule, bool kAdd = false>
+Twin bandTwin(const std::string &name, uint32_t features, void (*variant)(const BandRun<typename Rule::Pixel> &))
+{
+    using Family = BandFamily<Rule, kAdd>;
+    const auto adapt = [](auto kernel) {
+        return [kernel](const typename Family::Call &call, const auto *source, auto *destination) {
+            auto run = call.run;
+            run.origin = source + call.origin;
+            run.dst = destination;
+            kernel(run);
+            return 0;
+        };
+    };
+    return makeTwin(name, features, Family{}, adapt, resampleBandPortable<Rule, kAdd>, variant);
+}
+
 // ---- The table -------------------------------------------------------------------------------------------------
 
 std::vector<Twin> listTwins()
@@ -378,6 +464,12 @@ std::vector<Twin> listRowVariants()
         outputTwin<Linear16, true>("LinearOutputsAdd16Avx2", avx2, linearOutputsAdd16Avx2),
         outputTwin<Cubic16>("CubicOutputs16Avx2", avx2, cubicOutputs16Avx2),
         outputTwin<Cubic16, true>("CubicOutputsAdd16Avx2", avx2, cubicOutputsAdd16Avx2),
+        bandTwin<Linear8>("LinearBand8Avx512", vbmi, linearBand8Avx512),
+        bandTwin<Linear8, true>("LinearBandAdd8Avx512", vbmi, linearBandAdd8Avx512),
+        bandTwin<CubicPacked8>("CubicBand8Avx512", vbmi, cubicBand8Avx512),
+        bandTwin<CubicPacked8, true>("CubicBandAdd8Avx512", vbmi, cubicBandAdd8Avx512),
+        bandTwin<Linear16>("LinearBand16Avx512", vbmi, linearBand16Avx512),
+        bandTwin<Cubic16>("CubicBand16Avx512", vbmi, cubicBand16Avx512),
     };
 }
 #endif

@@ -1,0 +1,544 @@
+#ifndef KIP_TRANSFORM_PLAN_BANDS_AVX512_H
+#define KIP_TRANSFORM_PLAN_BANDS_AVX512_H
+
+// What the AVX-512 band kernels of both depths share. Included after every other header.
+//
+// A band first copies what it reads into lines that follow the shear: in column m of the copy, everything is moved up
+// by the integer part of sample m's position in row 0. All samples of a row then lie between two neighbouring lines
+// of the copy and the next two, and whether it is the upper or the lower two is the carry of adding the fractions of
+// column and row. No lane searches for its line, whatever the angle.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "support/target_region.h"
+#include "support/x86_intrinsics.h"
+#include "transform/plan_bands.h"
+
+KIP_TARGET_BEGIN("avx2,avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi")
+
+namespace kip::avx512 {
+
+inline constexpr int32_t kGroup = 32; // lanes of a word each
+
+// ---- The copy of a band -------------------------------------------------------------------------------------------
+
+// Columns and lines count from the first ones of the copy.
+struct BandLayout {
+    int32_t firstColumn; // of the samples, counted from sample 0 of row 0
+    int32_t columns;
+    int32_t firstLine; // of the taps, before a column's own integer part is added
+    int32_t lines;
+    int32_t leastRowLine;
+    int32_t rowColumns; // samples of a row
+
+    int32_t pitch() const { return (columns + 63) / 64 * 64; }
+};
+
+template <typename Pixel>
+inline int32_t columnOfRow(const BandRun<Pixel> &run, int32_t j)
+{
+    return (run.outputPosition + j * run.outputRowStep) >> 16;
+}
+
+template <typename Pixel>
+inline int32_t lineOfRow(const BandRun<Pixel> &run, int32_t j)
+{
+    return (j * run.positionRowStep) >> 16;
+}
+
+template <typename Rule>
+inline BandLayout layOutBand(const BandRun<typename Rule::Pixel> &run)
+{
+    const int32_t lastColumn = columnOfRow(run, run.rows - 1);
+    const int32_t lastLine = lineOfRow(run, run.rows - 1);
+    const int32_t samples = countBandSamples<Rule>(run);
+    return {std::min(lastColumn, 0) - (Rule::kCubic ? 1 : 0),
+            std::abs(lastColumn) + samples,
+            std::min(lastLine, 0) + Rule::kFirstTap,
+            std::abs(lastLine) + 1 + Rule::kTaps,
+            std::min(lastLine, 0),
+            samples};
+}
+
+// The rows whose samples touch some columns of the copy, in the order in which rows move along the columns.
+template <typename Pixel>
+struct TouchingRows {
+    const BandRun<Pixel> &run;
+    const BandLayout &layout;
+    int32_t first = 0;
+    int32_t last = -1;
+
+    int32_t row(int32_t n) const { return run.outputRowStep >= 0 ? n : run.rows - 1 - n; }
+    // The first column of row n.
+    int32_t column(int32_t n) const { return columnOfRow(run, row(n)) - std::min(columnOfRow(run, run.rows - 1), 0); }
+    // Moves on to columns that lie no further left than those before.
+    void moveTo(int32_t from, int32_t to)
+    {
+        while (last + 1 < run.rows && column(last + 1) <= to)
+            ++last;
+        while (first < last && column(first) + layout.rowColumns <= from)
+            ++first;
+    }
+};
+
+template <typename Pixel>
+inline constexpr int32_t kBlock = 16 / sizeof(Pixel); // columns that are copied together
+
+inline __m128i loadBlockRow(const void *at)
+{
+    return _mm_loadu_si128(static_cast<const __m128i *>(at));
+}
+
+// Four rows of a block.
+template <typename Pixel>
+inline __m512i loadFourRows(const Pixel *src, int64_t pitch)
+{
+    const __m256i low =
+        _mm256_inserti128_si256(_mm256_castsi128_si256(loadBlockRow(src)), loadBlockRow(src + pitch), 1);
+    const __m256i high = _mm256_inserti128_si256(_mm256_castsi128_si256(loadBlockRow(src + 2 * pitch)),
+                                                 loadBlockRow(src + 3 * pitch), 1);
+    return _mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1);
+}
+
+inline void storeQuarters(__m512i v, uint8_t *dst, int64_t pitch)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst), _mm512_castsi512_si128(v));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + pitch), _mm512_extracti32x4_epi32(v, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 2 * pitch), _mm512_extracti32x4_epi32(v, 2));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 3 * pitch), _mm512_extracti32x4_epi32(v, 3));
+}
+
+template <typename Pixel>
+inline __m512i permute(__m512i low, __m512i index, __m512i high)
+{
+    if constexpr (sizeof(Pixel) == 1)
+        return _mm512_permutex2var_epi8(low, index, high);
+    else
+        return _mm512_permutex2var_epi16(low, index, high);
+}
+
+template <typename Pixel>
+inline __m512i select(__mmask64 mask, __m512i otherwise, __m512i where)
+{
+    if constexpr (sizeof(Pixel) == 1)
+        return _mm512_mask_blend_epi8(mask, otherwise, where);
+    else
+        return _mm512_mask_blend_epi16(static_cast<__mmask32>(mask), otherwise, where);
+}
+
+// Which of up to 20 rows every pixel of four copied ones is taken from.
+struct BlockIndex {
+    __m512i withinEight; // index into eight rows
+    __mmask64 second;    // pixels from rows 8 to 15
+    __mmask64 third;     // pixels from rows 16 to 19
+};
+
+// fraction: of the block's first column. The rows count from the uppermost one that any column starts at.
+template <typename Pixel>
+inline BlockIndex blockIndex(int32_t fraction, int32_t shear, int32_t uppermost, bool mirrored)
+{
+    constexpr int32_t block = kBlock<Pixel>;
+    const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    const __m512i columns = _mm512_and_si512(lanes, _mm512_set1_epi32(block - 1));
+    const __m512i positions =
+        _mm512_add_epi32(_mm512_set1_epi32(fraction), _mm512_mullo_epi32(columns, _mm512_set1_epi32(shear)));
+    const __m512i starts = _mm512_sub_epi32(_mm512_srai_epi32(positions, 16), _mm512_set1_epi32(uppermost));
+    const __m512i places = mirrored ? _mm512_sub_epi32(_mm512_set1_epi32(block - 1), columns) : columns;
+    if constexpr (sizeof(Pixel) == 1) {
+        const __m512i within =
+            _mm512_setr_epi32(0, 0, 0, 0, 0x01010101, 0x01010101, 0x01010101, 0x01010101, 0x02020202, 0x02020202,
+                              0x02020202, 0x02020202, 0x03030303, 0x03030303, 0x03030303, 0x03030303);
+        const __m512i rows = _mm512_add_epi8(_mm512_broadcast_i32x4(_mm512_cvtepi32_epi8(starts)), within);
+        const __m512i place = _mm512_broadcast_i32x4(_mm512_cvtepi32_epi8(places));
+        const __m512i scaled = _mm512_slli_epi16(_mm512_and_si512(rows, _mm512_set1_epi8(7)), 4);
+        return {_mm512_or_si512(scaled, place), _mm512_test_epi8_mask(rows, _mm512_set1_epi8(8)),
+                _mm512_test_epi8_mask(rows, _mm512_set1_epi8(16))};
+    } else {
+        const __m512i within = _mm512_setr_epi32(0, 0, 0, 0, 0x10001, 0x10001, 0x10001, 0x10001, 0x20002, 0x20002,
+                                                 0x20002, 0x20002, 0x30003, 0x30003, 0x30003, 0x30003);
+        const __m512i rows = _mm512_add_epi16(_mm512_broadcast_i64x4(_mm512_cvtepi32_epi16(starts)), within);
+        const __m512i place = _mm512_broadcast_i64x4(_mm512_cvtepi32_epi16(places));
+        const __m512i scaled = _mm512_slli_epi16(_mm512_and_si512(rows, _mm512_set1_epi16(7)), 3);
+        return {_mm512_or_si512(scaled, place), _mm512_test_epi16_mask(rows, _mm512_set1_epi16(8)), 0};
+    }
+}
+
+// Copies a block of columns from a source whose rows follow the primary axis: 4 * quads lines. kRegisters of four rows
+// hold all that four lines of the copy come from.
+template <typename Pixel, int kRegisters>
+inline void copyLinesOfBlock(const Pixel *src, int64_t pitch, const BlockIndex &index, int32_t quads, Pixel *copy,
+                             int64_t copyPitch)
+{
+    __m512i rows[6];
+    for (int i = 0; i < kRegisters - 1; ++i)
+        rows[i] = loadFourRows(src + int64_t{4} * i * pitch, pitch);
+    for (int32_t n = 0; n < quads; ++n) {
+        rows[kRegisters - 1] = loadFourRows(src + int64_t{4} * (n + kRegisters - 1) * pitch, pitch);
+        __m512i lines = permute<Pixel>(rows[0], index.withinEight, rows[kRegisters > 1 ? 1 : 0]);
+        if constexpr (kRegisters > 2)
+            lines = select<Pixel>(index.second, lines,
+                                  permute<Pixel>(rows[2], index.withinEight, rows[kRegisters > 3 ? 3 : 2]));
+        if constexpr (kRegisters > 4)
+            lines = select<Pixel>(index.third, lines, permute<Pixel>(rows[4], index.withinEight, rows[4]));
+        storeQuarters(lines, reinterpret_cast<uint8_t *>(copy + int64_t{4} * n * copyPitch),
+                      copyPitch * static_cast<int64_t>(sizeof(Pixel)));
+        for (int i = 0; i + 1 < kRegisters; ++i)
+            rows[i] = rows[i + 1];
+    }
+}
+
+// Interleaves registers i and i + n / 2 of n, each quarter on its own; log2(n) such steps transpose the quarters.
+template <typename Pixel>
+inline void interleave(__m512i (&a)[kBlock<Pixel>])
+{
+    constexpr int32_t half = kBlock<Pixel> / 2;
+    __m512i b[2 * half];
+    for (int i = 0; i < half; ++i) {
+        b[2 * i] =
+            sizeof(Pixel) == 1 ? _mm512_unpacklo_epi8(a[i], a[i + half]) : _mm512_unpacklo_epi16(a[i], a[i + half]);
+        b[2 * i + 1] =
+            sizeof(Pixel) == 1 ? _mm512_unpackhi_epi8(a[i], a[i + half]) : _mm512_unpackhi_epi16(a[i], a[i + half]);
+    }
+    for (int i = 0; i < 2 * half; ++i)
+        a[i] = b[i];
+}
+
+// Copies a block of columns from a source whose rows follow the secondary axis, each column from where its position
+// takes it. Writes whole blocks of lines, of which count are read.
+template <typename Pixel>
+inline void transposeBlock(const Pixel *src, int64_t majorStep, int64_t position, int32_t shear, int32_t count,
+                           Pixel *copy, int64_t copyPitch)
+{
+    constexpr int32_t block = kBlock<Pixel>;
+    for (int32_t k = 0; k < count; k += 4 * block) {
+        const int32_t bytes = std::min(count - k, 4 * block) * static_cast<int32_t>(sizeof(Pixel));
+        const __mmask64 lanes = ~__mmask64{0} >> (64 - bytes);
+        __m512i a[block];
+        for (int32_t i = 0; i < block; ++i) {
+            const Pixel *const at = src + i * majorStep + ((position + int64_t{i} * shear) >> 16) + k;
+            a[i] = _mm512_maskz_loadu_epi8(lanes, at);
+        }
+        for (int32_t n = block; n > 1; n /= 2)
+            interleave<Pixel>(a);
+        const int32_t quarters = (std::min(count - k, 4 * block) + block - 1) / block;
+        Pixel *const to = copy + k * copyPitch;
+        const auto store = [&](int32_t quarter, int32_t i, __m128i v) {
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(to + (quarter * block + i) * copyPitch), v);
+        };
+        for (int32_t i = 0; i < block; ++i)
+            store(0, i, _mm512_castsi512_si128(a[i]));
+        if (quarters > 1)
+            for (int32_t i = 0; i < block; ++i)
+                store(1, i, _mm512_extracti32x4_epi32(a[i], 1));
+        if (quarters > 2)
+            for (int32_t i = 0; i < block; ++i)
+                store(2, i, _mm512_extracti32x4_epi32(a[i], 2));
+        if (quarters > 3)
+            for (int32_t i = 0; i < block; ++i)
+                store(3, i, _mm512_extracti32x4_epi32(a[i], 3));
+    }
+}
+
+// Copies what the samples of some columns read, and no more than their taps: where the source ends.
+template <typename Rule>
+inline void copyColumnsExactly(const BandRun<typename Rule::Pixel> &run, const BandLayout &layout,
+                               TouchingRows<typename Rule::Pixel> rows, int32_t from, int32_t to,
+                               typename Rule::Pixel *copy)
+{
+    for (int32_t x = from; x < to; ++x) {
+        rows.moveTo(x, to - 1);
+        int32_t last = rows.last;
+        while (last > rows.first && rows.column(last) > x)
+            --last;
+        if (rows.column(last) > x || rows.column(rows.first) + layout.rowColumns <= x)
+            continue;
+        const int32_t m = layout.firstColumn + x;
+        const int64_t column = run.position + int64_t{m} * run.shear;
+        const int64_t one = column + int64_t{rows.row(rows.first)} * run.positionRowStep;
+        const int64_t other = column + int64_t{rows.row(last)} * run.positionRowStep;
+        const int64_t end = (std::max(one, other) >> 16) + Rule::kFirstTap + Rule::kTaps;
+        for (int64_t line = (std::min(one, other) >> 16) + Rule::kFirstTap; line < end; ++line)
+            copy[(line - (column >> 16) - layout.firstLine) * layout.pitch() + x] =
+                run.origin[m * run.majorStep + line * run.minorStep];
+    }
+}
+
+template <typename Rule>
+inline void copyBand(const BandRun<typename Rule::Pixel> &run, const BandLayout &layout, typename Rule::Pixel *copy)
+{
+    using Pixel = typename Rule::Pixel;
+    constexpr int32_t block = kBlock<Pixel>;
+    const int64_t pitch = layout.pitch();
+    const bool transposed = run.minorStep == 1;
+    TouchingRows<Pixel> rows = {run, layout};
+    if (layout.columns < block)
+        return copyColumnsExactly<Rule>(run, layout, rows, 0, layout.columns, copy);
+    for (int32_t begin = 0; begin < layout.columns; begin += block) {
+        const int32_t x = std::min(begin, layout.columns - block);
+        rows.moveTo(x, x + block - 1);
+        const int32_t oneLine = lineOfRow(run, rows.row(rows.first)) - layout.leastRowLine;
+        const int32_t otherLine = lineOfRow(run, rows.row(rows.last)) - layout.leastRowLine;
+        const int32_t line = std::min(oneLine, otherLine);
+        const int32_t count = std::abs(oneLine - otherLine) + 1 + Rule::kTaps;
+
+        const int32_t m = layout.firstColumn + x;
+        const int64_t position = run.position + int64_t{m} * run.shear;
+        const int64_t left = position >> 16;
+        const int64_t right = (position + int64_t{block - 1} * run.shear) >> 16;
+        const auto spread = static_cast<int32_t>(std::abs(right - left));
+        const int32_t registers = (spread + 3) / 4 + 1;
+        const int32_t quads = (count + 3) / 4;
+        const int64_t uppermost = std::min(left, right) + layout.firstLine + line;
+        const int64_t read = transposed ? spread + count : 4 * (quads + registers - 1);
+        Pixel *const to = copy + line * pitch + x;
+        if (uppermost < run.leastLine || uppermost + read - 1 > run.greatestLine) {
+            copyColumnsExactly<Rule>(run, layout, rows, x, x + block, copy);
+            continue;
+        }
+        const Pixel *const column = run.origin + m * run.majorStep;
+        if (transposed) {
+            transposeBlock(column + (layout.firstLine + line), run.majorStep, position, run.shear, count, to, pitch);
+            continue;
+        }
+        const bool mirrored = run.majorStep < 0;
+        const Pixel *const src = column + uppermost * run.minorStep - (mirrored ? block - 1 : 0);
+        const BlockIndex index = blockIndex<Pixel>(static_cast<int32_t>(position & 0xFFFF), run.shear,
+                                                   static_cast<int32_t>(std::min(left, right) - left), mirrored);
+        switch (registers) {
+        case 1:
+            copyLinesOfBlock<Pixel, 1>(src, run.minorStep, index, quads, to, pitch);
+            break;
+        case 2:
+            copyLinesOfBlock<Pixel, 2>(src, run.minorStep, index, quads, to, pitch);
+            break;
+        case 3:
+            copyLinesOfBlock<Pixel, 3>(src, run.minorStep, index, quads, to, pitch);
+            break;
+        case 4:
+            copyLinesOfBlock<Pixel, 4>(src, run.minorStep, index, quads, to, pitch);
+            break;
+        default:
+            copyLinesOfBlock<Pixel, 5>(src, run.minorStep, index, quads, to, pitch);
+            break;
+        }
+    }
+}
+
+// ---- Fractions and weights ----------------------------------------------------------------------------------------
+
+inline __m512i load(const void *at)
+{
+    return _mm512_loadu_si512(at);
+}
+
+inline __m512i word(int32_t value)
+{
+    return _mm512_set1_epi16(static_cast<int16_t>(value));
+}
+
+// start + n * step for n = first to first + 15.
+inline __m512i positionsFrom(int32_t start, int32_t step, int32_t first)
+{
+    const __m512i lanes = _mm512_add_epi32(_mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15),
+                                           _mm512_set1_epi32(first));
+    return _mm512_add_epi32(_mm512_set1_epi32(start), _mm512_mullo_epi32(lanes, _mm512_set1_epi32(step)));
+}
+
+inline __m512i lowWords(__m512i first, __m512i second)
+{
+    return _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi32_epi16(first)), _mm512_cvtepi32_epi16(second), 1);
+}
+
+// The four cubic weights of 32 phases (0 to 255). They are whole-number polynomials of the phase p (q = 256 - p):
+//   w0 = -(p q q >> 10)     w1 = 32768 - p p + (p p (3 p - 256) >> 10), at most 32767
+// and w3, w2 the same with p and q exchanged; the shifts round down. Words hold every step of it.
+struct CubicWeights {
+    __m512i w[4];
+};
+
+inline __m512i outerWeight(__m512i pq, __m512i q)
+{
+    return _mm512_sub_epi16(_mm512_setzero_si512(), _mm512_mulhi_epu16(pq, _mm512_slli_epi16(q, 6)));
+}
+
+inline __m512i innerWeight(__m512i p)
+{
+    const __m512i square = _mm512_mullo_epi16(p, p);
+    const __m512i factor =
+        _mm512_slli_epi16(_mm512_sub_epi16(_mm512_add_epi16(p, _mm512_add_epi16(p, p)), word(256)), 6);
+    // An unsigned by signed high product: the square may have its top bit set.
+    const __m512i high =
+        _mm512_add_epi16(_mm512_mulhi_epi16(square, factor), _mm512_and_si512(_mm512_srai_epi16(square, 15), factor));
+    const __m512i weight = _mm512_add_epi16(_mm512_sub_epi16(word(INT16_MIN), square), high);
+    return _mm512_min_epu16(weight, word(INT16_MAX));
+}
+
+inline CubicWeights cubicWeights(__m512i p)
+{
+    const __m512i q = _mm512_sub_epi16(word(256), p);
+    const __m512i pq = _mm512_mullo_epi16(p, q);
+    // At phase 0 the square of q leaves a word; the weight there is 0.
+    const __m512i w2 = _mm512_maskz_mov_epi16(_mm512_test_epi16_mask(p, p), innerWeight(q));
+    return {{outerWeight(pq, q), innerWeight(p), w2, outerWeight(pq, p)}};
+}
+
+// Weights in pairs, in the order of an unpack.
+struct WeightPairs {
+    __m512i low01, high01, low23, high23;
+};
+
+inline WeightPairs weightPairs(const CubicWeights &weights)
+{
+    return {_mm512_unpacklo_epi16(weights.w[0], weights.w[1]), _mm512_unpackhi_epi16(weights.w[0], weights.w[1]),
+            _mm512_unpacklo_epi16(weights.w[2], weights.w[3]), _mm512_unpackhi_epi16(weights.w[2], weights.w[3])};
+}
+
+inline __m512i weighPairs(__m512i pairs01, __m512i pairs23, __m512i weights01, __m512i weights23)
+{
+    return _mm512_add_epi32(_mm512_madd_epi16(pairs01, weights01), _mm512_madd_epi16(pairs23, weights23));
+}
+
+// ---- The second pass ----------------------------------------------------------------------------------------------
+
+// Where the pixels of a row lie, but for the row's own start: up to three groups of 32.
+constexpr int32_t kOutputGroups = kBandWidth / kGroup;
+
+// For kernels that take 16 pixels at a time from one register of words.
+struct HalfGroupSteps {
+    __m512i positions[2 * kOutputGroups]; // from the origins
+    int32_t origins[2 * kOutputGroups];
+
+    explicit HalfGroupSteps(int32_t step)
+    {
+        for (int32_t h = 0; h < 2 * kOutputGroups; ++h) {
+            origins[h] = (16 * h * step) >> 16;
+            positions[h] = positionsFrom(-(origins[h] << 16), step, 16 * h);
+        }
+    }
+};
+
+// Both words of a lane take an index into words: that of the position's integer part and the one behind it.
+inline __m512i pairIndex(__m512i positions)
+{
+    const __m512i upper = _mm512_set1_epi32(0x03020302);
+    const __m512i both = _mm512_shuffle_epi8(
+        positions,
+        _mm512_add_epi32(upper, _mm512_broadcast_i32x4(_mm_setr_epi32(0, 0x04040404, 0x08080808, 0x0C0C0C0C))));
+    return _mm512_add_epi32(both, _mm512_set1_epi32(0x00010000));
+}
+
+// The cubic weights of 32 pixels, paired: low ones for positions[0], high ones for positions[1].
+inline WeightPairs outputWeights(__m512i first, __m512i second)
+{
+    const __m512i mask = _mm512_set1_epi32(0xFFFF);
+    const __m512i fractions = _mm512_packus_epi32(_mm512_and_si512(first, mask), _mm512_and_si512(second, mask));
+    return weightPairs(cubicWeights(_mm512_srli_epi16(fractions, 8)));
+}
+
+inline __mmask32 lanesOf(int32_t count)
+{
+    return count >= kGroup ? ~__mmask32{0} : (__mmask32{1} << count) - 1;
+}
+
+template <bool kAdd>
+inline void emitBytes(void *dst, int32_t first, __mmask32 lanes, __m256i bytes)
+{
+    if constexpr (kAdd) {
+        auto *const sums = static_cast<uint32_t *>(dst) + first;
+        const auto low = static_cast<__mmask16>(lanes);
+        const auto high = static_cast<__mmask16>(lanes >> 16);
+        _mm512_mask_storeu_epi32(
+            sums, low,
+            _mm512_add_epi32(_mm512_maskz_loadu_epi32(low, sums), _mm512_cvtepu8_epi32(_mm256_castsi256_si128(bytes))));
+        _mm512_mask_storeu_epi32(sums + 16, high,
+                                 _mm512_add_epi32(_mm512_maskz_loadu_epi32(high, sums + 16),
+                                                  _mm512_cvtepu8_epi32(_mm256_extracti128_si256(bytes, 1))));
+    } else {
+        auto *const pixels = static_cast<uint8_t *>(dst) + first;
+        if (lanes == ~__mmask32{0})
+            _mm256_storeu_si256(reinterpret_cast<__m256i *>(pixels), bytes);
+        else
+            _mm256_mask_storeu_epi8(pixels, lanes, bytes);
+    }
+}
+
+inline void emitWords(void *dst, int32_t first, __mmask32 lanes, __m512i words)
+{
+    auto *const pixels = static_cast<uint16_t *>(dst) + first;
+    if (lanes == ~__mmask32{0})
+        _mm512_storeu_si512(pixels, words);
+    else
+        _mm512_mask_storeu_epi16(pixels, lanes, words);
+}
+
+// ---- The walk -----------------------------------------------------------------------------------------------------
+
+constexpr int32_t kMostColumns = 256;
+constexpr int32_t kMostLines = 80; // whole blocks of lines
+constexpr int32_t kMostSamples = 2 * kBandWidth + 64;
+constexpr int32_t kRowsAtATime = 8;
+
+// Samples of 32 columns: their taps in the copy, and the sum of the fractions of column and row. The taps lie one line
+// further down in the lanes whose sum carries.
+struct ColumnGroup {
+    __m512i fractions;
+    __mmask32 carried;
+};
+
+inline ColumnGroup columnGroup(const uint16_t *columnFractions, __m512i rowFraction)
+{
+    const __m512i sum = _mm512_add_epi16(load(columnFractions), rowFraction);
+    return {sum, _mm512_cmplt_epu16_mask(sum, rowFraction)};
+}
+
+// Kernel: the two passes of a rule and depth,
+//   Rule, Line      what is kept of a row between the passes
+//   Kernel(step)
+//   sample(taps, pitch, group, line, at)            32 samples
+//   output(line, outputPosition, first, lanes, dst) 32 pixels
+template <typename Kernel>
+inline void resampleBand(const BandRun<typename Kernel::Rule::Pixel> &run)
+{
+    using Rule = typename Kernel::Rule;
+    using Pixel = typename Rule::Pixel;
+    const BandLayout layout = layOutBand<Rule>(run);
+    const int64_t pitch = layout.pitch();
+    alignas(64) Pixel copy[kMostLines * kMostColumns + 2 * kGroup];
+    alignas(64) uint16_t columnFractions[kMostColumns + 2 * kGroup];
+    typename Kernel::Line lines[kRowsAtATime];
+    const Kernel kernel(run.outputStep);
+
+    copyBand<Rule>(run, layout, copy);
+    for (int32_t x = 0; x < layout.columns; x += kGroup) {
+        const auto start = static_cast<int32_t>((run.position + int64_t{layout.firstColumn} * run.shear) & 0xFFFF);
+        _mm512_storeu_si512(columnFractions + x,
+                            lowWords(positionsFrom(start, run.shear, x), positionsFrom(start, run.shear, x + 16)));
+    }
+    for (int32_t from = 0; from < run.rows; from += kRowsAtATime) {
+        const int32_t to = std::min(from + kRowsAtATime, run.rows);
+        for (int32_t j = from; j < to; ++j) {
+            const int32_t along = run.outputPosition + j * run.outputRowStep;
+            const int32_t needed = (((along & 0xFFFF) + run.outputStep * (run.width - 1)) >> 16) + Rule::kTaps;
+            const int32_t column = (along >> 16) - layout.firstColumn - (Rule::kCubic ? 1 : 0);
+            const Pixel *const taps = copy + (lineOfRow(run, j) - layout.leastRowLine) * pitch + column;
+            const __m512i fraction = word((j * run.positionRowStep) & 0xFFFF);
+            for (int32_t x = 0; x < needed; x += kGroup)
+                kernel.sample(taps + x, pitch, columnGroup(columnFractions + column + x, fraction), &lines[j - from],
+                              x);
+        }
+        for (int32_t j = from; j < to; ++j) {
+            const int32_t position = (run.outputPosition + j * run.outputRowStep) & 0xFFFF;
+            for (int32_t n = 0; n < run.width; n += kGroup)
+                kernel.output(lines[j - from], position, n, lanesOf(run.width - n),
+                              static_cast<uint8_t *>(run.dst) + j * run.rowAdvance);
+        }
+    }
+}
+
+} // namespace kip::avx512
+
+KIP_TARGET_END
+
+#endif
