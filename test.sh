@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # Builds kip and runs its whole test suite. Installs what is missing first (Debian; see scripts/).
 #
-#   ./test.sh [--preset NAME] [--jobs N] [CTEST-ARGUMENT...]
+#   ./test.sh [--preset NAME | --windows] [--jobs N] [CTEST-ARGUMENT...]
 #
 # NAME is a preset of CMakePresets.json: dev (default), release, asan, tsan or clang. Further arguments go to
 # ctest, for example: ./test.sh --preset asan -R Transform
+#
+# --windows builds for 64-bit Windows by MinGW-w64 and runs the suite under Wine; then the tool of that build and the
+# one of this machine make the demo's pictures, which must be the same files.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
@@ -17,6 +20,10 @@ while [ $# -gt 0 ]; do
         if [ "$1" = --preset ]; then preset=$2; else jobs=$2; fi
         shift 2
         ;;
+    --windows)
+        preset=windows
+        shift
+        ;;
     -h | --help)
         sed -n '2,/^set /{s/^# \{0,1\}//;/^set /d;p}' "$0"
         exit 0
@@ -26,7 +33,7 @@ while [ $# -gt 0 ]; do
 done
 
 purposes=(test)
-[ "$preset" != clang ] || purposes+=(clang)
+case $preset in clang | windows) purposes+=("$preset") ;; esac
 scripts/install-packages.sh "${purposes[@]}"
 
 # The thread sanitizer of GCC 12 cannot place its memory where kernels randomise addresses strongly.
@@ -38,3 +45,9 @@ fi
 cmake --preset "$preset"
 "${runner[@]}" cmake --build --preset "$preset" --parallel "$jobs"
 "${runner[@]}" ctest --preset "$preset" --parallel "$jobs" "$@"
+
+if [ "$preset" = windows ]; then
+    ./demo.sh # builds this machine's tool and fetches the photograph
+    scripts/compare-tools.sh build/windows/pictures build/demo/tools/kip \
+        scripts/wine.sh "$PWD/build/windows/wine" "$PWD/build/windows/bin/kip.exe"
+fi
