@@ -43,63 +43,57 @@ struct BuiltPlan {
     BuiltPlan &operator=(const BuiltPlan &) = delete;
 };
 
-TEST(TilePlan, PlainShiftInOneTile)
+// Worked by hand. All four classes of tiles are the one tile.
+TEST(TilePlan, OneTileForwardAndTransposed)
 {
-    const BuiltPlan built({{10.3, 20.6, 1.0, 0.0, 0.0, 1.0}, 2, 64, 48, 200});
-    const kip_affineTilePlan &p = built.plan;
-    ASSERT_EQ(built.status, 0);
-    EXPECT_EQ(p.tilesX * p.tilesY, 1);
-    EXPECT_EQ(p.startX, 675020);
-    EXPECT_EQ(p.startY, 1350041);
-    EXPECT_EQ(p.bandStartX, 543948);
-    EXPECT_EQ(p.bandStartY, 1218969);
-    EXPECT_EQ(p.bandX0, -2);
-    EXPECT_EQ(p.bandY0, -2);
-    EXPECT_EQ(p.majorStep, 1);
-    EXPECT_EQ(p.minorStep, 200);
-    EXPECT_EQ(p.direction, 1);
-    EXPECT_EQ(p.transposed, 0);
-    EXPECT_EQ(p.primaryStep, 65536);
-    EXPECT_EQ(p.primaryRowStep, 0);
-    EXPECT_EQ(p.secondaryShear, 0);
-    EXPECT_EQ(p.secondaryRowStep, 65536);
-    EXPECT_EQ(p.primaryFraction, 19660u);
-    EXPECT_EQ(p.secondaryFraction, 39321);
-    EXPECT_EQ(p.tileColumnStepX, 4194304);
-    EXPECT_EQ(p.tileColumnStepY, 0);
-    EXPECT_EQ(p.tileRowStepX, 0);
-    EXPECT_EQ(p.tileRowStepY, 3145728);
-    EXPECT_EQ(p.scratchBytes, 1024);
-    for (int c = 0; c < 4; ++c) {
-        EXPECT_EQ(p.tileWidth[c], 64);
-        EXPECT_EQ(p.tileHeight[c], 48);
-        EXPECT_EQ(p.bandOffset[c], -402);
-        EXPECT_EQ(p.spanCount[c], 65);
+    using Plan = kip_affineTilePlan;
+    const BuiltPlan shift({{10.3, 20.6, 1.0, 0.0, 0.0, 1.0}, 2, 64, 48, 200});
+    const BuiltPlan turn({{100.25, 10.5, 0.0, -1.0, 1.0, 0.0}, 3, 64, 48, 200});
+    ASSERT_EQ(shift.status, 0);
+    ASSERT_EQ(turn.status, 0);
+    const struct {
+        const char *name;
+        int32_t Plan::*number;
+        int32_t ofShift, ofTurn;
+    } rows[] = {
+        {"tilesX", &Plan::tilesX, 1, 1},
+        {"tilesY", &Plan::tilesY, 1, 1},
+        {"startX", &Plan::startX, 675020, 6504448},
+        {"startY", &Plan::startY, 1350041, 688128},
+        {"bandStartX", &Plan::bandStartX, 543948, 6504448 - 51 * 65536},
+        {"bandStartY", &Plan::bandStartY, 1218969, 688128 - 3 * 65536},
+        {"majorStep", &Plan::majorStep, 1, 200},
+        {"minorStep", &Plan::minorStep, 200, 1},
+        {"direction", &Plan::direction, 1, 1},
+        {"transposed", &Plan::transposed, 0, 1},
+        {"primaryStep", &Plan::primaryStep, 65536, 65536},
+        {"primaryRowStep", &Plan::primaryRowStep, 0, 0},
+        {"secondaryShear", &Plan::secondaryShear, 0, 0},
+        {"secondaryRowStep", &Plan::secondaryRowStep, 65536, -65536},
+        {"secondaryFraction", &Plan::secondaryFraction, 39321, 16384},
+        {"tileColumnStepX", &Plan::tileColumnStepX, 4194304, 0},
+        {"tileColumnStepY", &Plan::tileColumnStepY, 0, 4194304},
+        {"tileRowStepX", &Plan::tileRowStepX, 0, -3145728},
+        {"tileRowStepY", &Plan::tileRowStepY, 3145728, 0},
+        {"scratchBytes", &Plan::scratchBytes, 1024, 2052},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(shift.plan.*row.number, row.ofShift) << row.name;
+        EXPECT_EQ(turn.plan.*row.number, row.ofTurn) << row.name;
     }
-}
-
-TEST(TilePlan, QuarterTurnScansColumns)
-{
-    const BuiltPlan built({{100.25, 10.5, 0.0, -1.0, 1.0, 0.0}, 3, 64, 48, 200});
-    const kip_affineTilePlan &p = built.plan;
-    ASSERT_EQ(built.status, 0);
-    EXPECT_EQ(p.transposed, 1);
-    EXPECT_EQ(p.direction, 1);
-    EXPECT_EQ(p.majorStep, 200);
-    EXPECT_EQ(p.minorStep, 1);
-    EXPECT_EQ(p.startX, 6504448);
-    EXPECT_EQ(p.startY, 688128);
-    EXPECT_EQ(p.bandX0, -51);
-    EXPECT_EQ(p.bandY0, -3);
-    EXPECT_EQ(p.bandOffset[0], -651);
-    EXPECT_EQ(p.primaryStep, 65536);
-    EXPECT_EQ(p.secondaryRowStep, -65536);
-    EXPECT_EQ(p.primaryFraction, 32768u);
-    EXPECT_EQ(p.secondaryFraction, 16384);
-    EXPECT_EQ(p.spanCount[0], 65);
-    EXPECT_EQ(p.tileColumnStepY, 4194304);
-    EXPECT_EQ(p.tileRowStepX, -3145728);
-    EXPECT_EQ(p.scratchBytes, 2052);
+    for (const BuiltPlan *const built : {&shift, &turn}) {
+        const bool isTurn = built == &turn;
+        const Plan &p = built->plan;
+        EXPECT_EQ(p.bandX0, isTurn ? -51 : -2);
+        EXPECT_EQ(p.bandY0, isTurn ? -3 : -2);
+        EXPECT_EQ(p.primaryFraction, isTurn ? 32768u : 19660u);
+        for (int c = 0; c < 4; ++c) {
+            EXPECT_EQ(p.tileWidth[c], 64);
+            EXPECT_EQ(p.tileHeight[c], 48);
+            EXPECT_EQ(p.bandOffset[c], isTurn ? -651 : -402);
+            EXPECT_EQ(p.spanCount[c], 65);
+        }
+    }
 }
 
 TEST(TilePlan, TilesAndScanByGeometry)
