@@ -6,8 +6,9 @@
 #
 # Without an argument the photograph is page.png of Debian's package python3-skimage: a page of a book whose
 # lines run slanted. Where that cannot be had, and with --scene, the tool renders a slanted label instead.
-# PICTURE is any PNG, TIFF or binary PGM: a part in its middle is turned. The results stand in demo-out/, all
-# of them together in overview.png.
+# PICTURE is any PNG, TIFF or binary PGM: a part in its middle is turned. The results stand in demo-out/: the four
+# modes together in overview.png, a profile across lines of text beside its picture in profile-overview.png, and a
+# rectangle half outside the picture with its mask in clipped-overview.png.
 set -euo pipefail
 
 modes="nearest bilinear separable cubic" # what every rectangle is sampled in
@@ -113,6 +114,30 @@ sample() { # FILE MODE RECTANGLE ANGLE OPTION...
     "$kip" transform "$source" "$out/$file.png" --rect "$rectangle" --angle "$angle" --mode "$mode" --time "$@"
 }
 
+# The profile of a rectangle across its lines, in which lines of text are valleys: x runs down its left side.
+project_across() { # NAME RECTANGLE ANGLE
+    local name=$1 across angle
+    across=$(awk -F , '{ printf "%.2f,%.2f,%s,%s\n", $1 + ($3 - $4) / 2, $2 + ($4 - $3) / 2, $4, $3 }' <<<"$2")
+    angle=$(awk -v a="$3" 'BEGIN { print a + 90 }')
+    local arguments=("$source" --rect "$across" --angle "$angle" --mean -o "$out/$name-profile.csv")
+    echo "profile: --rect $across --angle $angle"
+    printf '  %-38s ' "$out/$name-profile.svg"
+    "$kip" project "${arguments[@]}" --plot "$out/$name-profile.svg" --overlay "$out/$name-across.png" --time 2>&1
+    "$kip" project "${arguments[@]}" --plot "$out/$name-profile.png"
+    "$kip" compose "$out/profile-overview.png" "Down the $name, across its lines=$out/$name-across.png" \
+        "Mean of each line of samples=$out/$name-profile.png" --columns 2 --width 800
+}
+
+# A rectangle of some size, half outside at the left.
+clip_at_the_edge() { # RECTANGLE ANGLE PICTURE-HEIGHT
+    local half
+    half=$(awk -F , -v h="$3" '{ printf "%.2f,%.2f,%s,%s\n", -$3 / 2, (h - $4) / 2, $3, $4 }' <<<"$1")
+    echo "half outside: --rect $half --angle $2"
+    sample clipped bilinear "$half" "$2" --clip --mask "$out/clipped-mask.png" --overlay "$out/clipped-overlay.png"
+    "$kip" compose "$out/clipped-overview.png" "A rectangle half outside=$out/clipped-overlay.png" \
+        "Straightened, black where nothing is=$out/clipped.png" "Its mask=$out/clipped-mask.png" --columns 1 --width 800
+}
+
 # Two columns, one a rectangle; below each other what is to be compared.
 compose_overview() { # NAME NAME
     local rows="overlay before" row name entries=() mode
@@ -135,16 +160,19 @@ if [ -n "$picture" ] && [ "$picture" != --scene ]; then
     source=$picture
     read -r width height < <(picture_size "$source")
     echo "demo: $source, $width x $height"
-    straighten part "$(middle_rectangle "$width" "$height" 10 "$((width * 3 / 5))" "$((height * 2 / 5))")" 10
+    text=$(middle_rectangle "$width" "$height" 10 "$((width * 3 / 5))" "$((height * 2 / 5))")
+    straighten part "$text" 10
     straighten detail "$(middle_rectangle "$width" "$height" 10 120 60)" 10
-    names="part detail"
+    names="part detail" lines=part angle=10
 elif [ "$picture" != --scene ] && fetch_photo; then
     source=$photo
-    echo "demo: page.png, a photograph of a page, $(picture_size "$source" | tr ' ' x) pixels"
+    read -r width height < <(picture_size "$source")
+    echo "demo: page.png, a photograph of a page, $width x $height pixels"
+    text=4,81,176,58 angle=1.75
     # Measured: at these angles the rows of text stand out most sharply from the gaps between them.
     straighten line 3,117,172,21 2.25
-    straighten paragraph 4,81,176,58 1.75
-    names="line paragraph"
+    straighten paragraph "$text" "$angle"
+    names="line paragraph" lines=paragraph
 else
     [ "$picture" = --scene ] || echo "demo: the photograph cannot be had here; a rendered scene takes its place"
     source=$out/scene.png
@@ -152,11 +180,13 @@ else
     read -r width height < <(picture_size "$source")
     angle=${options##*--angle }
     echo "demo: a rendered scene, $width x $height pixels"
-    label=${options#--rect }
-    straighten label "${label%% *}" "$angle"
+    text=${options#--rect } text=${text%% *}
+    straighten label "$text" "$angle"
     straighten detail "$(middle_rectangle "$width" "$height" "$angle" 120 60)" "$angle"
-    names="label detail"
+    names="label detail" lines=label
 fi
+project_across "$lines" "$text" "$angle"
+clip_at_the_edge "$text" "$angle" "$height"
 # shellcheck disable=SC2086 # two names
 compose_overview $names
-echo "demo: all of them together: $out/overview.png"
+echo "demo: see $out/overview.png, $out/profile-overview.png and $out/clipped-overview.png"
