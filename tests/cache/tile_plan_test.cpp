@@ -160,7 +160,7 @@ TEST(TilePlan, FailuresChangeNothing)
 
     kip::test::FailingAllocator allocator;
     BuiltPlan built({{10.3, 20.6, 1.0, 0.0, 0.0, 1.0}, 2, 64, 48, 200});
-    const PlanCase larger({1.5, 2.5, 3.0, 0.0, 0.0, 1.0}, 3, 90, 90, 300);
+    const PlanCase larger({1.5, 2.5, 3.0, 0.0, 0.0, 1.0}, 3, 200, 90, 300);
     const std::string before(reinterpret_cast<const char *>(&built.plan), sizeof(built.plan));
     allocator.failOnly(1);
     EXPECT_LT(kip::buildTilePlan16(&built.plan, larger.source, larger.srcFromClient, larger.destination, larger.params),
