@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -195,6 +196,29 @@ TEST(AffineProjectionCache, ServesTransformsAndProjectionsInTurn)
         EXPECT_EQ(actual, expected);
         EXPECT_TRUE(isEqual(placement, expectedPlacement));
     }
+}
+
+// Calls side by side share a source, and each has a cache and a result of its own.
+TEST(AffineProjectionThreads, RunSideBySide)
+{
+    Pixels pixels(1, 60, 50);
+    const Image source(pixels);
+    std::vector<Sums> sums(4);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < sums.size(); ++i)
+        threads.emplace_back([&, i] {
+            for (uint32_t n = 0; n < 40; ++n) {
+                const kip_affineSampleParams params = {{15.25, 19.5, 17, 3, -2, 8}, n % 4, 17, 7};
+                Image result;
+                EXPECT_GE(kip_affineProject(source.get(), result.get(), &params, nullptr, nullptr), 0);
+                const Sums row = sumsOf(result.get());
+                sums[i].insert(sums[i].end(), row.begin(), row.end());
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    for (const Sums &each : sums)
+        EXPECT_EQ(each, sums[0]);
 }
 
 // Sums count modulo 2^32.

@@ -169,7 +169,7 @@ TEST_P(ProjectionRefusal, RefusesOtherPixelSizes)
     }
 }
 
-TEST_P(ProjectionRefusal, RefusesWindowsWithoutMemoryAndTakesResultsWithout)
+TEST_P(ProjectionRefusal, RefusesSourcesWithoutMemoryAndTakesResultsWithout)
 {
     kimg_windowConst window;
     kimg_windowConst_init(&window, source.get());
@@ -185,6 +185,12 @@ TEST_P(ProjectionRefusal, RefusesWindowsWithoutMemoryAndTakesResultsWithout)
               0);
     EXPECT_EQ(willClip, 1u);
 
+    if (GetParam() == 2) {
+        kimg_windowConst odd = window;
+        odd.pixels = static_cast<const char *>(window.pixels) + 1;
+        EXPECT_EQ(forms.projectWindow(&odd, &kIdentity, &nowhere, &kSlanted, nullptr, &placement, &depth),
+                  int32_t{kip_statusMisaligned});
+    }
     window.pixels = nullptr;
     for (const kip_affineSampleParams &params : {kSlanted, kAligned})
         EXPECT_EQ(forms.projectWindow(&window, &kIdentity, &nowhere, &params, nullptr, &placement, &depth),
