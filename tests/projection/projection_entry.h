@@ -12,6 +12,7 @@
 #include <kip/kip.h>
 
 #include "support/images.h"
+#include "transform/transform_entry.h"
 
 namespace kip::test {
 
@@ -87,30 +88,12 @@ inline Sums sumsOf(const kimg_image *image)
     return {first, first + window.width};
 }
 
-inline bool isEqual(const kmath_xformLinear &a, const kmath_xformLinear &b)
-{
-    int32_t equal = 0;
-    kmath_xformLinear_compareEqual(&a, &b, &equal);
-    return equal != 0;
-}
-
 inline kmath_xformLinear rowPlacementOf(const kip_affineSampleParams &params)
 {
     kmath_xformLinear placement{};
     EXPECT_GE(kip_affineSampleParams_getDestImageFromClientXform(&params, 1, &placement), 0);
     return placement;
 }
-
-// A cache that destructs itself.
-class Cache {
-public:
-    Cache() { EXPECT_EQ(kip_affineSampleCache_construct(&handle), 0); }
-    Cache(const Cache &) = delete;
-    Cache &operator=(const Cache &) = delete;
-    ~Cache() { EXPECT_EQ(kip_affineSampleCache_destruct(&handle), 0); }
-
-    kip_affineSampleCache *handle = nullptr;
-};
 
 // The forms of both depths under one name.
 struct Forms {
@@ -137,11 +120,6 @@ inline const Forms &formsOf(int32_t bytesPerPixel)
                                       kip_affineProjectClippedWindow16,
                                       kip_affineProjectNorm16};
     return bytesPerPixel == 1 ? forms8 : forms16;
-}
-
-inline std::string depthName(const testing::TestParamInfo<int32_t> &depth)
-{
-    return depth.param == 1 ? "Bits8" : "Bits16";
 }
 
 } // namespace kip::test

@@ -13,7 +13,6 @@ namespace kip::test {
 namespace {
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr kip_affineSampleParams kSlanted = {{20.25, 8.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16};
 constexpr kip_affineSampleParams kAligned = {{20, 8, 32, 0, 0, 16}, kip_affineModeBilinear, 32, 16};
 constexpr kip_affineSampleParams kHalfOutside = {{40.25, 8.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16};
 constexpr kmath_xformLinear kIdentity = {0, 0, 1, 0, 0, 1};
@@ -94,7 +93,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Depths, ProjectionRefusal, testing::Values(1, 2), depthName);
+INSTANTIATE_TEST_SUITE_P(Depths, ProjectionRefusal, bothDepths(), depthName);
 
 TEST_P(ProjectionRefusal, RefusesBadSamplings)
 {
