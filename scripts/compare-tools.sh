@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the demo's pictures with two builds of the tool and compares the files byte by byte, as PGM, which every build
+# Makes the demo's files with two builds of the tool and compares them byte by byte, pictures as PGM, which every build
 # knows. The photograph takes part where the demo has fetched it (build/photo/page.png).
 #
 #   scripts/compare-tools.sh WORK-DIRECTORY TOOL OTHER-TOOL-WITH-ITS-RUNNER...
@@ -22,6 +22,7 @@ straighten() {
         "${tool[@]}" transform "$source" "$name-$mode.pgm" "$@" --mode "$mode"
         "${tool[@]}" transform "$source" "$name-x4-$mode.pgm" "$@" --mode "$mode" --size 1188x791
     done
+    "${tool[@]}" project "$source" -o "$name.csv" --plot "$name.svg" "$@" --mean
 }
 
 make_pictures() { # DIRECTORY TOOL...
@@ -35,6 +36,8 @@ make_pictures() { # DIRECTORY TOOL...
         options=$(<"scene$depth.txt")
         # shellcheck disable=SC2086 # the options are words
         straighten "scene$depth.pgm" "label$depth" $options
+        "${tool[@]}" transform "scene$depth.pgm" "clipped$depth.pgm" --rect=-90,40,200,120 --angle 11 --clip \
+            --mask "mask$depth.pgm"
         "${tool[@]}" info "scene$depth.pgm" | tr -d '\r' >"info$depth.txt"
     done
     if [ -f ../photo.pgm ]; then
@@ -52,4 +55,4 @@ fi
 (make_pictures "$work/one" "$tool")
 (make_pictures "$work/other" "${other[@]}")
 diff -rq "$work/one" "$work/other"
-echo "compare-tools: $(find "$work/one" -name '*.pgm' | wc -l) pictures, the same byte for byte"
+echo "compare-tools: $(find "$work/one" -type f | wc -l) files, the same byte for byte"
