@@ -91,6 +91,38 @@ inline BlockLanes placeLanes(const BlockLanes &lanes, const BlockCorner &corner,
     return placed;
 }
 
+// A tile, its axes and its source.
+template <typename Pixel>
+struct BlockTile {
+    const FixedTile &tile;
+    BlockAxis x, y;
+    const Pixel *src;
+    int64_t pitch;
+};
+
+// Resamples a tile by Blocks::walk<Interpolation, banks>, banks being how many of Blocks::kBoxRows rows each hold a
+// block's box; by rows if two to four of them do not. Blocks also tells the size of its blocks, kWidth and kRows.
+template <typename Blocks, typename Interpolation, typename Pixel, typename Sink>
+int32_t resampleBlocks(const FixedTile &tile, const Pixel *src, int32_t srcPitch, void *dst, int32_t dstPitch,
+                       const Sink &sink, TileKernel<Pixel, int32_t> rows)
+{
+    BlockTile<Pixel> t = {tile, {}, {}, src, srcPitch};
+    switch (boxBanks<typename Interpolation::Portable>(tile, Blocks::kWidth, Blocks::kRows, kBoxColumns,
+                                                       Blocks::kBoxRows, &t.x, &t.y)) {
+    case 2:
+        Blocks::template walk<Interpolation, 2>(t, sink);
+        return 0;
+    case 3:
+        Blocks::template walk<Interpolation, 3>(t, sink);
+        return 0;
+    case 4:
+        Blocks::template walk<Interpolation, 4>(t, sink);
+        return 0;
+    default:
+        return rows(tile, src, srcPitch, dst, dstPitch);
+    }
+}
+
 } // namespace kip
 
 KIP_TARGET_END

@@ -158,80 +158,59 @@ struct AddBlocks {
 
 // ---- The walk ------------------------------------------------------------------------------------------------------
 
-// A tile, its axes and its source.
-struct BlockTile {
-    const FixedTile &tile;
-    BlockAxis x, y;
-    const uint16_t *src;
-    int64_t pitch;
-};
+struct Blocks {
+    static constexpr int32_t kWidth = kBlockWidth;
+    static constexpr int32_t kRows = kBlockRows;
+    static constexpr int32_t kBoxRows = kBoxRowsPerBank;
 
-template <typename Interpolation, int kBanks, typename Sink>
-void walkBlocks(const BlockTile &t, const Sink &sink)
-{
-    const BlockLanes lanes = makeBlockLanes(t.x, t.y, 0);
-    const BlockOrder order(t.tile, kBlockWidth, kBlockRows);
-    for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
-        for (int32_t inner = 0; inner < order.innerEnd; inner += order.innerStep) {
-            const BlockPlace place = order.place(outer, inner);
-            const BlockCorner corner(t.x, t.y, place, kBanks * kBoxRowsPerBank);
-            const auto box = loadBox<kBanks>(t.src + (corner.boxY * t.pitch + corner.boxX), t.pitch);
-            sink.put(place, Interpolation::sample(box, placeLanes(lanes, corner, 1)));
+    template <typename Interpolation, int kBanks, typename Sink>
+    static void walk(const BlockTile<uint16_t> &t, const Sink &sink)
+    {
+        const BlockLanes lanes = makeBlockLanes(t.x, t.y, 0);
+        const BlockOrder order(t.tile, kBlockWidth, kBlockRows);
+        for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
+            for (int32_t inner = 0; inner < order.innerEnd; inner += order.innerStep) {
+                const BlockPlace place = order.place(outer, inner);
+                const BlockCorner corner(t.x, t.y, place, kBanks * kBoxRowsPerBank);
+                const auto box = loadBox<kBanks>(t.src + (corner.boxY * t.pitch + corner.boxX), t.pitch);
+                sink.put(place, Interpolation::sample(box, placeLanes(lanes, corner, 1)));
+            }
         }
     }
-}
-
-template <typename Interpolation, typename Sink>
-int32_t resampleBlocks(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst, int32_t dstPitch,
-                       const Sink &sink, TileKernel<uint16_t, int32_t> rows)
-{
-    BlockTile t = {tile, {}, {}, src, srcPitch};
-    switch (boxBanks<typename Interpolation::Portable>(tile, kBlockWidth, kBlockRows, kBoxColumns, kBoxRowsPerBank,
-                                                       &t.x, &t.y)) {
-    case 2:
-        walkBlocks<Interpolation, 2>(t, sink);
-        return 0;
-    case 3:
-        walkBlocks<Interpolation, 3>(t, sink);
-        return 0;
-    case 4:
-        walkBlocks<Interpolation, 4>(t, sink);
-        return 0;
-    default:
-        return rows(tile, src, srcPitch, dst, dstPitch);
-    }
-}
+};
 
 } // namespace
 
 int32_t kip_affineTransformTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
                                                int32_t dstPitch)
 {
-    return resampleBlocks<NearestBlock>(tile, src, srcPitch, dst, dstPitch,
-                                        StoreBlocks{static_cast<uint16_t *>(dst), dstPitch},
-                                        kip_affineTransformTileNearest16Avx2);
+    return resampleBlocks<Blocks, NearestBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                StoreBlocks{static_cast<uint16_t *>(dst), dstPitch},
+                                                kip_affineTransformTileNearest16Avx2);
 }
 
 int32_t kip_affineTransformTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
                                                         void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
-                                         StoreBlocks{static_cast<uint16_t *>(dst), dstPitch},
-                                         kip_affineTransformTileBilinearAccurate16Avx2);
+    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                 StoreBlocks{static_cast<uint16_t *>(dst), dstPitch},
+                                                 kip_affineTransformTileBilinearAccurate16Avx2);
 }
 
 int32_t kip_affineProjectTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
                                              int32_t dstPitch)
 {
-    return resampleBlocks<NearestBlock>(tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)},
-                                        kip_affineProjectTileNearest16Avx2);
+    return resampleBlocks<Blocks, NearestBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                AddBlocks{static_cast<uint32_t *>(dst)},
+                                                kip_affineProjectTileNearest16Avx2);
 }
 
 int32_t kip_affineProjectTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
                                                       void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)},
-                                         kip_affineProjectTileBilinearAccurate16Avx2);
+    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                 AddBlocks{static_cast<uint32_t *>(dst)},
+                                                 kip_affineProjectTileBilinearAccurate16Avx2);
 }
 
 } // namespace kip

@@ -172,86 +172,64 @@ private:
 
 // ---- The walk ------------------------------------------------------------------------------------------------------
 
-// A tile, its axes and its source.
-struct BlockTile {
-    const FixedTile &tile;
-    BlockAxis x, y;
-    const uint8_t *src;
-    int64_t pitch;
-};
+struct Blocks {
+    static constexpr int32_t kWidth = kBlockSize;
+    static constexpr int32_t kRows = kBlockSize;
+    static constexpr int32_t kBoxRows = kBoxRowsPerRegister;
 
-template <typename Interpolation, int kRegisters, typename Sink>
-void walkBlocks(const BlockTile &t, const Sink &sink)
-{
-    BlockLanes lanes[2] = {makeBlockLanes(t.x, t.y, 0), makeBlockLanes(t.x, t.y, 4)};
-    for (BlockLanes &half : lanes)
-        half.index = _mm512_add_epi16(_mm512_mullo_epi16(half.index, _mm512_set1_epi16(Interpolation::kIndexUnit)),
-                                      _mm512_set1_epi16(Interpolation::kIndexOffset));
+    template <typename Interpolation, int kRegisters, typename Sink>
+    static void walk(const BlockTile<uint8_t> &t, const Sink &sink)
+    {
+        BlockLanes lanes[2] = {makeBlockLanes(t.x, t.y, 0), makeBlockLanes(t.x, t.y, 4)};
+        for (BlockLanes &half : lanes)
+            half.index = _mm512_add_epi16(_mm512_mullo_epi16(half.index, _mm512_set1_epi16(Interpolation::kIndexUnit)),
+                                          _mm512_set1_epi16(Interpolation::kIndexOffset));
 
-    const BlockOrder order(t.tile, kBlockSize, kBlockSize);
-    for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
-        for (int32_t inner = 0; inner < order.innerEnd; inner += order.innerStep) {
-            const BlockPlace place = order.place(outer, inner);
-            const BlockCorner corner(t.x, t.y, place, kRegisters * kBoxRowsPerRegister);
-            const auto box = loadBox<kRegisters>(t.src + (corner.boxY * t.pitch + corner.boxX), t.pitch);
-            const BlockLanes at[2] = {placeLanes(lanes[0], corner, Interpolation::kIndexUnit),
-                                      placeLanes(lanes[1], corner, Interpolation::kIndexUnit)};
-            sink.put(place, Interpolation::sample(box, at));
+        const BlockOrder order(t.tile, kBlockSize, kBlockSize);
+        for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
+            for (int32_t inner = 0; inner < order.innerEnd; inner += order.innerStep) {
+                const BlockPlace place = order.place(outer, inner);
+                const BlockCorner corner(t.x, t.y, place, kRegisters * kBoxRowsPerRegister);
+                const auto box = loadBox<kRegisters>(t.src + (corner.boxY * t.pitch + corner.boxX), t.pitch);
+                const BlockLanes at[2] = {placeLanes(lanes[0], corner, Interpolation::kIndexUnit),
+                                          placeLanes(lanes[1], corner, Interpolation::kIndexUnit)};
+                sink.put(place, Interpolation::sample(box, at));
+            }
         }
     }
-}
-
-template <typename Interpolation, typename Sink>
-int32_t resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch,
-                       const Sink &sink, TileKernel<uint8_t, int32_t> rows)
-{
-    BlockTile t = {tile, {}, {}, src, srcPitch};
-    switch (boxBanks<typename Interpolation::Portable>(tile, kBlockSize, kBlockSize, kBoxColumns, kBoxRowsPerRegister,
-                                                       &t.x, &t.y)) {
-    case 2:
-        walkBlocks<Interpolation, 2>(t, sink);
-        return 0;
-    case 3:
-        walkBlocks<Interpolation, 3>(t, sink);
-        return 0;
-    case 4:
-        walkBlocks<Interpolation, 4>(t, sink);
-        return 0;
-    default:
-        return rows(tile, src, srcPitch, dst, dstPitch);
-    }
-}
+};
 
 } // namespace
 
 int32_t kip_affineTransformTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                   void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<NearestBlock>(tile, src, srcPitch, dst, dstPitch,
-                                        StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
-                                        kip_affineTransformTileNearest8Avx2);
+    return resampleBlocks<Blocks, NearestBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
+                                                kip_affineTransformTileNearest8Avx2);
 }
 
 int32_t kip_affineTransformTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                        void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
-                                         StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
-                                         kip_affineTransformTileBilinearFast8Avx2);
+    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                 StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
+                                                 kip_affineTransformTileBilinearFast8Avx2);
 }
 
 int32_t kip_affineProjectTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
                                                 int32_t dstPitch)
 {
-    return resampleBlocks<NearestBlock>(tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)},
-                                        kip_affineProjectTileNearest8Avx2);
+    return resampleBlocks<Blocks, NearestBlock>(
+        tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)}, kip_affineProjectTileNearest8Avx2);
 }
 
 int32_t kip_affineProjectTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                      void *dst, int32_t dstPitch)
 {
-    return resampleBlocks<BilinearBlock>(tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)},
-                                         kip_affineProjectTileBilinearFast8Avx2);
+    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
+                                                 AddBlocks{static_cast<uint32_t *>(dst)},
+                                                 kip_affineProjectTileBilinearFast8Avx2);
 }
 
 } // namespace kip
