@@ -3,6 +3,7 @@
 #include <kip/kip.h>
 
 #include "support/fixed_point.h"
+#include "support/sampling_source.h"
 
 namespace {
 
@@ -116,15 +117,11 @@ int32_t willClipLarge(const kip_affineSampleParams &params, const kimg_windowCon
 int32_t kip_affineSampleParams_getWillClip(const kip_affineSampleParams *params, const kimg_imageConst *source,
                                            int32_t *willClip)
 {
-    kmath_xformLinear srcFromClient;
-    int32_t status = kimg_imageConst_getLinearImageFromClientXform(source, &srcFromClient);
+    kip::SamplingSource opened;
+    const int32_t status = kip::openSamplingSource(source, &opened);
     if (status < 0)
         return status;
-    kimg_windowConst window;
-    status = kimg_windowConst_init(&window, source);
-    if (status < 0)
-        return status;
-    return kip_affineSampleParams_getWillClipWindow(params, &window, &srcFromClient, willClip);
+    return kip_affineSampleParams_getWillClipWindow(params, &opened.window, &opened.fromClient, willClip);
 }
 
 int32_t kip_affineSampleParams_getWillClipWindow(const kip_affineSampleParams *params, const kimg_windowConst *source,

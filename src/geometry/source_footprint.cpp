@@ -2,6 +2,8 @@
 
 #include <kip/kip.h>
 
+#include "support/sampling_source.h"
+
 namespace {
 
 // Covers the support of every interpolation mode and of its tables round a sampled position.
@@ -12,15 +14,11 @@ constexpr double kFootprintMargin = 6.0;
 int32_t kip_affineSampleParams_getMaxSrcRect(const kip_affineSampleParams *params, const kimg_imageConst *source,
                                              kstd_rect32 *rect)
 {
-    kmath_xformLinear srcFromClient;
-    int32_t status = kimg_imageConst_getLinearImageFromClientXform(source, &srcFromClient);
+    kip::SamplingSource opened;
+    const int32_t status = kip::openSamplingSource(source, &opened);
     if (status < 0)
         return status;
-    kimg_windowConst window;
-    status = kimg_windowConst_init(&window, source);
-    if (status < 0)
-        return status;
-    return kip_affineSampleParams_getMaxSrcRectWindow(params, &window, &srcFromClient, rect);
+    return kip_affineSampleParams_getMaxSrcRectWindow(params, &opened.window, &opened.fromClient, rect);
 }
 
 int32_t kip_affineSampleParams_getMaxSrcRectWindow(const kip_affineSampleParams *params, const kimg_windowConst *,

@@ -5,6 +5,7 @@
 #include "cache/sample_cache.h"
 #include "projection/projection_driver.h"
 #include "support/cleanup_list.h"
+#include "support/sampling_source.h"
 
 namespace {
 
@@ -181,17 +182,6 @@ int32_t checkIsBound(const kimg_imageConst *source)
     return bound != 0 ? status : kip_statusProjectionSourceUnbound;
 }
 
-struct Source {
-    kimg_windowConst window;
-    kmath_xformLinear fromClient;
-};
-
-int32_t openSource(const kimg_imageConst *image, Source *source)
-{
-    const int32_t status = kimg_windowConst_init(&source->window, image);
-    return status < 0 ? status : kimg_imageConst_getLinearImageFromClientXform(image, &source->fromClient);
-}
-
 int32_t project(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *result,
                 const kip_affineSampleParams &params, kip_affineSampleCache **cache, uint32_t *sampleCount)
 {
@@ -205,10 +195,10 @@ int32_t project(const Depth &depth, const kimg_imageConst *sourceImage, kimg_ima
     if (willClip != 0)
         return kip_statusProjectionWouldClip;
 
-    Source source;
+    kip::SamplingSource source;
     kimg_window window;
     kmath_xformLinear placement;
-    status = openSource(sourceImage, &source);
+    status = kip::openSamplingSource(sourceImage, &source);
     if (status >= 0)
         status = openImage(result, params.destWidth, &window);
     if (status >= 0)
@@ -227,10 +217,10 @@ int32_t projectClipped(const Depth &depth, const kimg_imageConst *sourceImage, k
     if (params.destWidth < 1 || params.destHeight < 1)
         return kip_statusSizeBelowOne; // as the clipping test has it, but before the result receives pixels
 
-    Source source;
+    kip::SamplingSource source;
     kimg_window window;
     int32_t clips = 0;
-    status = openSource(sourceImage, &source);
+    status = kip::openSamplingSource(sourceImage, &source);
     if (status >= 0)
         status = openImage(result, params.destWidth, &window);
     if (status >= 0)

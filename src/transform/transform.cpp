@@ -5,6 +5,7 @@
 #include "cache/sample_cache.h"
 #include "support/cleanup_list.h"
 #include "support/pixel_check.h"
+#include "support/sampling_source.h"
 #include "transform/transform_driver.h"
 
 namespace {
@@ -21,14 +22,9 @@ struct Depth {
 constexpr Depth kDepth8 = {1, kip::kip_affineTransformWindow8, kip_pelCopy8};
 constexpr Depth kDepth16 = {2, kip::kip_affineTransformWindow16, kip_pelCopy16};
 
-// A bound source that can be sampled as asked.
-struct Source {
-    kimg_windowConst window;
-    kmath_xformLinear fromClient;
-};
-
+// Opens a bound source that can be sampled as asked.
 int32_t checkSource(const Depth &depth, const kimg_imageConst *image, const kip_affineSampleParams &params,
-                    Source *source)
+                    kip::SamplingSource *source)
 {
     int32_t bound;
     int32_t status = kimg_imageConst_getIsBound(image, &bound);
@@ -44,13 +40,8 @@ int32_t checkSource(const Depth &depth, const kimg_imageConst *image, const kip_
     if (willClip != 0)
         return kip_statusTransformWouldClip;
 
-    status = kimg_windowConst_init(&source->window, image);
-    if (status < 0)
-        return status;
-    status = kip::checkPixels(source->window, depth.bytesPerPixel);
-    if (status < 0)
-        return status;
-    return kimg_imageConst_getLinearImageFromClientXform(image, &source->fromClient);
+    status = kip::openSamplingSource(image, source);
+    return status < 0 ? status : kip::checkPixels(source->window, depth.bytesPerPixel);
 }
 
 bool canWriteInPlace(const kimg_image &destination, const kip_affineSampleParams &params)
@@ -59,7 +50,7 @@ bool canWriteInPlace(const kimg_image &destination, const kip_affineSampleParams
            destination.y == 0;
 }
 
-int32_t transformInPlace(const Depth &depth, const Source &source, kimg_window destination,
+int32_t transformInPlace(const Depth &depth, const kip::SamplingSource &source, kimg_window destination,
                          const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
     const int32_t status = kimg_window_window(&destination, 0, 0, params.destWidth, params.destHeight, nullptr);
@@ -69,8 +60,8 @@ int32_t transformInPlace(const Depth &depth, const Source &source, kimg_window d
 }
 
 // Makes the result in an image of its own, then copies it into a bound destination or lets an unbound one have it.
-int32_t transformThroughTemporary(const Depth &depth, const Source &source, kimg_image *destination, bool isBound,
-                                  const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+int32_t transformThroughTemporary(const Depth &depth, const kip::SamplingSource &source, kimg_image *destination,
+                                  bool isBound, const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
     kip::CleanupList cleanup;
     kimg_image temporary;
@@ -90,7 +81,7 @@ int32_t transformThroughTemporary(const Depth &depth, const Source &source, kimg
 int32_t transformChecked(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *destination,
                          const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
-    Source source;
+    kip::SamplingSource source;
     int32_t status = checkSource(depth, sourceImage, params, &source);
     if (status < 0)
         return status;
