@@ -10,6 +10,7 @@
 #include "support/measurements.h"
 #include "support/options.h"
 #include "support/peer.h"
+#include "transform/aligned_bench.h"
 #include "transform/clipped_bench.h"
 #include "transform/transform_bench.h"
 
@@ -44,6 +45,7 @@ int runRounds(const std::vector<TransformCase> &cases, int rounds)
         std::cout << "; " << peerVersion();
     std::cout << ".\n";
     printTransformTables(cases, measurements, std::cout);
+    printAlignedTable(measurements, std::cout);
     printClippedTable(measurements, std::cout);
     printProjectionTable(measurements, std::cout);
     printWindowSumsTable(measurements, std::cout);
@@ -75,6 +77,7 @@ int main(int argc, char **argv)
 
     const std::vector<TransformCase> cases = transformCases(options.sweep);
     registerTransforms(cases);
+    registerAlignedTransforms();
     registerClippedTransforms();
     registerProjections();
     registerWindowSums();

@@ -4,6 +4,8 @@
 #include <functional>
 #include <string>
 
+#include <kip/kip.h>
+
 #include "support/scene.h"
 
 namespace kip_bench {
@@ -14,6 +16,13 @@ struct PeerTransform {
     const Pixels &source;
     const Pixels &destination;
     const kmath_shapeAffineRect &rect; // in source pixels, (p, q) covering [p, p + 1) x [q, q + 1)
+};
+
+// The same turn by the peer library, of all pixels.
+struct PeerTurn {
+    kip_affine_imageAlignment alignCode; // any but the transpose of the half turn, which it does not have
+    const Pixels &source;
+    const Pixels &destination;
 };
 
 // The sums of the columns or rows of 8-bit pixels by the peer library.
@@ -36,6 +45,7 @@ void setPeerThreads(int count);
 std::function<void()> preparePeer(const PeerTransform &work);
 // The sums of the columns of what the resampling makes; int32_t for 8-bit pixels, float for 16-bit ones.
 std::function<void()> preparePeerProjection(const PeerTransform &work, void *sums);
+std::function<void()> preparePeerTurn(const PeerTurn &work);
 std::function<void()> preparePeerSums(const PeerSums &work);
 
 } // namespace kip_bench

@@ -24,6 +24,11 @@ std::function<void()> preparePeerProjection(const PeerTransform &, void *)
     return [] {};
 }
 
+std::function<void()> preparePeerTurn(const PeerTurn &)
+{
+    return [] {};
+}
+
 std::function<void()> preparePeerSums(const PeerSums &)
 {
     return [] {};

@@ -74,6 +74,28 @@ std::function<void()> preparePeerProjection(const PeerTransform &work, void *sum
     };
 }
 
+std::function<void()> preparePeerTurn(const PeerTurn &work)
+{
+    return [code = work.alignCode, source = matOver(work.source), destination = matOver(work.destination)]() mutable {
+        switch (code) {
+        case kip_affine_alignTranspose:
+            return cv::transpose(source, destination);
+        case kip_affine_alignRotate90:
+            return cv::rotate(source, destination, cv::ROTATE_90_COUNTERCLOCKWISE);
+        case kip_affine_alignRotate180:
+            return cv::rotate(source, destination, cv::ROTATE_180);
+        case kip_affine_alignRotate270:
+            return cv::rotate(source, destination, cv::ROTATE_90_CLOCKWISE);
+        case kip_affine_alignRotate90Transpose:
+            return cv::flip(source, destination, 1);
+        case kip_affine_alignRotate270Transpose:
+            return cv::flip(source, destination, 0);
+        default:
+            return source.copyTo(destination);
+        }
+    };
+}
+
 std::function<void()> preparePeerSums(const PeerSums &work)
 {
     const cv::Mat source = matOver(work.source);

@@ -4,11 +4,15 @@
 #include <kip/kip.h>
 
 #include "support/pixel_check.h"
+#include "transform/aligned_rows.h"
+#include "transform/kernel_levels.h"
 
 namespace {
 
-// Steps of an aligned map, applied in this order. The first one present reads the source; the others work in
-// place on the destination.
+using kip::AlignedKernels;
+using kip::Rows;
+
+// Steps of an aligned map, in this order.
 enum Step : uint32_t { kTranspose = 1, kMirrorX = 2, kMirrorY = 4 };
 
 uint32_t stepsOf(kip_affine_imageAlignment alignCode)
@@ -33,16 +37,6 @@ uint32_t stepsOf(kip_affine_imageAlignment alignCode)
     }
 }
 
-// Rows of pixels, without what else a window tells.
-template <typename Pixel>
-struct Rows {
-    Pixel *first;
-    int64_t pitch;
-    int64_t width, height;
-
-    Pixel *row(int64_t r) const { return first + r * pitch; }
-};
-
 template <typename Pixel, typename Window>
 Rows<Pixel> rowsOf(const Window &window)
 {
@@ -57,34 +51,11 @@ void transposeInPlace(const Rows<Pixel> &square)
             std::swap(square.row(r)[c], square.row(c)[r]);
 }
 
-// Walks blocks: both the rows that are written and the columns that are read then stay in the first-level cache.
-template <typename Pixel>
-void transpose(const Rows<const Pixel> &input, const Rows<Pixel> &output)
-{
-    constexpr int64_t block = 32;
-    for (int64_t r0 = 0; r0 < output.height; r0 += block) {
-        const int64_t rEnd = std::min(r0 + block, output.height);
-        for (int64_t c0 = 0; c0 < output.width; c0 += block) {
-            const int64_t cEnd = std::min(c0 + block, output.width);
-            for (int64_t r = r0; r < rEnd; ++r)
-                for (int64_t c = c0; c < cEnd; ++c)
-                    output.row(r)[c] = input.row(c)[r];
-        }
-    }
-}
-
 template <typename Pixel>
 void mirrorXInPlace(const Rows<Pixel> &rows)
 {
     for (int64_t r = 0; r < rows.height; ++r)
         std::reverse(rows.row(r), rows.row(r) + rows.width);
-}
-
-template <typename Pixel>
-void mirrorX(const Rows<const Pixel> &input, const Rows<Pixel> &output)
-{
-    for (int64_t r = 0; r < input.height; ++r)
-        std::reverse_copy(input.row(r), input.row(r) + input.width, output.row(r));
 }
 
 template <typename Pixel>
@@ -94,11 +65,11 @@ void mirrorYInPlace(const Rows<Pixel> &rows)
         std::swap_ranges(rows.row(r), rows.row(r) + rows.width, rows.row(rows.height - 1 - r));
 }
 
+// The last row first.
 template <typename Pixel>
-void mirrorY(const Rows<const Pixel> &input, const Rows<Pixel> &output)
+Rows<Pixel> upsideDown(const Rows<Pixel> &rows)
 {
-    for (int64_t r = 0; r < input.height; ++r)
-        std::copy_n(input.row(r), input.width, output.row(input.height - 1 - r));
+    return {rows.row(rows.height - 1), -rows.pitch, rows.width, rows.height};
 }
 
 int32_t copyBlock(const kimg_windowConst &source, const kimg_window &destination)
@@ -127,26 +98,50 @@ bool canShareWindow(const kimg_windowConst &source, const kimg_window &destinati
 }
 
 template <typename Pixel>
+void runInPlace(const Rows<Pixel> &rows, uint32_t steps)
+{
+    if ((steps & kTranspose) != 0)
+        transposeInPlace(rows);
+    if ((steps & kMirrorX) != 0)
+        mirrorXInPlace(rows);
+    if ((steps & kMirrorY) != 0)
+        mirrorYInPlace(rows);
+}
+
+// All steps in one pass. A mirror in y is the order of the result's rows; with an axis swap, a mirror in x is that of
+// the rows that its columns come from.
+template <typename Pixel>
+void runSteps(Rows<const Pixel> input, Rows<Pixel> result, uint32_t steps, const AlignedKernels<Pixel> &kernels)
+{
+    if ((steps & kMirrorY) != 0)
+        result = upsideDown(result);
+    if ((steps & kTranspose) != 0) {
+        input = {input.first, input.pitch, result.height, result.width};
+        return kernels.transpose((steps & kMirrorX) != 0 ? upsideDown(input) : input, result);
+    }
+    for (int64_t r = 0; r < result.height; ++r) {
+        if ((steps & kMirrorX) != 0)
+            kernels.reverse(input.row(r), result.width, result.row(r));
+        else
+            std::copy_n(input.row(r), result.width, result.row(r));
+    }
+}
+
+template <typename Pixel>
 void runSteps(const kimg_windowConst &source, const kimg_window &destination, uint32_t steps)
 {
     const auto input = rowsOf<const Pixel>(source);
     const auto output = rowsOf<Pixel>(destination);
-    // Every step works in the block that the result covers: with an axis swap the whole destination, else a
-    // block of the source's size, so that what a larger destination holds beside it stays where it is.
+    // With an axis swap the result covers the whole destination, else a block of the source's size, so that what a
+    // larger destination holds beside it stays where it is.
     const Rows<Pixel> result =
         (steps & kTranspose) != 0 ? output : Rows<Pixel>{output.first, output.pitch, input.width, input.height};
-    bool inPlace = source.pixels == destination.pixels;
-
-    if ((steps & kTranspose) != 0) {
-        inPlace ? transposeInPlace(result) : transpose(input, result);
-        inPlace = true;
-    }
-    if ((steps & kMirrorX) != 0) {
-        inPlace ? mirrorXInPlace(result) : mirrorX(input, result);
-        inPlace = true;
-    }
-    if ((steps & kMirrorY) != 0)
-        inPlace ? mirrorYInPlace(result) : mirrorY(input, result);
+    if (result.width < 1 || result.height < 1)
+        return;
+    if (source.pixels == destination.pixels)
+        runInPlace(result, steps);
+    else
+        runSteps(input, result, steps, kip::alignedKernels<Pixel>(kip::processorFeatures()));
 }
 
 template <typename Pixel>

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "transform/aligned_rows.h"
 #include "transform/plan_rows.h"
 #include "transform/tile_kernels.h"
 
@@ -25,6 +26,10 @@ PlanRowKernels<uint8_t, uint8_t> linearRowKernels8(uint32_t features, uint32_t a
 PlanRowKernels<uint8_t, int16_t> cubicRowKernels8(uint32_t features, uint32_t accumulate);
 PlanRowKernels<uint16_t, uint16_t> linearRowKernels16(uint32_t features, uint32_t accumulate);
 PlanRowKernels<uint16_t, int32_t> cubicRowKernels16(uint32_t features, uint32_t accumulate);
+
+// Whole-pixel maps, for uint8_t and uint16_t.
+template <typename Pixel>
+AlignedKernels<Pixel> alignedKernels(uint32_t features);
 
 } // namespace kip
 

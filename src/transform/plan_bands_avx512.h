@@ -14,6 +14,7 @@
 
 #include "support/target_region.h"
 #include "support/x86_intrinsics.h"
+#include "transform/block_transpose_avx512.h"
 #include "transform/plan_bands.h"
 
 KIP_TARGET_BEGIN("avx2,avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi")
@@ -84,7 +85,7 @@ struct TouchingRows {
 };
 
 template <typename Pixel>
-inline constexpr int32_t kBlock = 16 / sizeof(Pixel); // columns that are copied together
+inline constexpr int32_t kBlock = kQuarterPixels<Pixel>; // columns that are copied together
 
 inline __m128i loadBlockRow(const void *at)
 {
@@ -189,22 +190,6 @@ inline void copyLinesOfBlock(const Pixel *src, int64_t pitch, const BlockIndex &
     }
 }
 
-// Interleaves registers i and i + n / 2 of n, each quarter on its own; log2(n) such steps transpose the quarters.
-template <typename Pixel>
-inline void interleave(__m512i (&a)[kBlock<Pixel>])
-{
-    constexpr int32_t half = kBlock<Pixel> / 2;
-    __m512i b[2 * half];
-    for (int i = 0; i < half; ++i) {
-        b[2 * i] =
-            sizeof(Pixel) == 1 ? _mm512_unpacklo_epi8(a[i], a[i + half]) : _mm512_unpacklo_epi16(a[i], a[i + half]);
-        b[2 * i + 1] =
-            sizeof(Pixel) == 1 ? _mm512_unpackhi_epi8(a[i], a[i + half]) : _mm512_unpackhi_epi16(a[i], a[i + half]);
-    }
-    for (int i = 0; i < 2 * half; ++i)
-        a[i] = b[i];
-}
-
 // Copies a block of columns from a source whose rows follow the secondary axis, each column from where its position
 // takes it. Writes whole blocks of lines, of which count are read.
 template <typename Pixel>
@@ -221,7 +206,7 @@ inline void transposeBlock(const Pixel *src, int64_t majorStep, int64_t position
             a[i] = _mm512_maskz_loadu_epi8(lanes, at);
         }
         for (int32_t n = block; n > 1; n /= 2)
-            interleave<Pixel>(a);
+            interleaveQuarters<Pixel>(a);
         const int32_t quarters = (std::min(count - k, 4 * block) + block - 1) / block;
         Pixel *const to = copy + k * copyPitch;
         const auto store = [&](int32_t quarter, int32_t i, __m128i v) {

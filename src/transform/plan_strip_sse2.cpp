@@ -6,39 +6,11 @@
 
 #include <cstring>
 
-#include <emmintrin.h>
+#include "transform/block_transpose_sse2.h"
 
 namespace kip {
 
 namespace {
-
-// Interleaves registers i and i + n / 2 of n; log2(n) such steps transpose an n x n block.
-template <typename Pixel, int kBlock>
-void interleave(const __m128i (&in)[kBlock], __m128i (&out)[kBlock])
-{
-    for (int i = 0; i < kBlock / 2; ++i) {
-        const __m128i a = in[i];
-        const __m128i b = in[i + kBlock / 2];
-        out[2 * i] = sizeof(Pixel) == 1 ? _mm_unpacklo_epi8(a, b) : _mm_unpacklo_epi16(a, b);
-        out[2 * i + 1] = sizeof(Pixel) == 1 ? _mm_unpackhi_epi8(a, b) : _mm_unpackhi_epi16(a, b);
-    }
-}
-
-template <typename Pixel, int kBlock>
-void transposeBlock(const Pixel *src, int64_t srcPitch, Pixel *dst, int64_t dstPitch)
-{
-    __m128i a[kBlock];
-    __m128i b[kBlock];
-    for (int i = 0; i < kBlock; ++i)
-        a[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i * srcPitch));
-    for (int n = kBlock; n > 1; n /= 2) {
-        interleave<Pixel>(a, b);
-        for (int i = 0; i < kBlock; ++i)
-            a[i] = b[i];
-    }
-    for (int i = 0; i < kBlock; ++i)
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i * dstPitch), a[i]);
-}
 
 // A part of a copy: from (secondary, primary) on, of the given size.
 template <typename Pixel>
@@ -56,13 +28,13 @@ StripCopy<Pixel> partOf(const StripCopy<Pixel> &copy, int32_t s, int32_t p, int3
 template <typename Pixel>
 void transposeStrip(const StripCopy<Pixel> &copy)
 {
-    constexpr int32_t block = 16 / sizeof(Pixel);
+    constexpr int32_t block = kTransposedBlock<Pixel>;
     const int32_t wholePrimary = copy.primary / block * block;
     const int32_t wholeSecondary = copy.secondary / block * block;
     for (int32_t s = 0; s < wholeSecondary; s += block)
         for (int32_t p = 0; p < wholePrimary; p += block)
-            transposeBlock<Pixel, block>(copy.src + p * copy.majorStep + s, copy.majorStep,
-                                         copy.strip + s * copy.stripPitch + p, copy.stripPitch);
+            transposeBlock<Pixel>(copy.src + p * copy.majorStep + s, copy.majorStep,
+                                  copy.strip + s * copy.stripPitch + p, copy.stripPitch);
     copyStripPortable(partOf(copy, 0, wholePrimary, wholeSecondary, copy.primary - wholePrimary));
     copyStripPortable(partOf(copy, wholeSecondary, 0, copy.secondary - wholeSecondary, copy.primary));
 }

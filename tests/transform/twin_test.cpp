@@ -15,6 +15,7 @@
 #include "cache/cubic_weight_table.h"
 #include "support/target_region.h"
 #include "support/twin_harness.h"
+#include "transform/aligned_rows.h"
 #include "transform/plan_rows_x86.h"
 #include "transform/tile_kernels.h"
 #include "transform/tile_kernels_x86.h"
@@ -367,6 +368,54 @@ Twin bandTwin(const std::string &name, uint32_t features, void (*variant)(const 
     return makeTwin(name, features, Family{}, adapt, resampleBandPortable<Rule, kAdd>, variant);
 }
 
+// ---- Whole-pixel maps --------------------------------------------------------------------------------------------
+
+// Pictures that are transposed, or whose rows are reversed.
+template <typename PixelType>
+struct AlignedFamily {
+    using Pixel = PixelType;
+    using Element = PixelType;
+    using Call = Shape;
+
+    bool transposes;
+
+    Call draw(Random &random, int32_t width, int32_t rows) const
+    {
+        Shape shape = {transposes ? rows : width, transposes ? width : rows, 0, width, rows, 0};
+        shape.sourcePitch = (shape.sourceWidth + random.between32(0, 3)) * random.sign();
+        shape.pitch = (shape.width + random.between32(0, 3)) * random.sign();
+        return shape;
+    }
+    Shape shape(const Call &call) const { return call; }
+};
+
+template <typename Pixel>
+Twin transposeTwin(const std::string &name, uint32_t features,
+                   void (*variant)(const Rows<const Pixel> &, const Rows<Pixel> &))
+{
+    const auto adapt = [](auto kernel) {
+        return [kernel](const Shape &shape, const Pixel *source, Pixel *destination) {
+            kernel({source, shape.sourcePitch, shape.sourceWidth, shape.sourceHeight},
+                   {destination, shape.pitch, shape.width, shape.rows});
+            return 0;
+        };
+    };
+    return makeTwin(name, features, AlignedFamily<Pixel>{true}, adapt, transposePortable<Pixel>, variant);
+}
+
+template <typename Pixel>
+Twin reverseTwin(const std::string &name, uint32_t features, void (*variant)(const Pixel *, int64_t, Pixel *))
+{
+    const auto adapt = [](auto kernel) {
+        return [kernel](const Shape &shape, const Pixel *source, Pixel *destination) {
+            for (int32_t y = 0; y < shape.rows; ++y)
+                kernel(source + y * shape.sourcePitch, shape.width, destination + y * shape.pitch);
+            return 0;
+        };
+    };
+    return makeTwin(name, features, AlignedFamily<Pixel>{false}, adapt, reversePortable<Pixel>, variant);
+}
+
 // ---- The table -------------------------------------------------------------------------------------------------
 
 std::vector<Twin> listTwins()
@@ -441,6 +490,22 @@ std::vector<Twin> listTileVariants()
     };
 }
 
+std::vector<Twin> listAlignedVariants()
+{
+    constexpr uint32_t sse2 = ksys_featurePackedInteger;
+    constexpr uint32_t avx2 = ksys_featureAvx2;
+    return {
+        transposeTwin<uint8_t>("Transpose8Sse2", sse2, transpose8Sse2),
+        transposeTwin<uint16_t>("Transpose16Sse2", sse2, transpose16Sse2),
+        transposeTwin<uint8_t>("Transpose8Avx512", ksys_featureAvx512, transpose8Avx512),
+        transposeTwin<uint16_t>("Transpose16Avx512", ksys_featureAvx512, transpose16Avx512),
+        reverseTwin<uint8_t>("Reverse8Sse2", sse2, reverse8Sse2),
+        reverseTwin<uint16_t>("Reverse16Sse2", sse2, reverse16Sse2),
+        reverseTwin<uint8_t>("Reverse8Avx2", avx2, reverse8Avx2),
+        reverseTwin<uint16_t>("Reverse16Avx2", avx2, reverse16Avx2),
+    };
+}
+
 std::vector<Twin> listRowVariants()
 {
     constexpr uint32_t avx2 = ksys_featureAvx2;
@@ -495,6 +560,7 @@ std::string nameOf(const testing::TestParamInfo<Twin> &test)
 INSTANTIATE_TEST_SUITE_P(Kernels, TwinTest, testing::ValuesIn(listTwins()), nameOf);
 #if defined(KIP_HAS_X86_VARIANTS)
 INSTANTIATE_TEST_SUITE_P(TileVariants, TwinTest, testing::ValuesIn(listTileVariants()), nameOf);
+INSTANTIATE_TEST_SUITE_P(AlignedVariants, TwinTest, testing::ValuesIn(listAlignedVariants()), nameOf);
 INSTANTIATE_TEST_SUITE_P(RowVariants, TwinTest, testing::ValuesIn(listRowVariants()), nameOf);
 #endif
 
