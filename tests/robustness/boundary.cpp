@@ -1,0 +1,197 @@
+// Many small random calls of every export that reads pixels, their rectangles at the margins where clipping begins,
+// their images between unreadable pages. Each case runs under two settings of processor level, threads, cache and
+// guards: no crash, every promise kept, the same bytes.
+//
+//   kip_boundary --seed S --cases N [--first F]
+//
+// A case depends on the seed and its own number alone: --first F --cases 1 repeats one.
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "robustness/sampling_call.h"
+#include "support/crash_note.h"
+#include "support/levels.h"
+
+namespace kip::test {
+
+namespace {
+
+constexpr int64_t kBatch = 1024; // cases that share their settings
+
+struct Options {
+    uint64_t seed = 1;
+    int64_t first = 0, cases = 100000;
+};
+
+struct Setting {
+    uint32_t features;
+    int32_t threads;
+};
+
+struct Batch {
+    Setting settings[2];
+    bool isInhibited;
+};
+
+std::vector<uint32_t> runnableFeatures()
+{
+    std::vector<uint32_t> features = {0, ksys_featurePackedInteger};
+    for (const Level &level : availableLevels())
+        features.push_back(level.features);
+    return features;
+}
+
+Batch drawBatch(const Options &options, int64_t number, const std::vector<uint32_t> &features)
+{
+    static constexpr int32_t kThreads[] = {1, 2, 3, 8};
+    Random random(options.seed * 0x10001 + static_cast<uint64_t>(number));
+    Batch batch = {};
+    const size_t one = random.next() % features.size();
+    const size_t other = (one + 1 + random.next() % (features.size() - 1)) % features.size();
+    batch.settings[0] = {features[one], random.pick(kThreads)};
+    batch.settings[1] = {features[other], random.pick(kThreads)};
+    batch.isInhibited = random.oneIn(8);
+    return batch;
+}
+
+Random caseRandom(const Options &options, int64_t number)
+{
+    return Random(Random(options.seed).next() + static_cast<uint64_t>(number) * 0xD1342543DE82EF95);
+}
+
+// With a cache that holds another call's geometry, or the same.
+Outcome runCached(SamplingCall call, const CallMemory &memory, Random &random)
+{
+    kip_affineSampleCache *cache = nullptr;
+    kip_affineSampleCache_construct(&cache);
+    SamplingCall earlier = call;
+    if (random.oneIn(2))
+        earlier.params.mode = static_cast<uint32_t>(random.between(0, 3));
+    if (random.oneIn(2))
+        earlier.params.rect.tx += random.between(-1.0, 1.0);
+    if (random.oneIn(4))
+        earlier.result.isBound = false;
+    if (random.oneIn(4))
+        earlier.params.destWidth += random.between32(0, 3);
+    const Outcome primed = runCall(earlier, memory, &cache);
+    Outcome outcome = runCall(call, memory, &cache);
+    outcome.fault += primed.fault;
+    kip_affineSampleCache_destruct(&cache);
+    return outcome;
+}
+
+class Boundary {
+public:
+    explicit Boundary(const Options &given) : options(given) {}
+
+    int run()
+    {
+        const auto start = std::chrono::steady_clock::now();
+        const int64_t end = options.first + options.cases;
+        for (int64_t from = options.first; from < end && failures < 10;) {
+            const int64_t to = std::min(end, (from / kBatch + 1) * kBatch);
+            runBatch(from, to);
+            from = to;
+        }
+        const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
+        std::printf("seed %llu: %lld cases, %lld served, %.1f microseconds a case, %d failures\n",
+                    static_cast<unsigned long long>(options.seed), static_cast<long long>(options.cases),
+                    static_cast<long long>(served), taken.count() / static_cast<double>(options.cases), failures);
+        // A generator that draws nothing but refusals finds nothing.
+        return failures == 0 && (options.cases < kBatch || served > options.cases / 4) ? 0 : 1;
+    }
+
+private:
+    void runBatch(int64_t from, int64_t to)
+    {
+        const Batch batch = drawBatch(options, from / kBatch, features);
+        std::vector<Outcome> outcomes(static_cast<size_t>(to - from));
+        for (const int turn : {0, 1}) {
+            const ProcessorLevel level(batch.settings[turn].features);
+            ksys_jobThreadGroup_setThreadCount(batch.settings[turn].threads);
+            if (batch.isInhibited) {
+                const InhibitOptimizedPaths inhibited;
+                runTurn(batch, turn, from, outcomes);
+            } else {
+                runTurn(batch, turn, from, outcomes);
+            }
+        }
+    }
+
+    void runTurn(const Batch &batch, int turn, int64_t from, std::vector<Outcome> &outcomes)
+    {
+        for (size_t n = 0; n < outcomes.size(); ++n) {
+            const int64_t number = from + static_cast<int64_t>(n);
+            std::snprintf(crashNote, sizeof crashNote, "crashed in --seed %llu --first %lld --cases 1, features %x\n",
+                          static_cast<unsigned long long>(options.seed), static_cast<long long>(number),
+                          batch.settings[turn].features);
+            Random random = caseRandom(options, number);
+            const SamplingCall call = drawCall(random, random.pick(kOperations));
+            const bool isCached = takesCache(call.operation) && random.oneIn(3);
+            if (turn == 0) {
+                outcomes[n] = runCall(call, memory, nullptr);
+                served += outcomes[n].status >= 0 ? 1 : 0;
+                report(number, call, batch, outcomes[n].fault);
+                continue;
+            }
+            const Outcome outcome = isCached ? runCached(call, memory, random) : runCall(call, memory, nullptr, true);
+            std::string fault = outcome.fault;
+            if (outcome.digest != outcomes[n].digest)
+                fault += "status " + std::to_string(outcomes[n].status) + ", then " + std::to_string(outcome.status) +
+                         (outcome.status == outcomes[n].status ? ", other bytes" : "");
+            // What the optimised paths may round otherwise, the portable ones do as the model does.
+            int32_t status;
+            if (fault.empty() && batch.isInhibited && call.operation == Operation::transform && call.params.mode < 2)
+                fault = checkAgainstModel(call, modelMemory, &status);
+            report(number, call, batch, fault);
+        }
+    }
+
+    void report(int64_t number, const SamplingCall &call, const Batch &batch, const std::string &fault)
+    {
+        if (options.cases == 1)
+            std::printf("%s\n", describe(call).c_str());
+        if (fault.empty())
+            return;
+        ++failures;
+        std::printf("--seed %llu --first %lld --cases 1: %s\n  %s\n  features %x and %x, threads %d and %d\n",
+                    static_cast<unsigned long long>(options.seed), static_cast<long long>(number), fault.c_str(),
+                    describe(call).c_str(), batch.settings[0].features, batch.settings[1].features,
+                    batch.settings[0].threads, batch.settings[1].threads);
+    }
+
+    const Options options;
+    const std::vector<uint32_t> features = runnableFeatures();
+    const CallMemory memory{};
+    const TransformMemory modelMemory{};
+    int64_t served = 0;
+    int failures = 0;
+};
+
+} // namespace
+
+} // namespace kip::test
+
+int main(int argc, char **argv)
+{
+    kip::test::Options options;
+    for (int n = 1; n + 1 < argc; n += 2) {
+        const std::string name = argv[n];
+        const long long value = std::atoll(argv[n + 1]);
+        if (name == "--seed")
+            options.seed = static_cast<uint64_t>(value);
+        else if (name == "--first" && value >= 0)
+            options.first = value;
+        else if (name == "--cases" && value > 0)
+            options.cases = value;
+        else
+            return std::fprintf(stderr, "usage: %s [--seed S] [--cases N] [--first F]\n", argv[0]), 2;
+    }
+    kip::test::noteForCrash("the first case");
+    return kip::test::Boundary(options).run();
+}
