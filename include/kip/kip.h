@@ -581,8 +581,8 @@ KIP_API int32_t kip_affineProjectClipped16(const kimg_imageConst *source, kimg_i
  * source, srcFromClient  as for #kip_affineProjectWindow.
  * result, coverage       32-bit windows, as for #kip_affineProjectWindow.
  * params, cache          as for #kip_affineProject.
- * placement              receives the map from client coordinates to the rows of sums and coverage, also where the
- *                        status is #kip_statusProjectionOutsideSource.
+ * placement              receives the map from client coordinates to the rows of sums and coverage; written with the
+ *                        sums, so possibly also where a later step fails.
  * coverageValue, depth   as for #kip_affineProjectClipped.
  * willClip               as for #kip_affineProjectClipped; written as soon as it is known.
  * Returns as #kip_affineProjectClipped does.

@@ -66,6 +66,9 @@ bool takesCache(Operation operation);
 // Whether kip_affineSampleParams counts at all.
 bool samples(Operation operation);
 
+// Whether a transform of these parameters is cut into jobs where there are threads.
+bool isWorthJobs(const SamplingCall &call);
+
 // Draws a call, mostly a small one, with the rectangle close to where it begins to reach outside the source.
 SamplingCall drawCall(Random &random, Operation operation);
 
@@ -78,6 +81,9 @@ struct CallMemory {
     GuardedMemory second{size_t{1} << 20};
     std::vector<uint8_t> noise; // what the sources are filled with
 };
+
+// What a test's attention handler answers to stop a call.
+inline constexpr int32_t kStopped = -4711;
 
 struct Outcome {
     int32_t status = 0;

@@ -35,6 +35,8 @@ public:
     void failOnly(int64_t number) { refuse(number, number); }
     void failFrom(int64_t number) { refuse(number, std::numeric_limits<int64_t>::max()); }
     void failNone() { refuse(0, 0); }
+    // Refuses what would make more than so many bytes live at a time.
+    void failBeyond(int64_t bytes) { state->limit = bytes; }
 
     // Requests since the last fail...() call, or since construction; the refused ones are among them.
     int64_t requests() const { return state->requests; }
@@ -47,6 +49,7 @@ private:
     struct State {
         std::atomic<int64_t> requests{0}, refused{0}, liveBlocks{0}, liveBytes{0};
         std::atomic<int64_t> firstRefused{0}, lastRefused{0}, placements{0};
+        std::atomic<int64_t> limit{int64_t{1} << 40}; // no machine has that, and sanitizers end a program that asks
     };
 
     // Stands before every block.
@@ -81,7 +84,8 @@ private:
     static void *place(State &state, size_t size)
     {
         constexpr size_t kScatter = 64;
-        if (size > size_t{1} << 40) // no machine has that, and sanitizers end a program that asks for it
+        const int64_t limit = state.limit;
+        if (size > static_cast<size_t>(limit) || state.liveBytes > limit - static_cast<int64_t>(size))
             return nullptr;
         auto *start = static_cast<unsigned char *>(std::malloc(sizeof(Prefix) + kScatter + size));
         if (start == nullptr)

@@ -1,0 +1,191 @@
+// Whatever fails inside a call, allocations, attention, threads: a status comes back, what the headers promise to be
+// left alone is, nothing leaks, and the next call is right.
+
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "robustness/sampling_call.h"
+#include "support/crash_note.h"
+#include "support/failing_allocator.h"
+
+#if defined(__linux__) && !defined(KIP_TEST_SANITIZED)
+#define KIP_TEST_REFUSES_THREADS 1
+#include <cerrno>
+#include <dlfcn.h>
+#include <pthread.h>
+#else
+#define KIP_TEST_REFUSES_THREADS 0
+#endif
+
+#if KIP_TEST_REFUSES_THREADS
+
+namespace {
+
+std::atomic<int32_t> threadsAllowed{INT32_MAX};
+std::atomic<int32_t> threadsRefused{0};
+
+} // namespace
+
+// Stands before the system's own, for the libraries too.
+extern "C" __attribute__((visibility("default"))) int
+pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *), void *argument) noexcept
+{
+    using Create = int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
+    static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (threadsAllowed.fetch_sub(1) > 0)
+        return create(thread, attributes, start, argument);
+    ++threadsRefused;
+    return EAGAIN;
+}
+
+#endif
+
+namespace kip::test {
+
+namespace {
+
+// A call that succeeds, and what it gives.
+struct Served {
+    SamplingCall call;
+    Outcome outcome;
+};
+
+// isLarge: one that is cut into jobs.
+Served drawServed(Random &random, Operation operation, bool isLarge, const CallMemory &memory)
+{
+    for (;;) {
+        Served served = {drawCall(random, operation), {}};
+        if (isLarge && !isWorthJobs(served.call))
+            continue;
+        noteForCrash(describe(served.call));
+        served.outcome = runCall(served.call, memory, nullptr);
+        EXPECT_EQ(served.outcome.fault, "") << describe(served.call);
+        if (served.outcome.status >= 0)
+            return served;
+    }
+}
+
+// The first test, as threads that once were started stay.
+TEST(FaultsOfThreads, ThoseThatCannotStartAreNotMissed)
+{
+#if KIP_TEST_REFUSES_THREADS
+    ksys_jobThreadGroup_setThreadCount(1);
+    const CallMemory memory{};
+    Random random(69999);
+    const Served served = drawServed(random, Operation::transform, true, memory);
+    ksys_jobThreadGroup_setThreadCount(8);
+    int32_t refused = 0;
+    for (const int32_t allowed : {0, 1, INT32_MAX}) {
+        threadsAllowed = allowed;
+        threadsRefused = 0;
+        EXPECT_EQ(runCall(served.call, memory, nullptr).digest, served.outcome.digest);
+        refused += threadsRefused;
+    }
+    ksys_jobThreadGroup_setThreadCount(0);
+    EXPECT_GT(refused, 0);
+#else
+    GTEST_SKIP() << "threads cannot be refused here";
+#endif
+}
+
+class Faults : public testing::TestWithParam<Operation> {
+protected:
+    Faults() { ksys_jobThreadGroup_setThreadCount(3); }
+    ~Faults() override { ksys_jobThreadGroup_setThreadCount(0); }
+
+    Served drawServed(bool isLarge = false) { return kip::test::drawServed(random, GetParam(), isLarge, memory); }
+
+    // Refuses every allocation of a call in turn. Returns how many there were.
+    int64_t refuseAllocations(const Served &served, bool isCached)
+    {
+        SCOPED_TRACE(describe(served.call));
+        return failEachAllocation([&] {
+            ksys_shutdown_run(); // the table of cubic weights is made anew
+            kip_affineSampleCache *cache = nullptr;
+            kip_affineSampleCache **const handle = isCached ? &cache : nullptr;
+            int32_t status = isCached ? kip_affineSampleCache_construct(&cache) : 0;
+            if (status >= 0) {
+                const Outcome outcome = runCall(served.call, memory, handle);
+                status = outcome.status;
+                EXPECT_EQ(outcome.fault, "");
+                EXPECT_TRUE(status < 0 || outcome.digest == served.outcome.digest);
+                if (status < 0) {
+                    // With the same cache. It fails again if memory does.
+                    const Outcome next = runCall(served.call, memory, handle);
+                    EXPECT_EQ(next.fault, "");
+                    EXPECT_TRUE(next.status < 0 || next.digest == served.outcome.digest);
+                }
+            }
+            EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
+            ksys_shutdown_run();
+            return status;
+        });
+    }
+
+    const CallMemory memory{};
+    Random random{70000 + static_cast<uint64_t>(GetParam())};
+};
+
+INSTANTIATE_TEST_SUITE_P(Operations, Faults, testing::ValuesIn(kOperations), [](const auto &operation) {
+    return "Operation" + std::to_string(static_cast<int>(operation.param));
+});
+
+TEST_P(Faults, FailedAllocationsLeaveNoTrace)
+{
+    int64_t requests = 0;
+    for (int n = 0; n < 60; ++n)
+        requests += refuseAllocations(drawServed(), takesCache(GetParam()) && n % 2 == 0);
+    EXPECT_GT(requests, 60);
+    if (GetParam() <= Operation::transformClipped) {
+        EXPECT_GT(refuseAllocations(drawServed(true), false), 3) << "no jobs";
+    }
+}
+
+struct Attention {
+    int32_t refusedCheck, checks;
+};
+
+int32_t countCheck(void *context)
+{
+    auto *const attention = static_cast<Attention *>(context);
+    return ++attention->checks == attention->refusedCheck ? kStopped : 0;
+}
+
+TEST_P(Faults, AttentionStopsAtEachOfItsPoints)
+{
+    FailingAllocator allocator;
+    int32_t stops = 0;
+    for (int n = 0; n < 100; ++n) {
+        const Served served = drawServed();
+        SCOPED_TRACE(describe(served.call));
+        kip_affineSampleCache *cache = nullptr;
+        kip_affineSampleCache **const handle = takesCache(GetParam()) && n % 2 == 0 ? &cache : nullptr;
+        EXPECT_EQ(kip_affineSampleCache_construct(&cache), 0);
+        for (Attention attention = {1, 0};; ++attention.refusedCheck, ++stops) {
+            attention.checks = 0;
+            ksys_attention_setHandler(countCheck, &attention);
+            const Outcome outcome = runCall(served.call, memory, handle);
+            ksys_attention_setHandler(nullptr, nullptr);
+            EXPECT_EQ(outcome.fault, "");
+            if (attention.checks < attention.refusedCheck) {
+                EXPECT_EQ(outcome.digest, served.outcome.digest);
+                break;
+            }
+            EXPECT_EQ(outcome.status, kStopped);
+            EXPECT_EQ(attention.checks, attention.refusedCheck) << "asked again";
+        }
+        EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
+    }
+    const bool asks = GetParam() == Operation::transformClipped || GetParam() == Operation::projectClipped ||
+                      GetParam() == Operation::projectClippedWindow || GetParam() == Operation::projectNorm;
+    EXPECT_EQ(stops > 0, asks);
+    ksys_shutdown_run();
+    EXPECT_EQ(allocator.liveBlocks(), 0);
+}
+
+} // namespace
+
+} // namespace kip::test
