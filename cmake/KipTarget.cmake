@@ -8,6 +8,10 @@ if(KIP_SANITIZE)
     list(JOIN KIP_SANITIZE "," kip_sanitizers)
     set(KIP_SANITIZE_FLAGS -fsanitize=${kip_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
 endif()
+if(KIP_BUILD_FUZZERS)
+    # Lets the fuzzer see which branches an input takes.
+    list(APPEND KIP_SANITIZE_FLAGS -fsanitize=fuzzer-no-link)
+endif()
 
 # Installed programs and libraries find ours beside them, wherever the whole tree is moved to.
 file(RELATIVE_PATH kip_lib_from_bin "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
