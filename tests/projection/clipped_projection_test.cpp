@@ -258,37 +258,6 @@ TEST(ClippedProjectionExamples, RowsAboveTheSource)
               int32_t{kip_statusProjectionWouldClip});
 }
 
-struct Attention {
-    int32_t refusedCheck;
-    int32_t checks = 0;
-};
-
-int32_t countCheck(void *context)
-{
-    auto *const attention = static_cast<Attention *>(context);
-    return ++attention->checks == attention->refusedCheck ? -77 : 0;
-}
-
-TEST(ClippedProjectionAttention, StopsBetweenItsSteps)
-{
-    Image source(1, 20, 20);
-    const kip_affineSampleParams params = {{-4.5, 3, 8, 1, 0, 5}, kip_affineModeBilinear, 8, 5};
-    constexpr int32_t kChecks = 6;
-    for (int32_t refused = 1; refused <= kChecks + 1; ++refused) {
-        Image result;
-        Image coverage;
-        uint32_t depth = 0;
-        uint32_t willClip = 0;
-        Attention attention = {refused};
-        ksys_attention_setHandler(countCheck, &attention);
-        const int32_t status = kip_affineProjectClipped(source.get(), result.get(), coverage.get(), &params, nullptr,
-                                                        255, &depth, &willClip);
-        ksys_attention_setHandler(nullptr, nullptr);
-        EXPECT_EQ(status, refused <= kChecks ? -77 : 0);
-        EXPECT_EQ(attention.checks, std::min(refused, kChecks));
-    }
-}
-
 } // namespace
 
 } // namespace kip::test

@@ -5,7 +5,6 @@
 #include <kip/kip.h>
 
 #include "projection/projection_entry.h"
-#include "support/failing_allocator.h"
 #include "support/images.h"
 
 namespace kip::test {
@@ -221,42 +220,6 @@ TEST_P(ProjectionRefusal, GivesZerosOutsideTheSource)
         EXPECT_TRUE(sums.memory.holds(Sums(32, 0)));
         EXPECT_TRUE(coverage.memory.holds({}));
         EXPECT_EQ(willClip, 1u);
-    }
-}
-
-// Each allocation fails in turn: a status, nothing left over, no sum written but by a clipped projection.
-TEST_P(ProjectionRefusal, PassesOnFailedAllocations)
-{
-    for (uint32_t mode = 0; mode < (GetParam() == 1 ? 4u : 2u); ++mode) {
-        for (const kip_affineSampleParams &sampling : {kSlanted, kAligned, kHalfOutside}) {
-            SCOPED_TRACE(testing::Message() << "mode " << mode << " at " << sampling.rect.tx);
-            kip_affineSampleParams params = sampling;
-            params.mode = mode;
-            const bool isInside = sampling.rect.tx != kHalfOutside.rect.tx;
-            for (const int32_t width : {0, 20, 40}) { // unbound, narrower, and in place
-                Row row(std::max(width, 1));
-                const int64_t requests = failEachAllocation([&] {
-                    ksys_shutdown_run(); // the weight table is built anew
-                    row.memory.clear();
-                    Image unbound;
-                    kimg_image *const result = width == 0 ? unbound.get() : &row.image;
-                    uint32_t depth = kNoSum;
-                    int32_t first = -1;
-                    int32_t end = -1;
-                    const int32_t status =
-                        isInside ? forms.project(source.get(), result, &params, nullptr, &depth)
-                                 : forms.projectNorm(source.get(), result, &params, 1, nullptr, &depth, &first, &end);
-                    if (status < 0) {
-                        EXPECT_EQ(depth, kNoSum);
-                        EXPECT_EQ(end, -1);
-                        EXPECT_TRUE(!isInside || row.memory.holds({}));
-                    }
-                    ksys_shutdown_run();
-                    return status;
-                });
-                EXPECT_GE(requests, isInside ? (width == 40 ? 0 : 1) : 3);
-            }
-        }
     }
 }
 

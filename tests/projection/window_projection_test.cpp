@@ -14,7 +14,6 @@
 #include "projection/window_sums.h"
 #include "projection/window_sums_packed.h"
 #include "support/crash_note.h"
-#include "support/failing_allocator.h"
 #include "support/guarded_memory.h"
 #include "support/levels.h"
 #include "support/random.h"
@@ -438,29 +437,6 @@ TEST(WindowProjection, RefusalsWriteNothing)
                 EXPECT_EQ(size, Target::kLengthBefore);
             }
         }
-    }
-}
-
-TEST(WindowProjection, RefusedAllocationsWriteNoSums)
-{
-    const ProcessorLevel level(ksys_featurePackedInteger); // the portable loops need no memory
-    const std::vector<uint8_t> pixels = noise(50 * 20, 7);
-    const kimg_windowConst source = {50, 20, 0, 0, 0, 0, 50, 20, 50, pixels.data(), 1};
-    for (const Form &form : kForms) {
-        SCOPED_TRACE(form.name);
-        Sums memory;
-        const int64_t requests = failEachAllocation([&] {
-            memory.assign(50, kUntouched);
-            Target target({50, 1, 0, 0, 0, 0, 50, 1, 50, memory.data(), 4});
-            int32_t depth = -7;
-            const int32_t status = run(form, source, target, &depth);
-            EXPECT_EQ(depth, status < 0 ? -7 : form.ofColumns ? 20 : 50);
-            if (status < 0) {
-                EXPECT_EQ(memory, Sums(50, kUntouched));
-            }
-            return status;
-        });
-        EXPECT_GE(requests, form.ofColumns ? 2 : 1);
     }
 }
 

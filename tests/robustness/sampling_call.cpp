@@ -364,7 +364,9 @@ std::string brokenPromises(const Invocation &in, int32_t status, const Scalars &
             expected.placement = in.scalars.placement;
         if (!(in.scalars == expected))
             fault += "a number was written in failure; ";
-        if (!call.result.isBound && call.operation <= Operation::transformShort && in.result.image.width != 0)
+        const bool isWhole = call.operation <= Operation::transformShort;
+        if ((isWhole && !call.result.isBound && in.result.image.width != 0) ||
+            (call.operation == Operation::transformClipped && !call.second.isBound && in.second.image.width != 0))
             fault += "pixels made in failure; ";
         if ((!written.result && in.result.isMapChanged()) || (!written.second && in.second.isMapChanged()))
             fault += "a map was written in failure; ";

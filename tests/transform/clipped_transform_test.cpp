@@ -225,8 +225,6 @@ TEST(ClippedMask, MixesByTheWeightsOfTheInterpolation)
 
 class Clipped : public testing::TestWithParam<int32_t> {
 protected:
-    void TearDown() override { ksys_attention_setHandler(nullptr, nullptr); }
-
     int32_t transform(const kimg_image *from, kimg_image *to, kimg_image *mask, const kip_affineSampleParams &params,
                       kip_affineSampleCache **cache = nullptr)
     {
@@ -291,18 +289,6 @@ TEST_P(Clipped, RefusalsTouchNothing)
             mask.expectUntouched();
         }
     }
-}
-
-TEST_P(Clipped, AttentionStopsBeforeAnythingIsWritten)
-{
-    ksys_attention_setHandler([](void *) -> int32_t { return -4711; }, nullptr);
-    Bound destination(bytes, 32, 16);
-    Bound mask(1, 32, 16);
-    EXPECT_EQ(transform(source.get(), destination.image.get(), mask.image.get(), across), -4711);
-    EXPECT_NE(willClip, 0);
-    destination.expectUntouched();
-    mask.expectUntouched();
-    EXPECT_EQ(transform(source.get(), destination.image.get(), mask.image.get(), kSlanted), 0) << "nothing to clip";
 }
 
 TEST_P(Clipped, OutsideTheSourceTheResultIsBlackAndThereIsNoMask)
@@ -401,42 +387,6 @@ TEST_P(Clipped, OneCacheServesBothPassesAndTheNextCall)
             EXPECT_EQ(cache.handle->geometry, 1u);
         }
     }
-}
-
-TEST_P(Clipped, RefusedAllocationsLeaveAMaskAsItWas)
-{
-    ASSERT_EQ(kip_affineTransform_setup(), 0); // the cubic weights stay
-    ksys_jobThreadGroup_setThreadCount(1);
-    for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode) {
-        SCOPED_TRACE(mode);
-        kip_affineSampleParams params = across;
-        params.mode = mode;
-        EXPECT_GT(failEachAllocation([&] {
-                      Image result;
-                      Image mask;
-                      const int32_t status = transform(source.get(), result.get(), mask.get(), params);
-                      EXPECT_EQ(mask.isBound(), status >= 0);
-                      return status;
-                  }),
-                  0);
-        for (const int32_t width : {32, 15}) {
-            Bound destination(bytes, width, 16);
-            Bound mask(1, width, 16);
-            EXPECT_GT(failEachAllocation([&] {
-                          kip_affineSampleCache *cache = nullptr;
-                          int32_t status = kip_affineSampleCache_construct(&cache);
-                          if (status >= 0)
-                              status =
-                                  transform(source.get(), destination.image.get(), mask.image.get(), params, &cache);
-                          kip_affineSampleCache_destruct(&cache);
-                          if (status < 0)
-                              mask.expectUntouched();
-                          return status;
-                      }),
-                      0);
-        }
-    }
-    ksys_jobThreadGroup_setThreadCount(0);
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -21,122 +20,6 @@
 namespace kip::test {
 
 namespace {
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-
-constexpr double kOddNumbers[] = {0.0,     -0.0,           1e-300,  -1e-17,     0.5,           1.0,        -1.0,
-                                  1e5,     -32767.5,       32768.0, 2147483647, -2147483648.5, 1e9,        -1e12,
-                                  9.3e18,  -1e19,          1e300,   -1.7e308,   kInfinity,     -kInfinity, kNan,
-                                  0x1p-16, 65535.99999999, 4.9e-324};
-
-double drawOddNumber(Random &random, double extent)
-{
-    switch (random.between32(0, 3)) {
-    case 0:
-        return random.pick(kOddNumbers);
-    case 1:
-        return random.sign() * std::exp(random.between(-20.0, 60.0));
-    default:
-        return random.between(-0.5 * extent, 1.5 * extent);
-    }
-}
-
-TransformCase drawImages(Random &random)
-{
-    static constexpr int32_t kLong[] = {32767, 32768, 40000};
-    TransformCase c;
-    c.bytesPerPixel = random.between32(1, 2);
-    c.width = random.between32(1, 20);
-    c.height = random.between32(1, 20);
-    if (random.oneIn(40))
-        (random.oneIn(2) ? c.width : c.height) = random.pick(kLong);
-    c.pitch = c.width + random.between32(0, 2);
-    if (c.width <= 20 && c.height <= 20 && random.oneIn(32))
-        c.pitch = 32768;
-    if (random.oneIn(4))
-        c.pitch = -c.pitch;
-    c.sourceGuard = random.pick(kGuards);
-    c.destinationGuard = random.pick(kGuards);
-    c.seed = random.next();
-    c.params.destWidth = random.oneIn(8) ? random.between32(60, 300) : random.between32(1, 20);
-    c.params.destHeight = random.oneIn(8) ? random.between32(60, 300) : random.between32(1, 20);
-    return c;
-}
-
-TEST(MemorySafety, AnyRecordThroughTheExports)
-{
-    const TransformMemory memory{};
-    Random random(50100);
-    int served = 0;
-    for (int n = 0; n < 10000; ++n) {
-        TransformCase c = drawImages(random);
-        c.params.mode = static_cast<uint32_t>(random.between(0, 4));
-        // A sampling that could be served, with some numbers replaced.
-        c.srcFromClient = drawClientMap(random);
-        drawRectangle(random, &c);
-        const uint64_t rarely = random.oneIn(3) ? 1 : 24;
-        const double extent = std::max(c.width, c.height);
-        kmath_xformLinear &rect = c.params.rect;
-        kmath_xformLinear &map = c.srcFromClient;
-        for (double *element : {&rect.tx, &rect.ty, &rect.e0, &rect.e1, &rect.e2, &rect.e3, &map.tx, &map.ty, &map.e0,
-                                &map.e1, &map.e2, &map.e3})
-            if (random.oneIn(rarely))
-                *element = drawOddNumber(random, extent);
-        for (int32_t *place : {&c.x, &c.y})
-            if (random.oneIn(20))
-                *place = random.between32(INT32_MIN, INT32_MAX);
-        if (random.oneIn(40)) {
-            c.params.destWidth = random.between32(-2, 0);
-            c.params.destHeight = random.oneIn(2) ? INT32_MIN : 5;
-        }
-        const TransformResult result = runTransform(c, memory);
-        ASSERT_EQ(result.damage, "") << describe(c);
-        served += result.status >= 0 ? 1 : 0;
-    }
-    EXPECT_GT(served, 500);
-}
-
-// Corner centres a last bit round the source's edges: most of these pass the clipping test, or just do not.
-TEST(MemorySafety, EdgesThroughTheExports)
-{
-    const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory{};
-    Random random(50200);
-    int served = 0;
-    for (int n = 0; n < 10000; ++n) {
-        TransformCase c = drawImages(random);
-        c.params.mode = static_cast<uint32_t>(random.between(0, 1));
-        c.x = random.oneIn(2) ? 0 : random.between32(-1000000, 1000000);
-        if (random.oneIn(2))
-            c.srcFromClient = drawClientMap(random);
-        const double margin = c.params.mode == kip_affineModeNearest ? 0.0 : 0.5;
-        const auto drawEnds = [&](int32_t size, double *a, double *b) {
-            static constexpr double kUnits[] = {-1.5, -1.4, -1.0, -0.6, -0.4, 0.0, 1e-9, 0.2, 0.4};
-            *a = margin + random.pick(kUnits) / 65536.0;
-            *b = size - margin - (random.oneIn(2) ? 1e-5 : 1.0 / 65536.0) - random.pick(kUnits) / 65536.0;
-            if (random.oneIn(3))
-                *b = random.between(*a, *b);
-            if (random.oneIn(2))
-                std::swap(*a, *b);
-        };
-        // Of a parallelogram within the box, two opposite corners lie in the box's corners.
-        double left, right, top, bottom;
-        drawEnds(c.width, &left, &right);
-        drawEnds(c.height, &top, &bottom);
-        const double shareX = random.oneIn(2) ? 1.0 : random.unit();
-        const double shareY = random.oneIn(2) ? 0.0 : random.unit();
-        CornerCenters corners = {{left, top},
-                                 {left + (right - left) * shareX, top + (bottom - top) * shareY},
-                                 {right - (right - left) * shareX, bottom - (bottom - top) * shareY}};
-        corners.singleSample = {random.between(-9.0, 9.0), random.between(-9.0, 9.0)};
-        placeCorners(corners, &c);
-        int32_t status;
-        ASSERT_EQ(checkAgainstModel(c, memory, &status), "");
-        served += status >= 0 ? 1 : 0;
-    }
-    EXPECT_GT(served, 2000);
-}
 
 // ---- The walkers, given what the clipping test would refuse --------------------------------------------------------
 

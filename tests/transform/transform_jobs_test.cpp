@@ -6,12 +6,10 @@
 #include <cwchar>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "support/failing_allocator.h"
 #include "support/images.h"
 #include "support/transform_case.h"
 
@@ -190,36 +188,6 @@ struct Work {
     }
 };
 
-TEST_F(TransformJobs, FailingAllocationsLeaveTheDestinationAlone)
-{
-    ksys_jobThreadGroup_setThreadCount(3);
-    for (const int32_t bytesPerPixel : {1, 2}) {
-        for (const bool withCache : {false, true}) {
-            Work work(bytesPerPixel, kip_affineModeBilinear, 250, 700);
-            const Pixels before = work.makeDestination();
-            Pixels destination = before;
-            Image image(destination);
-            const kmath_xformLinear map = {1, 2, 3, 4, 5, 7};
-            image.setMap(map);
-            const int64_t requests = failEachAllocation([&] {
-                kip_affineSampleCache *cache = nullptr;
-                int32_t status = withCache ? kip_affineSampleCache_construct(&cache) : 0;
-                if (status >= 0)
-                    status = work.transformInto(image, withCache ? &cache : nullptr);
-                kip_affineSampleCache_destruct(&cache);
-                if (status < 0) {
-                    EXPECT_TRUE(isSameMemory(before, destination));
-                    EXPECT_EQ(image.map().ty, map.ty);
-                }
-                return status;
-            });
-            // At least a block of data for every band of 224 rows.
-            EXPECT_GE(requests, 4);
-            EXPECT_FALSE(isSameMemory(before, destination));
-        }
-    }
-}
-
 std::vector<std::unique_ptr<Work>> makeMixedWork()
 {
     std::vector<std::unique_ptr<Work>> works;
@@ -240,30 +208,6 @@ std::vector<Pixels> transformAlone(const std::vector<std::unique_ptr<Work>> &wor
         EXPECT_EQ(work->transformInto(image, nullptr), 0);
     }
     return expected;
-}
-
-TEST_F(TransformJobs, CallersOnSeveralThreads)
-{
-    const auto works = makeMixedWork();
-    const std::vector<Pixels> expected = transformAlone(works);
-    ksys_jobThreadGroup_setThreadCount(3);
-    std::vector<std::thread> callers;
-    for (int n = 0; n < 6; ++n) {
-        callers.emplace_back([&, n] {
-            kip_affineSampleCache *cache = nullptr;
-            EXPECT_EQ(kip_affineSampleCache_construct(&cache), 0);
-            for (size_t turn = 0; turn < 8; ++turn) {
-                const size_t at = (static_cast<size_t>(n) + turn) % works.size();
-                Pixels destination = works[at]->makeDestination();
-                Image image(destination);
-                EXPECT_EQ(works[at]->transformInto(image, turn % 2 == 0 ? &cache : nullptr), 0);
-                EXPECT_TRUE(isSameMemory(expected[at], destination));
-            }
-            kip_affineSampleCache_destruct(&cache);
-        });
-    }
-    for (std::thread &caller : callers)
-        caller.join();
 }
 
 struct InnerTransform {

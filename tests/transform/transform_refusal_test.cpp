@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <kip/kip.h>
 
-#include "support/failing_allocator.h"
 #include "support/turns.h"
 #include "transform/transform_entry.h"
 
@@ -15,7 +14,6 @@ using kip::test::bothDepths;
 using kip::test::Bound;
 using kip::test::Cache;
 using kip::test::depthName;
-using kip::test::failEachAllocation;
 using kip::test::Image;
 using kip::test::isEqual;
 using kip::test::kSlanted;
@@ -129,55 +127,6 @@ TEST_P(TransformRefusal, RefusesOverlappingMemoryFirstOfAll)
                   0);
         expectOverlap(part, row.name);
     }
-}
-
-TEST_P(TransformRefusal, RefusedAllocationsLeaveTheDestinationAsItWas)
-{
-    ksys_jobThreadGroup_setThreadCount(1);
-    const kip_affineSampleParams samplings[] = {
-        kSlanted,
-        {kSlanted.rect, kip_affineModeNearest, 32, 16},
-        {kTurns[1].rect(9, 5, 16, 12), kip_affineModeBicubic, 16, 12},
-    };
-    for (const kip_affineSampleParams &params : samplings) {
-        const int64_t forUnbound = failEachAllocation([&] {
-            Image result;
-            const int32_t status = transform(source, result, params);
-            EXPECT_EQ(result.isBound(), status >= 0);
-            return status;
-        });
-        EXPECT_GT(forUnbound, 0);
-
-        Bound smaller(bytes, 15, 10);
-        const int64_t forSmaller = failEachAllocation([&] {
-            const int32_t status = transform(source, smaller.image, params);
-            if (status < 0)
-                smaller.expectUntouched();
-            return status;
-        });
-        EXPECT_GT(forSmaller, 0);
-        expectResult(params, smaller);
-    }
-}
-
-TEST_P(TransformRefusal, RefusedAllocationsOfJobsWriteNothing)
-{
-    ksys_jobThreadGroup_setThreadCount(3);
-    Pixels largePixels(bytes, 400, 440, 0, 8);
-    Image large(largePixels);
-    const kip_affineSampleParams params = {{20.25, 8.5, 320, -6, 6, 410}, kip_affineModeBilinear, 320, 410};
-    Bound expected(bytes, 330, 420);
-    ASSERT_GE(transform(large, expected.image, params), 0); // starts the threads
-
-    Bound destination(bytes, 330, 420);
-    const int64_t requests = failEachAllocation([&] {
-        const int32_t status = transform(large, destination.image, params);
-        if (status < 0)
-            destination.expectUntouched();
-        return status;
-    });
-    EXPECT_GT(requests, 0) << "no jobs were made";
-    EXPECT_TRUE(isSameMemory(expected.pixels, destination.pixels));
 }
 
 // An image over the caller's memory may lie anywhere.
