@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kThreads = 8;
 #if defined(KIP_TEST_SANITIZED)
-constexpr size_t kCalls = 800;
+constexpr size_t kCalls = 2500;
 constexpr int kRaces = 20;
 #else
 constexpr size_t kCalls = 12500; // a hundred thousand in all
