@@ -19,12 +19,20 @@ namespace kip::test {
 // anything; this note is then printed, and the fault takes its usual course.
 inline thread_local char crashNote[1024];
 
+// The note of the thread that wrote the first one: it serves threads that have none, as those of the library's jobs.
+inline const char *firstCrashNote = "";
+
+inline const char *noteOfCrash()
+{
+    return crashNote[0] != '\0' ? crashNote : firstCrashNote;
+}
+
 #if defined(_WIN32)
 
 inline LONG CALLBACK printCrashNote(EXCEPTION_POINTERS *exception)
 {
     if (exception->ExceptionRecord->ExceptionCode == EXCEPTION_ACCESS_VIOLATION) {
-        std::fputs(crashNote, stderr);
+        std::fputs(noteOfCrash(), stderr);
         std::fflush(stderr);
     }
     return EXCEPTION_CONTINUE_SEARCH;
@@ -32,6 +40,7 @@ inline LONG CALLBACK printCrashNote(EXCEPTION_POINTERS *exception)
 
 inline bool installCrashNote()
 {
+    firstCrashNote = crashNote;
     return AddVectoredExceptionHandler(1, printCrashNote) != nullptr;
 }
 
@@ -44,12 +53,14 @@ inline void printCrashNote(int)
     // The handlers of before answer the same fault when the instruction runs again.
     sigaction(SIGSEGV, &handlersBefore[0], nullptr);
     sigaction(SIGBUS, &handlersBefore[1], nullptr);
-    if (write(STDERR_FILENO, crashNote, std::strlen(crashNote)) < 0)
+    const char *const note = noteOfCrash();
+    if (write(STDERR_FILENO, note, std::strlen(note)) < 0)
         return;
 }
 
 inline bool installCrashNote()
 {
+    firstCrashNote = crashNote;
     struct sigaction action = {};
     action.sa_handler = printCrashNote;
     return sigaction(SIGSEGV, &action, &handlersBefore[0]) == 0 && sigaction(SIGBUS, &action, &handlersBefore[1]) == 0;
