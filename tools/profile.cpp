@@ -54,10 +54,9 @@ std::string profileAsCsv(const Profile &profile)
 
 std::string profileAsJson(const Profile &profile)
 {
-    std::string text = "{\"axis\": \"" + profile.axis + "\", \"quantity\": \"" + profile.quantity +
-                       "\", \"samples\": " + numberText(profile.samples) +
-                       ", \"first\": " + std::to_string(profile.first) + ", \"end\": " + std::to_string(profile.end) +
-                       ",\n \"values\": [";
+    std::string text = R"({"axis": ")" + profile.axis + R"(", "quantity": ")" + profile.quantity + R"(", "samples": )" +
+                       numberText(profile.samples) + R"(, "first": )" + std::to_string(profile.first) + R"(, "end": )" +
+                       std::to_string(profile.end) + ",\n \"values\": [";
     for (size_t i = 0; i < profile.values.size(); ++i)
         text += (i == 0 ? "" : ", ") + valueText(profile, i, "null");
     text += "]";

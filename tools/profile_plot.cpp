@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kWidth = 800, kHeight = 400;
 constexpr double kLeft = 110, kRight = kWidth - 25, kTop = 40, kBottom = kHeight - 60; // of the area with the curve
-constexpr int kTextFactor = 2; // pixels of a dot of the bitmap font
+constexpr int64_t kTextFactor = 2; // pixels of a dot of the bitmap font
 
 constexpr Colour kPaper = {255, 255, 255}, kInk = {40, 40, 40}, kGrid = {225, 225, 225}, kCurve = {0, 90, 200};
 constexpr int kDarkestShade = 175; // where nothing lies inside the picture
@@ -48,15 +48,14 @@ public:
     void text(Point at, Anchor anchor, const std::string &text) override
     {
         const char *const anchors[] = {"start", "middle", "end"};
-        add("<text x=\"%.2f\" y=\"%.2f\" text-anchor=\"%s\">", at.x, at.y, anchors[static_cast<int>(anchor)]);
+        add(R"(<text x="%.2f" y="%.2f" text-anchor="%s">)", at.x, at.y, anchors[static_cast<int>(anchor)]);
         body += text + "</text>\n"; // the plot's own words, without a character that XML gives a meaning
     }
 
     std::string whole() const
     {
-        const std::string size = std::to_string(kWidth) + "\" height=\"" + std::to_string(kHeight) + "\"";
-        return "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + size +
-               " font-family=\"sans-serif\" font-size=\"14\">\n" + body + "</svg>\n";
+        return R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" + std::to_string(kWidth) + R"(" height=")" +
+               std::to_string(kHeight) + R"(" font-family="sans-serif" font-size="14">)" + "\n" + body + "</svg>\n";
     }
 
 private:
@@ -142,9 +141,12 @@ template <typename Draw>
 void eachLabel(const Scale &scale, Draw draw)
 {
     const double tolerance = scale.step / 1000;
-    for (double i = std::ceil((scale.least - tolerance) / scale.step); i * scale.step <= scale.greatest + tolerance;
-         ++i)
-        draw(scale.at(i * scale.step), labelText(i * scale.step, scale.step));
+    const double first = std::ceil((scale.least - tolerance) / scale.step);
+    const auto count = static_cast<int>((scale.greatest + tolerance) / scale.step - first) + 1;
+    for (int i = 0; i < count; ++i) {
+        const double value = (first + i) * scale.step;
+        draw(scale.at(value), labelText(value, scale.step));
+    }
 }
 
 void shadePartial(Canvas &canvas, const Profile &profile, const Scale &x, double unit)
