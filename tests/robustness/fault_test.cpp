@@ -129,9 +129,8 @@ protected:
     Random random{70000 + static_cast<uint64_t>(GetParam())};
 };
 
-INSTANTIATE_TEST_SUITE_P(Operations, Faults, testing::ValuesIn(kOperations), [](const auto &operation) {
-    return "Operation" + std::to_string(static_cast<int>(operation.param));
-});
+INSTANTIATE_TEST_SUITE_P(Operations, Faults, testing::ValuesIn(kOperations),
+                         [](const auto &operation) { return nameOf(operation.param); });
 
 TEST_P(Faults, FailedAllocationsLeaveNoTrace)
 {

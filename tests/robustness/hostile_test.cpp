@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -84,9 +82,8 @@ protected:
     const CallMemory memory{};
 };
 
-INSTANTIATE_TEST_SUITE_P(Operations, Hostile, testing::ValuesIn(kOperations), [](const auto &operation) {
-    return "Operation" + std::to_string(static_cast<int>(operation.param));
-});
+INSTANTIATE_TEST_SUITE_P(Operations, Hostile, testing::ValuesIn(kOperations),
+                         [](const auto &operation) { return nameOf(operation.param); });
 
 TEST_P(Hostile, CallsGiveAStatusAndKeepTheirPromises)
 {

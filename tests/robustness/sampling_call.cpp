@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
+#include <iterator>
 #include <sstream>
 
 #include "support/turns.h"
@@ -456,11 +456,22 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
     return outcome;
 }
 
+const char *nameOf(Operation operation)
+{
+    static constexpr const char *kNames[] = {
+        "transform",   "transformShort", "transformClipped",   "transformAligned",
+        "project",     "projectWindow",  "projectClipped",     "projectClippedWindow",
+        "projectNorm", "sumImage",       "sumImageIntoVector", "sumWindowIntoVector",
+        "sumWindow",
+    };
+    static_assert(std::size(kNames) == std::size(kOperations));
+    return kNames[static_cast<size_t>(operation)];
+}
+
 std::string describe(const SamplingCall &call)
 {
     std::ostringstream text;
-    text << "operation " << static_cast<int>(call.operation) << ", "
-         << describe(static_cast<const TransformCase &>(call));
+    text << nameOf(call.operation) << ", " << describe(static_cast<const TransformCase &>(call));
     for (const Target *target : {&call.result, &call.second})
         text << (target->isBound ? ", bound " : ", unbound ") << target->width << " x " << target->height << " pitch "
              << target->pitch << " at (" << target->x << ", " << target->y << ") + " << target->misalignment;

@@ -60,6 +60,7 @@ struct SamplingCall : TransformCase {
     int32_t windowWidth = 0, windowHeight = 0;
 };
 
+const char *nameOf(Operation operation);
 std::string describe(const SamplingCall &call);
 
 bool takesCache(Operation operation);
