@@ -107,51 +107,54 @@ int32_t run(const Walk &walk)
     }
 }
 
-std::vector<std::pair<int32_t, int32_t>> sizesOfCalls()
+using Numbers = std::vector<int64_t>;
+
+TEST(TileWalkers, CutTheDestinationIntoTilesAlongTheSourcesRows)
 {
-    std::vector<std::pair<int32_t, int32_t>> sizes;
-    for (const RecordedCall &call : calls)
-        sizes.emplace_back(call.width, call.rows);
-    return sizes;
-}
-
-using Sizes = std::vector<std::pair<int32_t, int32_t>>;
-
-TEST(TileWalkers, CutTheDestinationIntoTiles)
-{
-    for (const WalkerUnderTest walker : kWalkers) {
-        EXPECT_EQ(run({.walker = walker, .columns = 300, .rows = 10, .tileSize = 224}), 0);
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{224, 10}, {76, 10}}));
-        EXPECT_EQ(run({.walker = walker, .columns = 48, .rows = 97, .tileSize = 48}), 0);
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{48, 48}, {48, 48}, {48, 1}}));
-    }
-}
-
-TEST(TileWalkers, WalkAlongTheSourcesRows)
-{
-    for (const WalkerUnderTest walker : kWalkers) {
-        const int64_t pixel = walker == WalkerUnderTest::fixed16 ? 2 : 1;
-        Walk walk = {.walker = walker, .columns = 100, .rows = 70};
-        run(walk);
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{64, 64}, {36, 64}, {64, 6}, {36, 6}}));
-        EXPECT_EQ(calls[1].destinationOffset, 64 * pixel);
-        EXPECT_EQ(calls[2].destinationOffset, 64 * 2000 * pixel);
-
-        walk.sourceFromDest = {100.0, 0.0, 0.0, -1.0, 1.0, 0.0}; // a quarter turn: columns first
-        run(walk);
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{64, 64}, {64, 6}, {36, 64}, {36, 6}}));
-        EXPECT_EQ(calls[1].destinationOffset, 64 * 2000 * pixel);
-        EXPECT_EQ(calls[2].destinationOffset, 64 * pixel);
-
-        walk.sourceFromDest = {100.0, 0.0, 1.0, -1.0, 1.0, -1.0}; // neither is steeper
-        run(walk);
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{64, 64}, {36, 64}, {64, 6}, {36, 6}}));
-
-        walk.sourceFromDest = {100.0, 0.0, 0.0, -1.0, 1.0, 0.0}; // a band is one row of tiles
-        walk.originY = -64;
-        walk.bandHeight = 6;
-        run(walk);
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{64, 6}, {36, 6}}));
+    struct Row {
+        const char *name;
+        Walk walk;
+        Numbers sizes;   // width and rows of each call
+        Numbers offsets; // elements from the destination's first
+    };
+    const kmath_xformLinear quarterTurn = {100.0, 0.0, 0.0, -1.0, 1.0, 0.0};
+    const Numbers allSizes = {64, 64, 36, 64, 64, 6, 36, 6};
+    const Numbers allOffsets = {0, 64, 128000, 128064};
+    const Walk whole = {.columns = 100, .rows = 70};
+    const auto with = [&](const kmath_xformLinear &map) {
+        Walk walk = whole;
+        walk.sourceFromDest = map;
+        return walk;
+    };
+    Walk band = with(quarterTurn);
+    band.originY = -64;
+    band.bandHeight = 6;
+    const Row rows[] = {
+        {"one row", {.columns = 300, .rows = 10, .tileSize = 224}, {224, 10, 76, 10}, {0, 224}},
+        {"one column", {.columns = 48, .rows = 97, .tileSize = 48}, {48, 48, 48, 48, 48, 1}, {0, 96000, 192000}},
+        {"row by row", whole, allSizes, allOffsets},
+        {"column by column", with(quarterTurn), {64, 64, 64, 6, 36, 64, 36, 6}, {0, 128000, 64, 128064}},
+        {"neither is steeper", with({100.0, 0.0, 1.0, -1.0, 1.0, -1.0}), allSizes, allOffsets},
+        {"a band is one row of tiles", band, {64, 6, 36, 6}, {128000, 128064}},
+        {"sums share their place", {.columns = 100, .rows = 70, .accumulate = 1}, allSizes, {0, 64, 0, 64}},
+        {"nothing to write", {.columns = 5, .rows = 5, .bandHeight = -1}, {}, {}},
+    };
+    for (const Row &row : rows) {
+        for (const WalkerUnderTest walker : kWalkers) {
+            SCOPED_TRACE(row.name);
+            Walk walk = row.walk;
+            walk.walker = walker;
+            EXPECT_EQ(run(walk), 0);
+            const int64_t element = walk.accumulate != 0 ? 4 : walker == WalkerUnderTest::fixed16 ? 2 : 1;
+            Numbers sizes, offsets;
+            for (const RecordedCall &call : calls) {
+                sizes.insert(sizes.end(), {call.width, call.rows});
+                offsets.push_back(call.destinationOffset / element);
+                EXPECT_EQ(call.destinationPitch, walk.accumulate != 0 ? 0 : 2000);
+            }
+            EXPECT_EQ(sizes, row.sizes);
+            EXPECT_EQ(offsets, row.offsets);
+        }
     }
 }
 
@@ -173,36 +176,14 @@ TEST(TileWalkers, BandsStartWholeTileRowsDown)
                 const double tolerance = walker == WalkerUnderTest::inDoubles8 ? 1e-12 : 0.0;
                 EXPECT_NEAR(calls[n].x, expected.x, tolerance);
                 EXPECT_NEAR(calls[n].y, expected.y, tolerance);
-                EXPECT_EQ(calls[n].rows, expected.rows);
-                EXPECT_EQ(calls[n].sourceOffset, expected.sourceOffset);
-                EXPECT_EQ(calls[n].destinationOffset, expected.destinationOffset);
+                EXPECT_EQ(std::tie(calls[n].rows, calls[n].sourceOffset, calls[n].destinationOffset),
+                          std::tie(expected.rows, expected.sourceOffset, expected.destinationOffset));
             }
         }
         // A band that starts inside a row of tiles is taken as the start of that row.
         walk.originY = -64 * 2 - 63;
         run(walk);
         EXPECT_EQ(calls[0].destinationOffset, whole[6].destinationOffset);
-    }
-}
-
-TEST(TileWalkers, SumsOfAllTileRowsShareTheirPlace)
-{
-    for (const WalkerUnderTest walker : kWalkers) {
-        run({.walker = walker, .columns = 100, .rows = 70, .accumulate = 1, .bandHeight = 3});
-        EXPECT_EQ(sizesOfCalls(), (Sizes{{64, 64}, {36, 64}, {64, 6}, {36, 6}}));
-        const int64_t offsets[] = {0, 256, 0, 256};
-        for (size_t n = 0; n < 4; ++n) {
-            EXPECT_EQ(calls[n].destinationOffset, offsets[n]);
-            EXPECT_EQ(calls[n].destinationPitch, 0);
-        }
-    }
-}
-
-TEST(TileWalkers, EmptyDestinationsCallNoKernel)
-{
-    for (const WalkerUnderTest walker : kWalkers) {
-        EXPECT_EQ(run({.walker = walker, .columns = 5, .rows = 5, .bandHeight = -1}), 0);
-        EXPECT_TRUE(calls.empty());
     }
 }
 
@@ -225,24 +206,19 @@ TEST(TileWalkers, AFailingKernelEndsTheWalk)
 
 TEST(TileWalkers, FixedPositionsTruncate)
 {
+    const auto numbersOf = [](const RecordedCall &call) {
+        return std::vector<double>{call.x, call.y, call.colStepX, call.rowStepX, call.colStepY, call.rowStepY};
+    };
     for (const WalkerUnderTest walker : {WalkerUnderTest::fixed8, WalkerUnderTest::fixed16}) {
         // The first centre lies at (-0.25, 0.125 + 1/262144): trunc(-16384 + 0.5), and a quarter of a unit is lost.
         run({.walker = walker,
              .sourceFromDest = {-0.5, -0.5 + 0x1p-18, 0.75, -0.25, 0.75, 0.5},
              .columns = 2,
              .rows = 2});
-        EXPECT_EQ(calls[0].x, -16383.0);
-        EXPECT_EQ(calls[0].y, 8192.0);
-        EXPECT_EQ(calls[0].colStepX, 49152.0);
-        EXPECT_EQ(calls[0].colStepY, 49152.0);
-        EXPECT_EQ(calls[0].rowStepX, -16384.0);
-        EXPECT_EQ(calls[0].rowStepY, 32768.0);
+        EXPECT_EQ(numbersOf(calls[0]), (std::vector<double>{-16383, 8192, 49152, -16384, 49152, 32768}));
         // Steps lose what lies below a unit, on either side of zero.
-        run({.walker = walker, .sourceFromDest = {4.0, 4.0, 1.0 - 0x1p-18, -0x1p-17, 0x1p-17, -1.0 - 0x1p-18}});
-        EXPECT_EQ(calls[0].colStepX, 65535.0);
-        EXPECT_EQ(calls[0].colStepY, 0.0);
-        EXPECT_EQ(calls[0].rowStepX, 0.0);
-        EXPECT_EQ(calls[0].rowStepY, -65536.0);
+        run({.walker = walker, .sourceFromDest = {3.5, 4.5, 1.0 - 0x1p-18, -0x1p-17, 0x1p-17, -1.0 - 0x1p-18}});
+        EXPECT_EQ(numbersOf(calls[0]), (std::vector<double>{0x40000, 0x40000, 65535, 0, 0, -65536}));
     }
 }
 
@@ -358,10 +334,10 @@ TEST(TileWalkers, TilesWhosePositionsWrapAreChecked)
 {
     // 40000 columns in 16.16 wrap below zero and come back into the source.
     for (const WalkerUnderTest walker : {WalkerUnderTest::fixed8, WalkerUnderTest::fixed16}) {
-        run({.walker = walker, .sourceFromDest = {0, 0, 20000.0, 0, 0, 1}, .columns = 3, .sourceWidth = 80000});
-        EXPECT_TRUE(calls[0].isBounded);
-        run({.walker = walker, .sourceFromDest = {-40000.0, 0, 1.0, 0, 0, 1}, .columns = 3, .sourceWidth = 80000});
-        EXPECT_TRUE(calls[0].isBounded);
+        for (const kmath_xformLinear &map : {kmath_xformLinear{0, 0, 20000.0, 0, 0, 1}, {-40000.0, 0, 1.0, 0, 0, 1}}) {
+            run({.walker = walker, .sourceFromDest = map, .columns = 3, .sourceWidth = 80000});
+            EXPECT_TRUE(calls[0].isBounded);
+        }
     }
 }
 
