@@ -268,13 +268,14 @@ TEST(ServiceFaults, EachComesBackAndLeavesNoTrace)
     Random random(4711);
     int64_t refused = 0;
     FailingAllocator allocator;
-    for (int n = 0; n < 180; ++n) {
+    for (size_t n = 0; n < 180; ++n) {
         const Kind &kind = kKinds[n % std::size(kKinds)];
         const bool isLarge = kind.run == transform && random.oneIn(2); // turned, and worth jobs
         const bool is16 = !kind.onlyNarrow && random.oneIn(2), columns = random.oneIn(2), isCached = random.oneIn(2);
         const int32_t width = isLarge ? 200 : 23, height = isLarge ? 360 : 17;
-        const uint32_t mode = isLarge ? kip_affineModeBilinear : random.between32(0, kind.sums && is16 ? 1 : 3);
-        const kip_affineSampleParams params = {drawRectangle(random, width, height, isLarge), mode, width, height};
+        const int32_t mode = isLarge ? int32_t{kip_affineModeBilinear} : random.between32(0, kind.sums && is16 ? 1 : 3);
+        const kip_affineSampleParams params = {drawRectangle(random, width, height, isLarge),
+                                               static_cast<uint32_t>(mode), width, height};
         const int32_t form = random.between32(0, 3);
         SCOPED_TRACE(std::string(kind.name) + (is16 ? "16" : "8") + " mode " + std::to_string(mode) + " rectangle at " +
                      std::to_string(params.rect.tx) + " destination " + std::to_string(form));
