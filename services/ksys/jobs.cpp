@@ -17,9 +17,11 @@ int32_t growRequests(ksys_jobRequestSet *set)
 {
     constexpr int32_t kFirstCapacity = 16;
     constexpr auto kLimit = static_cast<int32_t>(std::min<size_t>(INT32_MAX, SIZE_MAX / sizeof(ksys_jobRequest)));
+    // GCOVR_EXCL_BR_START: jobs of many gigabytes
     if (set->capacity == kLimit)
         return ksys_statusSizeTooLarge;
     const int32_t capacity = set->capacity > kLimit / 2 ? kLimit : std::max(2 * set->capacity, kFirstCapacity);
+    // GCOVR_EXCL_BR_STOP
     const int32_t status =
         ksys_memory_realloc_internal(static_cast<size_t>(capacity) * sizeof(ksys_jobRequest), &set->requests);
     if (status >= 0)
