@@ -1,8 +1,9 @@
 #ifndef KIP_FUZZ_FUZZ_INPUT_H
 #define KIP_FUZZ_FUZZ_INPUT_H
 
-// Turns the fuzzer's bytes into records and pixels of hostile kinds, small enough for thousands of runs a second.
+// Turns the fuzzer's bytes into records and pixels of hostile kinds, small enough for hundreds of runs a second.
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -232,11 +233,11 @@ inline kmath_shapeAffineRect takeRectangle(Input &input, const kimg_windowConst 
     return rect;
 }
 
-// A sampling. Its sizes make few samples, or so many that no memory is given for them.
+// A sampling. Its sizes make few samples, or one row of very many: a call takes the time that its samples take.
 inline kip_affineSampleParams takeSampling(Input &input, const kimg_windowConst &source,
                                            const kmath_xformLinear &srcFromClient)
 {
-    constexpr int64_t kMaxSamples = int64_t{1} << 17;
+    const int64_t maxSamples = int64_t{1} << (input.oneIn(8) ? 17 : 14); // the former are worth jobs
     kip_affineSampleParams params;
     params.mode = input.oneIn(16) ? input.raw<uint32_t>() : input.byte() % 4;
     const bool sameSize = input.oneIn(4);
@@ -246,8 +247,10 @@ inline kip_affineSampleParams takeSampling(Input &input, const kimg_windowConst 
         params.destWidth = takeHostileInteger(input);
     if (input.oneIn(24))
         params.destHeight = takeHostileInteger(input);
-    if (params.destWidth > 0 && params.destWidth <= kMaxSamples)
-        params.destHeight = static_cast<int32_t>(std::min<int64_t>(params.destHeight, kMaxSamples / params.destWidth));
+    if (params.destWidth > 0) {
+        const int64_t most = std::max<int64_t>(1, maxSamples / params.destWidth);
+        params.destHeight = static_cast<int32_t>(std::min<int64_t>(params.destHeight, most));
+    }
     params.rect = takeRectangle(input, source, srcFromClient, params.destWidth, params.destHeight);
     return params;
 }

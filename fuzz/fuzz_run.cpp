@@ -11,7 +11,7 @@ struct Allocator {
     std::atomic<int64_t> requests{0}, refused{0}, liveBlocks{0};
     int64_t firstRefused = 0, lastRefused = 0;
 };
-constexpr size_t kMaxBlockBytes = size_t{12} << 20;
+constexpr size_t kMaxBlockBytes = size_t{2} << 20;
 Allocator theAllocator;
 
 bool isRefused(size_t size)
