@@ -30,6 +30,26 @@ void PrintTo(const Twin &twin, std::ostream *out)
 
 namespace {
 
+// A twin of a family that knows how to call its kernels:
+//   run(kernel, call, source, destination)   returns a status
+//   kDefinition                              the kernel that defines the result, if there is only one
+template <typename Family, typename Definition, typename Variant>
+Twin twinOf(const std::string &name, uint32_t features, const Family &family, Definition definition, Variant variant)
+{
+    const auto adapt = [](auto kernel) {
+        return
+            [kernel](const typename Family::Call &call, const typename Family::Pixel *source,
+                     typename Family::Element *destination) { return Family::run(kernel, call, source, destination); };
+    };
+    return makeTwin(name, features, family, adapt, definition, variant);
+}
+
+template <typename Family>
+Twin twinOf(const std::string &name, uint32_t features, decltype(Family::kDefinition) variant)
+{
+    return twinOf(name, features, Family{}, Family::kDefinition, variant);
+}
+
 // ---- Tile kernels --------------------------------------------------------------------------------------------
 
 // The positions of a tile along one axis, in 16.16 units, and a source that just holds them.
@@ -74,6 +94,16 @@ struct TileFamily {
     {
         return {call.bounds.width, call.bounds.height,         call.sourcePitch,
                 call.tile.width,   kAdds ? 1 : call.tile.rows, call.destinationPitch};
+    }
+    static int32_t run(TileKernel<Pixel, Position> kernel, const Call &call, const Pixel *source, Element *destination)
+    {
+        const Pixel *const base = source + call.bounds.baseY * call.sourcePitch + call.bounds.baseX;
+        return kernel(call.tile, base, call.sourcePitch, destination, call.destinationPitch);
+    }
+    static int32_t run(BoundedTileKernel<Pixel, Position> kernel, const Call &call, const Pixel *source,
+                       Element *destination)
+    {
+        return kernel(call.tile, source, call.sourcePitch, call.bounds, destination, call.destinationPitch);
     }
 
 private:
@@ -137,44 +167,18 @@ private:
     }
 };
 
-// Makes both kinds of tile kernel functions of a call.
-template <typename Family>
-struct AdaptTileKernel {
-    using Call = typename Family::Call;
-    using Pixel = typename Family::Pixel;
-    using Element = typename Family::Element;
-    using Position = decltype(Call::tile.x);
-
-    TwinKernel<Family> operator()(TileKernel<Pixel, Position> kernel) const
-    {
-        return [kernel](const Call &call, const Pixel *source, Element *destination) {
-            const Pixel *const base = source + call.bounds.baseY * call.sourcePitch + call.bounds.baseX;
-            return kernel(call.tile, base, call.sourcePitch, destination, call.destinationPitch);
-        };
-    }
-    TwinKernel<Family> operator()(BoundedTileKernel<Pixel, Position> kernel) const
-    {
-        return [kernel](const Call &call, const Pixel *source, Element *destination) {
-            return kernel(call.tile, source, call.sourcePitch, call.bounds, destination, call.destinationPitch);
-        };
-    }
-};
+template <typename Element, typename Pixel, typename Position, typename Variant>
+Twin tileTwin(const std::string &name, uint32_t features, const TileKernels<Pixel, Position> &definition,
+              Variant variant)
+{
+    const TileFamily<Pixel, Position, Element> family = {definition.reach, definition.shift};
+    return twinOf(name, features, family, definition.inside, variant);
+}
 
 template <typename Element, typename Pixel, typename Position>
 Twin boundedTwin(const std::string &name, const TileKernels<Pixel, Position> &kernels)
 {
-    using Family = TileFamily<Pixel, Position, Element>;
-    return makeTwin(name + "Bounded", 0, Family{kernels.reach, kernels.shift}, AdaptTileKernel<Family>(),
-                    kernels.inside, kernels.bounded);
-}
-
-template <typename Element, typename Pixel>
-Twin variantTwin(const std::string &name, uint32_t features, const TileKernels<Pixel, int32_t> &definition,
-                 TileKernel<Pixel, int32_t> variant)
-{
-    using Family = TileFamily<Pixel, int32_t, Element>;
-    return makeTwin(name, features, Family{definition.reach, definition.shift}, AdaptTileKernel<Family>(),
-                    definition.inside, variant);
+    return tileTwin<Element>(name + "Bounded", 0, kernels, kernels.bounded);
 }
 
 // ---- Rows of the table-driven modes ----------------------------------------------------------------------------
@@ -192,6 +196,7 @@ template <typename Rule>
 struct SampleFamily {
     using Pixel = typename Rule::Pixel;
     using Element = typename Rule::Entry;
+    static constexpr auto kDefinition = sampleLinePortable<Rule>;
     struct Call {
         SampleRun<Pixel> run; // but for the base
         int64_t base;
@@ -218,29 +223,21 @@ struct SampleFamily {
                 shape};
     }
     Shape shape(const Call &call) const { return call.shape; }
+    static int32_t run(auto kernel, const Call &call, const Pixel *source, Element *destination)
+    {
+        auto run = call.run;
+        run.base = source + call.base;
+        kernel(run, destination);
+        return 0;
+    }
 };
 
-template <typename Rule>
-Twin sampleTwin(const std::string &name, uint32_t features,
-                void (*variant)(const SampleRun<typename Rule::Pixel> &, typename Rule::Entry *))
-{
-    using Family = SampleFamily<Rule>;
-    const auto adapt = [](auto kernel) {
-        return [kernel](const typename Family::Call &call, const auto *source, auto *destination) {
-            auto run = call.run;
-            run.base = source + call.base;
-            kernel(run, destination);
-            return 0;
-        };
-    };
-    return makeTwin(name, features, Family{}, adapt, sampleLinePortable<Rule>, variant);
-}
-
 // Pixels from a line of samples.
-template <typename Rule, bool kAdd>
+template <typename Rule, bool kAdd = false>
 struct OutputFamily {
     using Pixel = typename Rule::Entry;
     using Element = std::conditional_t<kAdd, uint32_t, typename Rule::Pixel>;
+    static constexpr auto kDefinition = outputLinePortable<Rule, kAdd>;
     struct Call {
         OutputRun<Pixel> run; // but for the line and the destination
         Shape shape;
@@ -257,35 +254,27 @@ struct OutputFamily {
                 {length, 1, length, width, 1, width}};
     }
     Shape shape(const Call &call) const { return call.shape; }
+    static int32_t run(auto kernel, const Call &call, const Pixel *source, Element *destination)
+    {
+        // Entries of 32 bits hold 24 at most.
+        std::vector<Pixel> line(source, source + call.shape.sourceWidth);
+        if constexpr (sizeof(Pixel) == 4)
+            for (Pixel &entry : line)
+                entry >>= 9;
+        auto run = call.run;
+        run.line = sizeof(Pixel) == 4 ? line.data() : source;
+        run.dst = destination;
+        kernel(run);
+        return 0;
+    }
 };
 
-template <typename Rule, bool kAdd = false>
-Twin outputTwin(const std::string &name, uint32_t features, void (*variant)(const OutputRun<typename Rule::Entry> &))
-{
-    using Family = OutputFamily<Rule, kAdd>;
-    using Entry = typename Rule::Entry;
-    const auto adapt = [](auto kernel) {
-        return [kernel](const typename Family::Call &call, const Entry *source, typename Family::Element *destination) {
-            // Entries of 32 bits hold 24 at most.
-            std::vector<Entry> line;
-            if constexpr (sizeof(Entry) == 4)
-                std::transform(source, source + call.shape.sourceWidth, std::back_inserter(line),
-                               [](Entry entry) { return entry >> 9; });
-            auto run = call.run;
-            run.line = line.empty() ? source : line.data();
-            run.dst = destination;
-            kernel(run);
-            return 0;
-        };
-    };
-    return makeTwin(name, features, Family{}, adapt, outputLinePortable<Rule, kAdd>, variant);
-}
-
 // Bands of rows, through a source that just holds the taps of all samples.
-template <typename Rule, bool kAdd>
+template <typename Rule, bool kAdd = false>
 struct BandFamily {
     using Pixel = typename Rule::Pixel;
     using Element = std::conditional_t<kAdd, uint32_t, Pixel>;
+    static constexpr auto kDefinition = resampleBandPortable<Rule, kAdd>;
     struct Call {
         BandRun<Pixel> run; // but for the origin and the destination
         int64_t origin;
@@ -349,71 +338,56 @@ struct BandFamily {
         return {run, -(mirrored ? right : left) * run.majorStep - least * run.minorStep, shape};
     }
     Shape shape(const Call &call) const { return call.shape; }
+    static int32_t run(auto kernel, const Call &call, const Pixel *source, Element *destination)
+    {
+        auto run = call.run;
+        run.origin = source + call.origin;
+        run.dst = destination;
+        kernel(run);
+        return 0;
+    }
 };
-
-template <typename Rule, bool kAdd = false>
-Twin bandTwin(const std::string &name, uint32_t features, void (*variant)(const BandRun<typename Rule::Pixel> &))
-{
-    using Family = BandFamily<Rule, kAdd>;
-    const auto adapt = [](auto kernel) {
-        return [kernel](const typename Family::Call &call, const auto *source, auto *destination) {
-            auto run = call.run;
-            run.origin = source + call.origin;
-            run.dst = destination;
-            kernel(run);
-            return 0;
-        };
-    };
-    return makeTwin(name, features, Family{}, adapt, resampleBandPortable<Rule, kAdd>, variant);
-}
 
 // ---- Whole-pixel maps --------------------------------------------------------------------------------------------
 
 // Pictures that are transposed, or whose rows are reversed.
 template <typename PixelType>
-struct AlignedFamily {
+struct TransposeFamily {
     using Pixel = PixelType;
     using Element = PixelType;
     using Call = Shape;
-
-    bool transposes;
+    static constexpr auto kDefinition = transposePortable<Pixel>;
 
     Call draw(Random &random, int32_t width, int32_t rows) const
     {
-        Shape shape = {transposes ? rows : width, transposes ? width : rows, 0, width, rows, 0};
-        shape.sourcePitch = (shape.sourceWidth + random.between32(0, 3)) * random.sign();
-        shape.pitch = (shape.width + random.between32(0, 3)) * random.sign();
-        return shape;
+        return {rows,  width, (rows + random.between32(0, 3)) * random.sign(),
+                width, rows,  (width + random.between32(0, 3)) * random.sign()};
     }
     Shape shape(const Call &call) const { return call; }
+    static int32_t run(auto kernel, const Shape &shape, const Pixel *source, Pixel *destination)
+    {
+        kernel({source, shape.sourcePitch, shape.sourceWidth, shape.sourceHeight},
+               {destination, shape.pitch, shape.width, shape.rows});
+        return 0;
+    }
 };
 
 template <typename Pixel>
-Twin transposeTwin(const std::string &name, uint32_t features,
-                   void (*variant)(const Rows<const Pixel> &, const Rows<Pixel> &))
-{
-    const auto adapt = [](auto kernel) {
-        return [kernel](const Shape &shape, const Pixel *source, Pixel *destination) {
-            kernel({source, shape.sourcePitch, shape.sourceWidth, shape.sourceHeight},
-                   {destination, shape.pitch, shape.width, shape.rows});
-            return 0;
-        };
-    };
-    return makeTwin(name, features, AlignedFamily<Pixel>{true}, adapt, transposePortable<Pixel>, variant);
-}
+struct ReverseFamily : TransposeFamily<Pixel> {
+    static constexpr auto kDefinition = reversePortable<Pixel>;
 
-template <typename Pixel>
-Twin reverseTwin(const std::string &name, uint32_t features, void (*variant)(const Pixel *, int64_t, Pixel *))
-{
-    const auto adapt = [](auto kernel) {
-        return [kernel](const Shape &shape, const Pixel *source, Pixel *destination) {
-            for (int32_t y = 0; y < shape.rows; ++y)
-                kernel(source + y * shape.sourcePitch, shape.width, destination + y * shape.pitch);
-            return 0;
-        };
-    };
-    return makeTwin(name, features, AlignedFamily<Pixel>{false}, adapt, reversePortable<Pixel>, variant);
-}
+    Shape draw(Random &random, int32_t width, int32_t rows) const
+    {
+        return {width, rows, (width + random.between32(0, 3)) * random.sign(),
+                width, rows, (width + random.between32(0, 3)) * random.sign()};
+    }
+    static int32_t run(auto kernel, const Shape &shape, const Pixel *source, Pixel *destination)
+    {
+        for (int32_t y = 0; y < shape.rows; ++y)
+            kernel(source + y * shape.sourcePitch, shape.width, destination + y * shape.pitch);
+        return 0;
+    }
+};
 
 // ---- The table -------------------------------------------------------------------------------------------------
 
@@ -448,22 +422,22 @@ std::vector<Twin> listTileVariants()
     constexpr uint32_t avx512 = ksys_featureAvx512;
     constexpr uint32_t vbmi = ksys_featureAvx512Vbmi;
     return {
-        variantTwin<uint8_t>("Nearest8Avx2", avx2, near8, kip_affineTransformTileNearest8Avx2),
-        variantTwin<uint32_t>("AddNearest8Avx2", avx2, addNear8, kip_affineProjectTileNearest8Avx2),
-        variantTwin<uint8_t>("Fast8Avx2", avx2, fast8, kip_affineTransformTileBilinearFast8Avx2),
-        variantTwin<uint32_t>("AddFast8Avx2", avx2, addFast8, kip_affineProjectTileBilinearFast8Avx2),
-        variantTwin<uint8_t>("Nearest8Avx512", vbmi, near8, kip_affineTransformTileNearest8Avx512Vbmi),
-        variantTwin<uint32_t>("AddNearest8Avx512", vbmi, addNear8, kip_affineProjectTileNearest8Avx512Vbmi),
-        variantTwin<uint8_t>("Fast8Avx512", vbmi, fast8, kip_affineTransformTileBilinearFast8Avx512Vbmi),
-        variantTwin<uint32_t>("AddFast8Avx512", vbmi, addFast8, kip_affineProjectTileBilinearFast8Avx512Vbmi),
-        variantTwin<uint16_t>("Nearest16Avx2", avx2, near16, kip_affineTransformTileNearest16Avx2),
-        variantTwin<uint32_t>("AddNearest16Avx2", avx2, addNear16, kip_affineProjectTileNearest16Avx2),
-        variantTwin<uint16_t>("Linear16Avx2", avx2, linear16, kip_affineTransformTileBilinearAccurate16Avx2),
-        variantTwin<uint32_t>("AddLinear16Avx2", avx2, addLinear16, kip_affineProjectTileBilinearAccurate16Avx2),
-        variantTwin<uint16_t>("Nearest16Avx512", avx512, near16, kip_affineTransformTileNearest16Avx512),
-        variantTwin<uint32_t>("AddNearest16Avx512", avx512, addNear16, kip_affineProjectTileNearest16Avx512),
-        variantTwin<uint16_t>("Linear16Avx512", avx512, linear16, kip_affineTransformTileBilinearAccurate16Avx512),
-        variantTwin<uint32_t>("AddLinear16Avx512", avx512, addLinear16, kip_affineProjectTileBilinearAccurate16Avx512),
+        tileTwin<uint8_t>("Nearest8Avx2", avx2, near8, kip_affineTransformTileNearest8Avx2),
+        tileTwin<uint32_t>("AddNearest8Avx2", avx2, addNear8, kip_affineProjectTileNearest8Avx2),
+        tileTwin<uint8_t>("Fast8Avx2", avx2, fast8, kip_affineTransformTileBilinearFast8Avx2),
+        tileTwin<uint32_t>("AddFast8Avx2", avx2, addFast8, kip_affineProjectTileBilinearFast8Avx2),
+        tileTwin<uint8_t>("Nearest8Avx512", vbmi, near8, kip_affineTransformTileNearest8Avx512Vbmi),
+        tileTwin<uint32_t>("AddNearest8Avx512", vbmi, addNear8, kip_affineProjectTileNearest8Avx512Vbmi),
+        tileTwin<uint8_t>("Fast8Avx512", vbmi, fast8, kip_affineTransformTileBilinearFast8Avx512Vbmi),
+        tileTwin<uint32_t>("AddFast8Avx512", vbmi, addFast8, kip_affineProjectTileBilinearFast8Avx512Vbmi),
+        tileTwin<uint16_t>("Nearest16Avx2", avx2, near16, kip_affineTransformTileNearest16Avx2),
+        tileTwin<uint32_t>("AddNearest16Avx2", avx2, addNear16, kip_affineProjectTileNearest16Avx2),
+        tileTwin<uint16_t>("Linear16Avx2", avx2, linear16, kip_affineTransformTileBilinearAccurate16Avx2),
+        tileTwin<uint32_t>("AddLinear16Avx2", avx2, addLinear16, kip_affineProjectTileBilinearAccurate16Avx2),
+        tileTwin<uint16_t>("Nearest16Avx512", avx512, near16, kip_affineTransformTileNearest16Avx512),
+        tileTwin<uint32_t>("AddNearest16Avx512", avx512, addNear16, kip_affineProjectTileNearest16Avx512),
+        tileTwin<uint16_t>("Linear16Avx512", avx512, linear16, kip_affineTransformTileBilinearAccurate16Avx512),
+        tileTwin<uint32_t>("AddLinear16Avx512", avx512, addLinear16, kip_affineProjectTileBilinearAccurate16Avx512),
     };
 }
 
@@ -472,14 +446,14 @@ std::vector<Twin> listAlignedVariants()
     constexpr uint32_t sse2 = ksys_featurePackedInteger;
     constexpr uint32_t avx2 = ksys_featureAvx2;
     return {
-        transposeTwin<uint8_t>("Transpose8Sse2", sse2, transpose8Sse2),
-        transposeTwin<uint16_t>("Transpose16Sse2", sse2, transpose16Sse2),
-        transposeTwin<uint8_t>("Transpose8Avx512", ksys_featureAvx512, transpose8Avx512),
-        transposeTwin<uint16_t>("Transpose16Avx512", ksys_featureAvx512, transpose16Avx512),
-        reverseTwin<uint8_t>("Reverse8Sse2", sse2, reverse8Sse2),
-        reverseTwin<uint16_t>("Reverse16Sse2", sse2, reverse16Sse2),
-        reverseTwin<uint8_t>("Reverse8Avx2", avx2, reverse8Avx2),
-        reverseTwin<uint16_t>("Reverse16Avx2", avx2, reverse16Avx2),
+        twinOf<TransposeFamily<uint8_t>>("Transpose8Sse2", sse2, transpose8Sse2),
+        twinOf<TransposeFamily<uint16_t>>("Transpose16Sse2", sse2, transpose16Sse2),
+        twinOf<TransposeFamily<uint8_t>>("Transpose8Avx512", ksys_featureAvx512, transpose8Avx512),
+        twinOf<TransposeFamily<uint16_t>>("Transpose16Avx512", ksys_featureAvx512, transpose16Avx512),
+        twinOf<ReverseFamily<uint8_t>>("Reverse8Sse2", sse2, reverse8Sse2),
+        twinOf<ReverseFamily<uint16_t>>("Reverse16Sse2", sse2, reverse16Sse2),
+        twinOf<ReverseFamily<uint8_t>>("Reverse8Avx2", avx2, reverse8Avx2),
+        twinOf<ReverseFamily<uint16_t>>("Reverse16Avx2", avx2, reverse16Avx2),
     };
 }
 
@@ -488,30 +462,30 @@ std::vector<Twin> listRowVariants()
     constexpr uint32_t avx2 = ksys_featureAvx2;
     constexpr uint32_t vbmi = ksys_featureAvx512Vbmi;
     return {
-        sampleTwin<Linear8>("LinearSamples8Avx2", avx2, linearSamples8Avx2),
-        sampleTwin<Linear8>("LinearSamples8Avx512", vbmi, linearSamples8Avx512),
-        sampleTwin<CubicPacked8>("CubicSamples8Avx2", avx2, cubicSamples8Avx2),
-        sampleTwin<CubicPacked8>("CubicSamples8Avx512", vbmi, cubicSamples8Avx512),
-        sampleTwin<Linear16>("LinearSamples16Avx2", avx2, linearSamples16Avx2),
-        sampleTwin<Cubic16>("CubicSamples16Avx2", avx2, cubicSamples16Avx2),
-        outputTwin<Linear8>("LinearOutputs8Avx2", avx2, linearOutputs8Avx2),
-        outputTwin<Linear8>("LinearOutputs8Avx512", vbmi, linearOutputs8Avx512),
-        outputTwin<Linear8, true>("LinearOutputsAdd8Avx2", avx2, linearOutputsAdd8Avx2),
-        outputTwin<Linear8, true>("LinearOutputsAdd8Avx512", vbmi, linearOutputsAdd8Avx512),
-        outputTwin<CubicPacked8>("CubicOutputs8Avx2", avx2, cubicOutputs8Avx2),
-        outputTwin<CubicPacked8>("CubicOutputs8Avx512", vbmi, cubicOutputs8Avx512),
-        outputTwin<CubicPacked8, true>("CubicOutputsAdd8Avx2", avx2, cubicOutputsAdd8Avx2),
-        outputTwin<CubicPacked8, true>("CubicOutputsAdd8Avx512", vbmi, cubicOutputsAdd8Avx512),
-        outputTwin<Linear16>("LinearOutputs16Avx2", avx2, linearOutputs16Avx2),
-        outputTwin<Linear16, true>("LinearOutputsAdd16Avx2", avx2, linearOutputsAdd16Avx2),
-        outputTwin<Cubic16>("CubicOutputs16Avx2", avx2, cubicOutputs16Avx2),
-        outputTwin<Cubic16, true>("CubicOutputsAdd16Avx2", avx2, cubicOutputsAdd16Avx2),
-        bandTwin<Linear8>("LinearBand8Avx512", vbmi, linearBand8Avx512),
-        bandTwin<Linear8, true>("LinearBandAdd8Avx512", vbmi, linearBandAdd8Avx512),
-        bandTwin<CubicPacked8>("CubicBand8Avx512", vbmi, cubicBand8Avx512),
-        bandTwin<CubicPacked8, true>("CubicBandAdd8Avx512", vbmi, cubicBandAdd8Avx512),
-        bandTwin<Linear16>("LinearBand16Avx512", vbmi, linearBand16Avx512),
-        bandTwin<Cubic16>("CubicBand16Avx512", vbmi, cubicBand16Avx512),
+        twinOf<SampleFamily<Linear8>>("LinearSamples8Avx2", avx2, linearSamples8Avx2),
+        twinOf<SampleFamily<Linear8>>("LinearSamples8Avx512", vbmi, linearSamples8Avx512),
+        twinOf<SampleFamily<CubicPacked8>>("CubicSamples8Avx2", avx2, cubicSamples8Avx2),
+        twinOf<SampleFamily<CubicPacked8>>("CubicSamples8Avx512", vbmi, cubicSamples8Avx512),
+        twinOf<SampleFamily<Linear16>>("LinearSamples16Avx2", avx2, linearSamples16Avx2),
+        twinOf<SampleFamily<Cubic16>>("CubicSamples16Avx2", avx2, cubicSamples16Avx2),
+        twinOf<OutputFamily<Linear8>>("LinearOutputs8Avx2", avx2, linearOutputs8Avx2),
+        twinOf<OutputFamily<Linear8>>("LinearOutputs8Avx512", vbmi, linearOutputs8Avx512),
+        twinOf<OutputFamily<Linear8, true>>("LinearOutputsAdd8Avx2", avx2, linearOutputsAdd8Avx2),
+        twinOf<OutputFamily<Linear8, true>>("LinearOutputsAdd8Avx512", vbmi, linearOutputsAdd8Avx512),
+        twinOf<OutputFamily<CubicPacked8>>("CubicOutputs8Avx2", avx2, cubicOutputs8Avx2),
+        twinOf<OutputFamily<CubicPacked8>>("CubicOutputs8Avx512", vbmi, cubicOutputs8Avx512),
+        twinOf<OutputFamily<CubicPacked8, true>>("CubicOutputsAdd8Avx2", avx2, cubicOutputsAdd8Avx2),
+        twinOf<OutputFamily<CubicPacked8, true>>("CubicOutputsAdd8Avx512", vbmi, cubicOutputsAdd8Avx512),
+        twinOf<OutputFamily<Linear16>>("LinearOutputs16Avx2", avx2, linearOutputs16Avx2),
+        twinOf<OutputFamily<Linear16, true>>("LinearOutputsAdd16Avx2", avx2, linearOutputsAdd16Avx2),
+        twinOf<OutputFamily<Cubic16>>("CubicOutputs16Avx2", avx2, cubicOutputs16Avx2),
+        twinOf<OutputFamily<Cubic16, true>>("CubicOutputsAdd16Avx2", avx2, cubicOutputsAdd16Avx2),
+        twinOf<BandFamily<Linear8>>("LinearBand8Avx512", vbmi, linearBand8Avx512),
+        twinOf<BandFamily<Linear8, true>>("LinearBandAdd8Avx512", vbmi, linearBandAdd8Avx512),
+        twinOf<BandFamily<CubicPacked8>>("CubicBand8Avx512", vbmi, cubicBand8Avx512),
+        twinOf<BandFamily<CubicPacked8, true>>("CubicBandAdd8Avx512", vbmi, cubicBandAdd8Avx512),
+        twinOf<BandFamily<Linear16>>("LinearBand16Avx512", vbmi, linearBand16Avx512),
+        twinOf<BandFamily<Cubic16>>("CubicBand16Avx512", vbmi, cubicBand16Avx512),
     };
 }
 #endif
@@ -554,6 +528,10 @@ struct CopyFamily {
         return {width, rows, width + random.between32(1, 3), width, rows, width + random.between32(1, 3)};
     }
     Shape shape(const Call &call) const { return call; }
+    static int32_t run(auto kernel, const Shape &shape, const uint8_t *source, uint8_t *destination)
+    {
+        return kernel(shape, source, destination);
+    }
 };
 
 enum class Fault { none, noneEither, wrongBit, status, writeBehind, writeBefore, writeIntoGap, readBehind, readBefore };
@@ -583,8 +561,7 @@ int32_t copyRows(const Shape &shape, const uint8_t *source, uint8_t *destination
 template <Fault kVariant, Fault kDefinition = Fault::none>
 Twin copyTwin()
 {
-    const auto adapt = [](auto kernel) { return TwinKernel<CopyFamily>(kernel); };
-    return makeTwin("Copy", 0, CopyFamily(), adapt, copyRows<kDefinition>, copyRows<kVariant>);
+    return twinOf("Copy", 0, CopyFamily(), copyRows<kDefinition>, copyRows<kVariant>);
 }
 
 template <Fault kVariant>
