@@ -27,29 +27,20 @@ struct Place {
     int32_t x, y;
 };
 
-// The source pixel that a destination pixel comes from. Codes without an axis swap turn within the source's
-// size, codes with one within the destination's.
-Place sourceOf(const Turn &turn, Place at, const kimg_windowConst &source, const kimg_window &destination)
-{
-    const int32_t columns = turn.swapsAxes() ? destination.width : source.width;
-    const int32_t rows = turn.swapsAxes() ? destination.height : source.height;
-    const Place start = {std::max({0, -turn.right.x * (columns - 1), -turn.down.x * (rows - 1)}),
-                         std::max({0, -turn.right.y * (columns - 1), -turn.down.y * (rows - 1)})};
-    return {start.x + at.x * turn.right.x + at.y * turn.down.x, start.y + at.x * turn.right.y + at.y * turn.down.y};
-}
-
-// Puts into result what the operation makes of before, pixel by pixel.
+// Puts into result what the operation makes of before, pixel by pixel. Codes without an axis swap turn within the
+// source's size, codes with one within the destination's.
 void turnSlowly(const Turn &turn, const Pixels &before, const kimg_windowConst &source, const kimg_window &destination,
                 Pixels &result)
 {
     const int32_t columns = turn.swapsAxes() ? destination.width : source.width;
     const int32_t rows = turn.swapsAxes() ? destination.height : source.height;
-    for (int32_t y = 0; y < rows; ++y) {
-        for (int32_t x = 0; x < columns; ++x) {
-            const Place from = sourceOf(turn, {x, y}, source, destination);
-            result.set(x, y, before.at(from.x, from.y));
-        }
-    }
+    const Place start = {std::max({0, -turn.right.x * (columns - 1), -turn.down.x * (rows - 1)}),
+                         std::max({0, -turn.right.y * (columns - 1), -turn.down.y * (rows - 1)})};
+    for (int32_t y = 0; y < rows; ++y)
+        for (int32_t x = 0; x < columns; ++x)
+            result.set(
+                x, y,
+                before.at(start.x + x * turn.right.x + y * turn.down.x, start.y + x * turn.right.y + y * turn.down.y));
 }
 
 int32_t randomPitch(Random &random, int32_t width)

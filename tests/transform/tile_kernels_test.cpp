@@ -137,18 +137,6 @@ TEST(TileKernels, PositionsOfTheBoundedTwinWrapAt32Bits)
     EXPECT_EQ(std::vector<uint8_t>(stored, stored + 3), (std::vector<uint8_t>{3, 1, 1}));
 }
 
-TEST(TileKernels, EmptyTilesTouchNothing)
-{
-    for (const uint32_t mode : {0u, 1u}) {
-        const auto kernels = fixedTileKernels8(0, mode);
-        for (const auto &[width, rows] : {std::pair(3, 0), std::pair(3, -1), std::pair(0, 3), std::pair(-5, 3)}) {
-            const FixedTile tile = {0, 0, 0, 0, 0, 0, width, rows};
-            EXPECT_EQ(kernels.inside(tile, nullptr, 1, nullptr, 1), 0);
-            EXPECT_EQ(kernels.bounded(tile, nullptr, 1, {0, 0, 1, 1}, nullptr, 1), 0);
-        }
-    }
-}
-
 // ---- The hook ----------------------------------------------------------------------------------------------------
 
 std::vector<std::wstring> askedNames;

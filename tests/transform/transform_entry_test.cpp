@@ -23,7 +23,6 @@ using kip::test::kSomeMap;
 using kip::test::kTurns;
 using kip::test::Pixels;
 using kip::test::placementOf;
-using kip::test::Random;
 using kip::test::Turn;
 
 class TransformResult : public kip::test::TransformEntry {};
@@ -104,74 +103,6 @@ TEST_P(TransformResult, BoundDestinationsReceiveThePixelsTheyShareWithTheResult)
             EXPECT_EQ(image.y, row.y);
             expectResult(params, destination);
         }
-    }
-}
-
-TEST_P(TransformResult, SourcesMayBePlacedScaledOrBottomUp)
-{
-    for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
-        SCOPED_TRACE(mode);
-        kip_affineSampleParams params = kSlanted;
-        params.mode = mode;
-        Image expected;
-        ASSERT_GE(transform(source, expected, params), 0);
-        const auto expectSame = [&](Image &from, const kmath_shapeAffineRect &rect) {
-            kip_affineSampleParams moved = params;
-            moved.rect = rect;
-            Image result;
-            ASSERT_GE(transform(from, result, moved), 0);
-            for (int32_t y = 0; y < params.destHeight; ++y)
-                for (int32_t x = 0; x < params.destWidth; ++x)
-                    ASSERT_EQ(result.at(x, y), expected.at(x, y)) << "(" << x << ", " << y << ")";
-        };
-
-        Image placed(sourcePixels);
-        placed.place(100, -50);
-        expectSame(placed, {120.25, -41.5, 32, -6, 6, 16});
-
-        Image scaled(sourcePixels);
-        scaled.setMap({0, 0, 2, 0, 0, 2});
-        expectSame(scaled, {10.125, 4.25, 16, -3, 3, 8});
-
-        Image placedAndMirrored(sourcePixels);
-        placedAndMirrored.place(8, 16);
-        placedAndMirrored.setMap({8, 112, 1, 0, 0, -1});
-        expectSame(placedAndMirrored, {20.25, 87.5, 32, -6, -6, -16});
-
-        Pixels upsideDown(bytes, 64, 48, -71, 5);
-        for (int32_t y = 0; y < 48; ++y)
-            for (int32_t x = 0; x < 64; ++x)
-                upsideDown.set(x, y, sourcePixels.at(x, y));
-        Image bottomUp(upsideDown);
-        expectSame(bottomUp, params.rect);
-    }
-}
-
-// Nor calls that failed, nor another map of the source.
-TEST_P(TransformResult, CachesChangeNoPixelWhateverWasTransformedBefore)
-{
-    const kip_affineSampleParams samplings[] = {
-        kSlanted,
-        {kSlanted.rect, kip_affineModeNearest, 32, 16},
-        {kSlanted.rect, kip_affineModeBilinear, 33, 16},
-        {{20.25, 8.5, 31.5, -6, 6, 16}, kip_affineModeBilinear, 32, 16},
-        {kTurns[2].rect(9, 5, 17, 11), kip_affineModeBicubic, 17, 11},
-        {kTurns[4].rect(9, 5, 17, 11), kip_affineModeNearest, 17, 11},
-        {kTurns[4].rect(8, 5, 17, 11), kip_affineModeNearest, 17, 11},
-        {{10, 10, 20, 10, 10, 5}, kip_affineModeNearest, 32, 16},
-        {kSlanted.rect, 4, 32, 16},
-    };
-    Cache cache;
-    Random random(51);
-    for (int n = 0; n < 500 && !HasFailure(); ++n) {
-        const kip_affineSampleParams params = random.pick(samplings);
-        const int32_t width = random.pick({13, 40});
-        Bound plain(bytes, width, 30, 41);
-        Bound cached(bytes, width, 30, 41);
-        source.setMap({random.pick({0.0, 0.25}), 0, 1, 0, 0, 1});
-        EXPECT_EQ(transform(source, cached.image, params, &cache.handle), transform(source, plain.image, params));
-        EXPECT_TRUE(isSameMemory(plain.pixels, cached.pixels));
-        EXPECT_TRUE(isEqual(plain.image.map(), cached.image.map()));
     }
 }
 
