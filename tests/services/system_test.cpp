@@ -274,6 +274,7 @@ TEST(Attention, asksTheHandlerOfTheCallingThread)
 
 TEST(InhibitHook, isAskedByName)
 {
+    kprt_isOptimizationInhibitedFP = nullptr;
     EXPECT_EQ(kprt_isOptimizationInhibited(L"some kernel"), 0);
     kprt_isOptimizationInhibitedFP = [](const wchar_t *name) { return std::wcscmp(name, L"some kernel") == 0 ? 4 : 0; };
     EXPECT_EQ(kprt_isOptimizationInhibited(L"some kernel"), 4);

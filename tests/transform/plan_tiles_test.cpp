@@ -240,6 +240,7 @@ TEST_P(PlanTiles, GiveTheModelsPixels)
 {
     const auto [bytesPerPixel, mode, fast] = GetParam();
     const TransformMemory memory{};
+    kprt_isOptimizationInhibitedFP = nullptr;
     std::optional<InhibitOptimizedPaths> inhibited;
     if (!fast)
         inhibited.emplace();
