@@ -25,14 +25,15 @@ void interleave(const __m128i (&in)[kBlock], __m128i (&out)[kBlock])
     }
 }
 
-template <typename Pixel>
-void transposeBlock(const Pixel *src, int64_t srcPitch, Pixel *dst, int64_t dstPitch)
+// columnAt(i): where the pixels of the block's column i lie next to each other.
+template <typename Pixel, typename ColumnAt>
+void transposeBlockFrom(ColumnAt columnAt, Pixel *dst, int64_t dstPitch)
 {
     constexpr int32_t block = kTransposedBlock<Pixel>;
     __m128i a[block];
     __m128i b[block];
     for (int i = 0; i < block; ++i)
-        a[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i * srcPitch));
+        a[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(columnAt(i)));
     for (int n = block; n > 1; n /= 2) {
         interleave<Pixel>(a, b);
         for (int i = 0; i < block; ++i)
@@ -40,6 +41,12 @@ void transposeBlock(const Pixel *src, int64_t srcPitch, Pixel *dst, int64_t dstP
     }
     for (int i = 0; i < block; ++i)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i * dstPitch), a[i]);
+}
+
+template <typename Pixel>
+void transposeBlock(const Pixel *src, int64_t srcPitch, Pixel *dst, int64_t dstPitch)
+{
+    transposeBlockFrom([=](int32_t i) { return src + i * srcPitch; }, dst, dstPitch);
 }
 
 } // namespace kip

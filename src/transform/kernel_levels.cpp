@@ -88,7 +88,7 @@ PlanRowKernels<uint8_t, uint8_t> linearRowKernels8([[maybe_unused]] uint32_t fea
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
         kernels = {linearSamples8Avx2, accumulate == 0 ? linearOutputs8Avx2 : linearOutputsAdd8Avx2, copyStrip8Sse2,
-                   nullptr};
+                   accumulate == 0 ? linearBand8Avx2 : linearBandAdd8Avx2};
     if ((features & ksys_featureAvx512Vbmi) != 0)
         kernels = {linearSamples8Avx512, accumulate == 0 ? linearOutputs8Avx512 : linearOutputsAdd8Avx512,
                    copyStrip8Sse2, accumulate == 0 ? linearBand8Avx512 : linearBandAdd8Avx512};
@@ -102,7 +102,7 @@ PlanRowKernels<uint8_t, int16_t> cubicRowKernels8([[maybe_unused]] uint32_t feat
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
         kernels = {cubicSamples8Avx2, accumulate == 0 ? cubicOutputs8Avx2 : cubicOutputsAdd8Avx2, copyStrip8Sse2,
-                   nullptr};
+                   accumulate == 0 ? cubicBand8Avx2 : cubicBandAdd8Avx2};
     if ((features & ksys_featureAvx512Vbmi) != 0)
         kernels = {cubicSamples8Avx512, accumulate == 0 ? cubicOutputs8Avx512 : cubicOutputsAdd8Avx512, copyStrip8Sse2,
                    accumulate == 0 ? cubicBand8Avx512 : cubicBandAdd8Avx512};
@@ -116,7 +116,7 @@ PlanRowKernels<uint16_t, uint16_t> linearRowKernels16([[maybe_unused]] uint32_t 
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
         kernels = {linearSamples16Avx2, accumulate == 0 ? linearOutputs16Avx2 : linearOutputsAdd16Avx2, copyStrip16Sse2,
-                   nullptr};
+                   accumulate == 0 ? linearBand16Avx2 : linearBandAdd16Avx2};
     if ((features & ksys_featureAvx512Vbmi) != 0 && accumulate == 0)
         kernels.band = linearBand16Avx512;
 #endif
@@ -129,7 +129,7 @@ PlanRowKernels<uint16_t, int32_t> cubicRowKernels16([[maybe_unused]] uint32_t fe
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featureAvx2) != 0)
         kernels = {cubicSamples16Avx2, accumulate == 0 ? cubicOutputs16Avx2 : cubicOutputsAdd16Avx2, copyStrip16Sse2,
-                   nullptr};
+                   accumulate == 0 ? cubicBand16Avx2 : cubicBandAdd16Avx2};
     if ((features & ksys_featureAvx512Vbmi) != 0 && accumulate == 0)
         kernels.band = cubicBand16Avx512;
 #endif

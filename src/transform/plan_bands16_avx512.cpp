@@ -157,12 +157,12 @@ struct CubicBand16 {
 
 void linearBand16Avx512(const BandRun<uint16_t> &run)
 {
-    resampleBand<LinearBand16>(run);
+    resampleBand<InGroups<LinearBand16>>(run);
 }
 
 void cubicBand16Avx512(const BandRun<uint16_t> &run)
 {
-    resampleBand<CubicBand16>(run);
+    resampleBand<InGroups<CubicBand16>>(run);
 }
 
 } // namespace kip

@@ -59,7 +59,7 @@ struct LinearBand8 {
                             _mm512_cvtepi16_epi8(blendWords(a, b, group.fractions)));
     }
 
-    __m256i pixels(const Line &line, int32_t position, int32_t first) const
+    [[gnu::always_inline]] __m256i pixels(const Line &line, int32_t position, int32_t first) const
     {
         const int32_t g = first / kGroup;
         const __m512i start = word(position);
@@ -114,7 +114,7 @@ struct CubicBand8 {
         return _mm512_cvtusepi32_epi8(_mm512_max_epi32(value, _mm512_setzero_si512()));
     }
 
-    __m256i pixels(const Line &line, int32_t position, int32_t first) const
+    [[gnu::always_inline]] __m256i pixels(const Line &line, int32_t position, int32_t first) const
     {
         const int32_t h = first / 16;
         const __m512i start = _mm512_set1_epi32(position);
@@ -141,22 +141,22 @@ struct Emitting : Band {
 
 void linearBand8Avx512(const BandRun<uint8_t> &run)
 {
-    resampleBand<Emitting<LinearBand8, false>>(run);
+    resampleBand<InGroups<Emitting<LinearBand8, false>>>(run);
 }
 
 void linearBandAdd8Avx512(const BandRun<uint8_t> &run)
 {
-    resampleBand<Emitting<LinearBand8, true>>(run);
+    resampleBand<InGroups<Emitting<LinearBand8, true>>>(run);
 }
 
 void cubicBand8Avx512(const BandRun<uint8_t> &run)
 {
-    resampleBand<Emitting<CubicBand8, false>>(run);
+    resampleBand<InGroups<Emitting<CubicBand8, false>>>(run);
 }
 
 void cubicBandAdd8Avx512(const BandRun<uint8_t> &run)
 {
-    resampleBand<Emitting<CubicBand8, true>>(run);
+    resampleBand<InGroups<Emitting<CubicBand8, true>>>(run);
 }
 
 } // namespace kip

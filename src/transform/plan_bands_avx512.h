@@ -2,11 +2,6 @@
 #define KIP_TRANSFORM_PLAN_BANDS_AVX512_H
 
 // What the AVX-512 band kernels of both depths share. Included after every other header.
-//
-// A band first copies what it reads into lines that follow the shear: in column m of the copy, everything is moved up
-// by the integer part of sample m's position in row 0. All samples of a row then lie between two neighbouring lines
-// of the copy and the next two, and whether it is the upper or the lower two is the carry of adding the fractions of
-// column and row. No lane searches for its line, whatever the angle.
 
 #include <algorithm>
 #include <cstddef>
@@ -15,7 +10,7 @@
 #include "support/target_region.h"
 #include "support/x86_intrinsics.h"
 #include "transform/block_transpose_avx512.h"
-#include "transform/plan_bands.h"
+#include "transform/plan_bands_x86.h"
 
 KIP_TARGET_BEGIN("avx2,avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi")
 
@@ -25,67 +20,8 @@ inline constexpr int32_t kGroup = 32; // lanes of a word each
 
 // ---- The copy of a band -------------------------------------------------------------------------------------------
 
-// Columns and lines count from the first ones of the copy.
-struct BandLayout {
-    int32_t firstColumn; // of the samples, counted from sample 0 of row 0
-    int32_t columns;
-    int32_t firstLine; // of the taps, before a column's own integer part is added
-    int32_t lines;
-    int32_t leastRowLine;
-    int32_t rowColumns; // samples of a row
-
-    int32_t pitch() const { return (columns + 63) / 64 * 64; }
-};
-
 template <typename Pixel>
-inline int32_t columnOfRow(const BandRun<Pixel> &run, int32_t j)
-{
-    return (run.outputPosition + j * run.outputRowStep) >> 16;
-}
-
-template <typename Pixel>
-inline int32_t lineOfRow(const BandRun<Pixel> &run, int32_t j)
-{
-    return (j * run.positionRowStep) >> 16;
-}
-
-template <typename Rule>
-inline BandLayout layOutBand(const BandRun<typename Rule::Pixel> &run)
-{
-    const int32_t lastColumn = columnOfRow(run, run.rows - 1);
-    const int32_t lastLine = lineOfRow(run, run.rows - 1);
-    const int32_t samples = countBandSamples<Rule>(run);
-    return {std::min(lastColumn, 0) - (Rule::kCubic ? 1 : 0),
-            std::abs(lastColumn) + samples,
-            std::min(lastLine, 0) + Rule::kFirstTap,
-            std::abs(lastLine) + 1 + Rule::kTaps,
-            std::min(lastLine, 0),
-            samples};
-}
-
-// The rows whose samples touch some columns of the copy, in the order in which rows move along the columns.
-template <typename Pixel>
-struct TouchingRows {
-    const BandRun<Pixel> &run;
-    const BandLayout &layout;
-    int32_t first = 0;
-    int32_t last = -1;
-
-    int32_t row(int32_t n) const { return run.outputRowStep >= 0 ? n : run.rows - 1 - n; }
-    // The first column of row n.
-    int32_t column(int32_t n) const { return columnOfRow(run, row(n)) - std::min(columnOfRow(run, run.rows - 1), 0); }
-    // Moves on to columns that lie no further left than those before.
-    void moveTo(int32_t from, int32_t to)
-    {
-        while (last + 1 < run.rows && column(last + 1) <= to)
-            ++last;
-        while (first < last && column(first) + layout.rowColumns <= from)
-            ++first;
-    }
-};
-
-template <typename Pixel>
-inline constexpr int32_t kBlock = kQuarterPixels<Pixel>; // columns that are copied together
+inline constexpr int32_t kBlock = kQuarterPixels<Pixel>;
 
 inline __m128i loadBlockRow(const void *at)
 {
@@ -136,17 +72,17 @@ struct BlockIndex {
     __mmask64 third;     // pixels from rows 16 to 19
 };
 
-// fraction: of the block's first column. The rows count from the uppermost one that any column starts at.
+// The rows count from the uppermost one that any column starts at.
 template <typename Pixel>
-inline BlockIndex blockIndex(int32_t fraction, int32_t shear, int32_t uppermost, bool mirrored)
+inline BlockIndex blockIndex(const BandBlock<Pixel> &run)
 {
     constexpr int32_t block = kBlock<Pixel>;
     const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     const __m512i columns = _mm512_and_si512(lanes, _mm512_set1_epi32(block - 1));
-    const __m512i positions =
-        _mm512_add_epi32(_mm512_set1_epi32(fraction), _mm512_mullo_epi32(columns, _mm512_set1_epi32(shear)));
-    const __m512i starts = _mm512_sub_epi32(_mm512_srai_epi32(positions, 16), _mm512_set1_epi32(uppermost));
-    const __m512i places = mirrored ? _mm512_sub_epi32(_mm512_set1_epi32(block - 1), columns) : columns;
+    const __m512i positions = _mm512_add_epi32(_mm512_set1_epi32(static_cast<int32_t>(run.position & 0xFFFF)),
+                                               _mm512_mullo_epi32(columns, _mm512_set1_epi32(run.shear)));
+    const __m512i starts = _mm512_add_epi32(_mm512_srai_epi32(positions, 16), _mm512_set1_epi32(run.start(0)));
+    const __m512i places = run.majorStep < 0 ? _mm512_sub_epi32(_mm512_set1_epi32(block - 1), columns) : columns;
     if constexpr (sizeof(Pixel) == 1) {
         const __m512i within =
             _mm512_setr_epi32(0, 0, 0, 0, 0x01010101, 0x01010101, 0x01010101, 0x01010101, 0x02020202, 0x02020202,
@@ -166,12 +102,13 @@ inline BlockIndex blockIndex(int32_t fraction, int32_t shear, int32_t uppermost,
     }
 }
 
-// Copies a block of columns from a source whose rows follow the primary axis: 4 * quads lines. kRegisters of four rows
-// hold all that four lines of the copy come from.
+// Copies whole quads of lines. kRegisters of four rows hold all that four lines of the copy come from.
 template <typename Pixel, int kRegisters>
-inline void copyLinesOfBlock(const Pixel *src, int64_t pitch, const BlockIndex &index, int32_t quads, Pixel *copy,
-                             int64_t copyPitch)
+inline void straightenBlock(const BandBlock<Pixel> &block, int32_t quads)
 {
+    const BlockIndex index = blockIndex(block);
+    const int64_t pitch = block.minorStep;
+    const Pixel *const src = block.majorStep < 0 ? block.src - (kBlock<Pixel> - 1) : block.src;
     __m512i rows[6];
     for (int i = 0; i < kRegisters - 1; ++i)
         rows[i] = loadFourRows(src + int64_t{4} * i * pitch, pitch);
@@ -183,133 +120,72 @@ inline void copyLinesOfBlock(const Pixel *src, int64_t pitch, const BlockIndex &
                                   permute<Pixel>(rows[2], index.withinEight, rows[kRegisters > 3 ? 3 : 2]));
         if constexpr (kRegisters > 4)
             lines = select<Pixel>(index.third, lines, permute<Pixel>(rows[4], index.withinEight, rows[4]));
-        storeQuarters(lines, reinterpret_cast<uint8_t *>(copy + int64_t{4} * n * copyPitch),
-                      copyPitch * static_cast<int64_t>(sizeof(Pixel)));
+        storeQuarters(lines, reinterpret_cast<uint8_t *>(block.copy + int64_t{4} * n * block.copyPitch),
+                      block.copyPitch * static_cast<int64_t>(sizeof(Pixel)));
         for (int i = 0; i + 1 < kRegisters; ++i)
             rows[i] = rows[i + 1];
     }
 }
 
-// Copies a block of columns from a source whose rows follow the secondary axis, each column from where its position
-// takes it. Writes whole blocks of lines, of which count are read.
+// Writes whole blocks of lines, of which count are read.
 template <typename Pixel>
-inline void transposeBlock(const Pixel *src, int64_t majorStep, int64_t position, int32_t shear, int32_t count,
-                           Pixel *copy, int64_t copyPitch)
+inline void transposeBlock(const BandBlock<Pixel> &block)
 {
-    constexpr int32_t block = kBlock<Pixel>;
-    for (int32_t k = 0; k < count; k += 4 * block) {
-        const int32_t bytes = std::min(count - k, 4 * block) * static_cast<int32_t>(sizeof(Pixel));
-        const __mmask64 lanes = ~__mmask64{0} >> (64 - bytes);
-        __m512i a[block];
-        for (int32_t i = 0; i < block; ++i) {
-            const Pixel *const at = src + i * majorStep + ((position + int64_t{i} * shear) >> 16) + k;
-            a[i] = _mm512_maskz_loadu_epi8(lanes, at);
-        }
-        for (int32_t n = block; n > 1; n /= 2)
+    constexpr int32_t size = kBlock<Pixel>;
+    for (int32_t k = 0; k < block.count; k += 4 * size) {
+        const int32_t lines = std::min(block.count - k, 4 * size);
+        const __mmask64 lanes = ~__mmask64{0} >> (64 - lines * static_cast<int32_t>(sizeof(Pixel)));
+        __m512i a[size];
+        for (int32_t i = 0; i < size; ++i)
+            a[i] = _mm512_maskz_loadu_epi8(lanes, block.src + i * block.majorStep + block.start(i) + k);
+        for (int32_t n = size; n > 1; n /= 2)
             interleaveQuarters<Pixel>(a);
-        const int32_t quarters = (std::min(count - k, 4 * block) + block - 1) / block;
-        Pixel *const to = copy + k * copyPitch;
+        const int32_t quarters = (lines + size - 1) / size;
+        Pixel *const to = block.copy + k * block.copyPitch;
         const auto store = [&](int32_t quarter, int32_t i, __m128i v) {
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(to + (quarter * block + i) * copyPitch), v);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(to + (quarter * size + i) * block.copyPitch), v);
         };
-        for (int32_t i = 0; i < block; ++i)
+        for (int32_t i = 0; i < size; ++i)
             store(0, i, _mm512_castsi512_si128(a[i]));
         if (quarters > 1)
-            for (int32_t i = 0; i < block; ++i)
+            for (int32_t i = 0; i < size; ++i)
                 store(1, i, _mm512_extracti32x4_epi32(a[i], 1));
         if (quarters > 2)
-            for (int32_t i = 0; i < block; ++i)
+            for (int32_t i = 0; i < size; ++i)
                 store(2, i, _mm512_extracti32x4_epi32(a[i], 2));
         if (quarters > 3)
-            for (int32_t i = 0; i < block; ++i)
+            for (int32_t i = 0; i < size; ++i)
                 store(3, i, _mm512_extracti32x4_epi32(a[i], 3));
     }
 }
 
-// Copies what the samples of some columns read, and no more than their taps: where the source ends.
-template <typename Rule>
-inline void copyColumnsExactly(const BandRun<typename Rule::Pixel> &run, const BandLayout &layout,
-                               TouchingRows<typename Rule::Pixel> rows, int32_t from, int32_t to,
-                               typename Rule::Pixel *copy)
-{
-    for (int32_t x = from; x < to; ++x) {
-        rows.moveTo(x, to - 1);
-        int32_t last = rows.last;
-        while (last > rows.first && rows.column(last) > x)
-            --last;
-        if (rows.column(last) > x || rows.column(rows.first) + layout.rowColumns <= x)
-            continue;
-        const int32_t m = layout.firstColumn + x;
-        const int64_t column = run.position + int64_t{m} * run.shear;
-        const int64_t one = column + int64_t{rows.row(rows.first)} * run.positionRowStep;
-        const int64_t other = column + int64_t{rows.row(last)} * run.positionRowStep;
-        const int64_t end = (std::max(one, other) >> 16) + Rule::kFirstTap + Rule::kTaps;
-        for (int64_t line = (std::min(one, other) >> 16) + Rule::kFirstTap; line < end; ++line)
-            copy[(line - (column >> 16) - layout.firstLine) * layout.pitch() + x] =
-                run.origin[m * run.majorStep + line * run.minorStep];
+template <typename Pixel>
+struct BlockCopier {
+    static constexpr int32_t kColumns = kBlock<Pixel>;
+
+    static int32_t registersOf(const BandBlock<Pixel> &block) { return (block.spread + 3) / 4 + 1; }
+    static int32_t quadsOf(const BandBlock<Pixel> &block) { return (block.count + 3) / 4; }
+    static int32_t linesRead(const BandBlock<Pixel> &block)
+    {
+        return block.minorStep == 1 ? block.spread + block.count : 4 * (quadsOf(block) + registersOf(block) - 1);
     }
-}
-
-template <typename Rule>
-inline void copyBand(const BandRun<typename Rule::Pixel> &run, const BandLayout &layout, typename Rule::Pixel *copy)
-{
-    using Pixel = typename Rule::Pixel;
-    constexpr int32_t block = kBlock<Pixel>;
-    const int64_t pitch = layout.pitch();
-    const bool transposed = run.minorStep == 1;
-    TouchingRows<Pixel> rows = {run, layout};
-    if (layout.columns < block)
-        return copyColumnsExactly<Rule>(run, layout, rows, 0, layout.columns, copy);
-    for (int32_t begin = 0; begin < layout.columns; begin += block) {
-        const int32_t x = std::min(begin, layout.columns - block);
-        rows.moveTo(x, x + block - 1);
-        const int32_t oneLine = lineOfRow(run, rows.row(rows.first)) - layout.leastRowLine;
-        const int32_t otherLine = lineOfRow(run, rows.row(rows.last)) - layout.leastRowLine;
-        const int32_t line = std::min(oneLine, otherLine);
-        const int32_t count = std::abs(oneLine - otherLine) + 1 + Rule::kTaps;
-
-        const int32_t m = layout.firstColumn + x;
-        const int64_t position = run.position + int64_t{m} * run.shear;
-        const int64_t left = position >> 16;
-        const int64_t right = (position + int64_t{block - 1} * run.shear) >> 16;
-        const auto spread = static_cast<int32_t>(std::abs(right - left));
-        const int32_t registers = (spread + 3) / 4 + 1;
-        const int32_t quads = (count + 3) / 4;
-        const int64_t uppermost = std::min(left, right) + layout.firstLine + line;
-        const int64_t read = transposed ? spread + count : 4 * (quads + registers - 1);
-        Pixel *const to = copy + line * pitch + x;
-        if (uppermost < run.leastLine || uppermost + read - 1 > run.greatestLine) {
-            copyColumnsExactly<Rule>(run, layout, rows, x, x + block, copy);
-            continue;
-        }
-        const Pixel *const column = run.origin + m * run.majorStep;
-        if (transposed) {
-            transposeBlock(column + (layout.firstLine + line), run.majorStep, position, run.shear, count, to, pitch);
-            continue;
-        }
-        const bool mirrored = run.majorStep < 0;
-        const Pixel *const src = column + uppermost * run.minorStep - (mirrored ? block - 1 : 0);
-        const BlockIndex index = blockIndex<Pixel>(static_cast<int32_t>(position & 0xFFFF), run.shear,
-                                                   static_cast<int32_t>(std::min(left, right) - left), mirrored);
-        switch (registers) {
+    static void straighten(const BandBlock<Pixel> &block)
+    {
+        switch (registersOf(block)) {
         case 1:
-            copyLinesOfBlock<Pixel, 1>(src, run.minorStep, index, quads, to, pitch);
-            break;
+            return straightenBlock<Pixel, 1>(block, quadsOf(block));
         case 2:
-            copyLinesOfBlock<Pixel, 2>(src, run.minorStep, index, quads, to, pitch);
-            break;
+            return straightenBlock<Pixel, 2>(block, quadsOf(block));
         case 3:
-            copyLinesOfBlock<Pixel, 3>(src, run.minorStep, index, quads, to, pitch);
-            break;
+            return straightenBlock<Pixel, 3>(block, quadsOf(block));
         case 4:
-            copyLinesOfBlock<Pixel, 4>(src, run.minorStep, index, quads, to, pitch);
-            break;
+            return straightenBlock<Pixel, 4>(block, quadsOf(block));
         default:
-            copyLinesOfBlock<Pixel, 5>(src, run.minorStep, index, quads, to, pitch);
-            break;
+            return straightenBlock<Pixel, 5>(block, quadsOf(block));
         }
     }
-}
+    static void transpose(const BandBlock<Pixel> &block) { transposeBlock(block); }
+};
 
 // ---- Fractions and weights ----------------------------------------------------------------------------------------
 
@@ -458,69 +334,44 @@ inline void emitWords(void *dst, int32_t first, __mmask32 lanes, __m512i words)
         _mm512_mask_storeu_epi16(pixels, lanes, words);
 }
 
-// ---- The walk -----------------------------------------------------------------------------------------------------
+// ---- Rows ---------------------------------------------------------------------------------------------------------
 
-constexpr int32_t kMostColumns = 256;
-constexpr int32_t kMostLines = 80; // whole blocks of lines
-constexpr int32_t kMostSamples = 2 * kBandWidth + 64;
-constexpr int32_t kRowsAtATime = 8;
-
-// Samples of 32 columns: their taps in the copy, and the sum of the fractions of column and row. The taps lie one line
-// further down in the lanes whose sum carries.
+// Samples of 32 columns: the sum of the fractions of column and row, and where it carries.
 struct ColumnGroup {
     __m512i fractions;
     __mmask32 carried;
 };
 
-inline ColumnGroup columnGroup(const uint16_t *columnFractions, __m512i rowFraction)
-{
-    const __m512i sum = _mm512_add_epi16(load(columnFractions), rowFraction);
-    return {sum, _mm512_cmplt_epu16_mask(sum, rowFraction)};
-}
-
-// Kernel: the two passes of a rule and depth,
-//   Rule, Line      what is kept of a row between the passes
+// Runs the rows of a band in groups of 32. Kernel:
+//   Rule, Line
 //   Kernel(step)
-//   sample(taps, pitch, group, line, at)            32 samples
-//   output(line, outputPosition, first, lanes, dst) 32 pixels
+//   sample(taps, pitch, group, line, at)
+//   output(line, outputPosition, first, lanes, dst)
 template <typename Kernel>
-inline void resampleBand(const BandRun<typename Kernel::Rule::Pixel> &run)
-{
-    using Rule = typename Kernel::Rule;
-    using Pixel = typename Rule::Pixel;
-    const BandLayout layout = layOutBand<Rule>(run);
-    const int64_t pitch = layout.pitch();
-    alignas(64) Pixel copy[kMostLines * kMostColumns + 2 * kGroup];
-    alignas(64) uint16_t columnFractions[kMostColumns + 2 * kGroup];
-    typename Kernel::Line lines[kRowsAtATime];
-    const Kernel kernel(run.outputStep);
+struct InGroups : Kernel {
+    using Pixel = typename Kernel::Rule::Pixel;
+    using Copier = BlockCopier<Pixel>;
+    using Line = typename Kernel::Line;
 
-    copyBand<Rule>(run, layout, copy);
-    for (int32_t x = 0; x < layout.columns; x += kGroup) {
-        const auto start = static_cast<int32_t>((run.position + int64_t{layout.firstColumn} * run.shear) & 0xFFFF);
-        _mm512_storeu_si512(columnFractions + x,
-                            lowWords(positionsFrom(start, run.shear, x), positionsFrom(start, run.shear, x + 16)));
-    }
-    for (int32_t from = 0; from < run.rows; from += kRowsAtATime) {
-        const int32_t to = std::min(from + kRowsAtATime, run.rows);
-        for (int32_t j = from; j < to; ++j) {
-            const int32_t along = run.outputPosition + j * run.outputRowStep;
-            const int32_t needed = (((along & 0xFFFF) + run.outputStep * (run.width - 1)) >> 16) + Rule::kTaps;
-            const int32_t column = (along >> 16) - layout.firstColumn - (Rule::kCubic ? 1 : 0);
-            const Pixel *const taps = copy + (lineOfRow(run, j) - layout.leastRowLine) * pitch + column;
-            const __m512i fraction = word((j * run.positionRowStep) & 0xFFFF);
-            for (int32_t x = 0; x < needed; x += kGroup)
-                kernel.sample(taps + x, pitch, columnGroup(columnFractions + column + x, fraction), &lines[j - from],
-                              x);
-        }
-        for (int32_t j = from; j < to; ++j) {
-            const int32_t position = (run.outputPosition + j * run.outputRowStep) & 0xFFFF;
-            for (int32_t n = 0; n < run.width; n += kGroup)
-                kernel.output(lines[j - from], position, n, lanesOf(run.width - n),
-                              static_cast<uint8_t *>(run.dst) + j * run.rowAdvance);
+    explicit InGroups(const BandRun<Pixel> &run) : Kernel(run.outputStep) {}
+
+    void sampleRows(const BandTaps<Pixel> *taps, int64_t pitch, int32_t rows, Line *lines) const
+    {
+        for (int32_t i = 0; i < rows; ++i) {
+            const __m512i rowFraction = word(static_cast<int32_t>(taps[i].rowFraction));
+            for (int32_t x = 0; x < taps[i].count; x += kGroup) {
+                const __m512i sum = _mm512_add_epi16(load(taps[i].columnFractions + x), rowFraction);
+                this->sample(taps[i].copy + x, pitch, {sum, _mm512_cmplt_epu16_mask(sum, rowFraction)}, &lines[i], x);
+            }
         }
     }
-}
+    void outputRows(const Line *lines, int32_t rows, int32_t width, const BandOutput *outputs) const
+    {
+        for (int32_t i = 0; i < rows; ++i)
+            for (int32_t n = 0; n < width; n += kGroup)
+                this->output(lines[i], outputs[i].position, n, lanesOf(width - n), outputs[i].dst);
+    }
+};
 
 } // namespace kip::avx512
 

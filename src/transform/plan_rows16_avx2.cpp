@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "transform/plan_bands_avx2.h"
 #include "transform/plan_rows_avx2.h"
 
 KIP_TARGET_BEGIN("avx2")
@@ -55,21 +56,6 @@ inline void gatherTaps(const SampleRun<uint16_t> &run, int32_t first, const Posi
     }
 }
 
-// Runs groups of sixteen samples; the last one overlaps the one before, and computes the same entries again.
-template <int kFirst, int kTaps, typename Combine>
-inline void forEachSampleGroup(const SampleRun<uint16_t> &run, Combine combine)
-{
-    for (int32_t begin = 0; begin < run.count; begin += kGroup) {
-        const int32_t first = std::min(begin, run.count - kGroup);
-        const auto p = positionsFrom<2>(run.position + static_cast<uint32_t>(first) * run.shear, run.shear);
-        __m256i taps[kTaps];
-        gatherTaps<kFirst, kTaps>(run, first, p, taps);
-        for (__m256i &tap : taps)
-            tap = toSigned(tap);
-        combine(first, fractionWords(p.at[0], p.at[1]), taps);
-    }
-}
-
 // (32768 a + w (b - a)) >> 15 of eight pairs (a, b) of signed words, with pairs of weights (-w, w).
 inline __m256i blendPairs(__m256i pairs, __m256i weights)
 {
@@ -97,6 +83,62 @@ inline __m256i cubicSample(__m256i sum, __m256i weightSum)
     const __m256i exact = _mm256_cmpeq_epi32(_mm256_and_si256(rounded, _mm256_set1_epi32(511)), _mm256_setzero_si256());
     const __m256i isUp = _mm256_andnot_si256(exact, _mm256_srai_epi32(value, 31));
     return _mm256_sub_epi32(value, isUp);
+}
+
+// Sixteen samples from their taps: entries of the line.
+struct LinearSamples16 {
+    using Rule = Linear16;
+
+    static void combine(__m256i fractions, const __m256i *taps, uint16_t *out)
+    {
+        const BlendWeights weights = blendWeights(fractions);
+        const __m256i a = toSigned(taps[0]);
+        const __m256i b = toSigned(taps[1]);
+        const __m256i low = blendPairs(_mm256_unpacklo_epi16(a, b), weights.low);
+        const __m256i high = blendPairs(_mm256_unpackhi_epi16(a, b), weights.high);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), toSigned(_mm256_packs_epi32(low, high)));
+    }
+};
+
+struct CubicSamples16 {
+    using Rule = Cubic16;
+
+    static void combine(__m256i fractions, const __m256i *taps, int32_t *out)
+    {
+        const CubicWeights weights = cubicWeights(fractions);
+        const WeightPairs pairs = weightPairs(weights);
+        const __m256i total = _mm256_add_epi16(_mm256_add_epi16(weights.w[0], weights.w[1]),
+                                               _mm256_add_epi16(weights.w[2], weights.w[3]));
+        const __m256i t[4] = {toSigned(taps[0]), toSigned(taps[1]), toSigned(taps[2]), toSigned(taps[3])};
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i low =
+            cubicSample(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(t[0], t[1]), pairs.low01),
+                                         _mm256_madd_epi16(_mm256_unpacklo_epi16(t[2], t[3]), pairs.low23)),
+                        _mm256_unpacklo_epi16(total, zero));
+        const __m256i high =
+            cubicSample(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(t[0], t[1]), pairs.high01),
+                                         _mm256_madd_epi16(_mm256_unpackhi_epi16(t[2], t[3]), pairs.high23)),
+                        _mm256_unpackhi_epi16(total, zero));
+        auto *const at = reinterpret_cast<__m256i *>(out);
+        _mm256_storeu_si256(at, _mm256_permute2x128_si256(low, high, 0x20));
+        _mm256_storeu_si256(at + 1, _mm256_permute2x128_si256(low, high, 0x31));
+    }
+};
+
+// Runs groups of sixteen samples; the last one overlaps the one before, and computes the same entries again.
+template <typename Samples>
+inline void sampleLine(const SampleRun<uint16_t> &run, typename Samples::Rule::Entry *out)
+{
+    using Rule = typename Samples::Rule;
+    if (!isVectorRun(run))
+        return sampleLinePortable<Rule>(run, out);
+    for (int32_t begin = 0; begin < run.count; begin += kGroup) {
+        const int32_t first = std::min(begin, run.count - kGroup);
+        const auto p = positionsFrom<2>(run.position + static_cast<uint32_t>(first) * run.shear, run.shear);
+        __m256i taps[Rule::kTaps];
+        gatherTaps<Rule::kFirstTap, Rule::kTaps>(run, first, p, taps);
+        Samples::combine(fractionWords(p.at[0], p.at[1]), taps, out + first);
+    }
 }
 
 // ---- Outputs ------------------------------------------------------------------------------------------------------
@@ -179,38 +221,12 @@ inline void cubicOutputs(const OutputRun<int32_t> &run)
 
 void linearSamples16Avx2(const SampleRun<uint16_t> &run, uint16_t *out)
 {
-    if (!isVectorRun(run))
-        return sampleLinePortable<Linear16>(run, out);
-    forEachSampleGroup<0, 2>(run, [out](int32_t first, __m256i fractions, const __m256i(&taps)[2]) {
-        const BlendWeights weights = blendWeights(fractions);
-        const __m256i low = blendPairs(_mm256_unpacklo_epi16(taps[0], taps[1]), weights.low);
-        const __m256i high = blendPairs(_mm256_unpackhi_epi16(taps[0], taps[1]), weights.high);
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + first), toSigned(_mm256_packs_epi32(low, high)));
-    });
+    sampleLine<LinearSamples16>(run, out);
 }
 
 void cubicSamples16Avx2(const SampleRun<uint16_t> &run, int32_t *out)
 {
-    if (!isVectorRun(run))
-        return sampleLinePortable<Cubic16>(run, out);
-    forEachSampleGroup<-1, 4>(run, [out](int32_t first, __m256i fractions, const __m256i(&taps)[4]) {
-        const CubicWeights weights = cubicWeights(fractions);
-        const WeightPairs pairs = weightPairs(weights);
-        const __m256i total = _mm256_add_epi16(_mm256_add_epi16(weights.w[0], weights.w[1]),
-                                               _mm256_add_epi16(weights.w[2], weights.w[3]));
-        const __m256i zero = _mm256_setzero_si256();
-        const __m256i low =
-            cubicSample(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(taps[0], taps[1]), pairs.low01),
-                                         _mm256_madd_epi16(_mm256_unpacklo_epi16(taps[2], taps[3]), pairs.low23)),
-                        _mm256_unpacklo_epi16(total, zero));
-        const __m256i high =
-            cubicSample(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(taps[0], taps[1]), pairs.high01),
-                                         _mm256_madd_epi16(_mm256_unpackhi_epi16(taps[2], taps[3]), pairs.high23)),
-                        _mm256_unpackhi_epi16(total, zero));
-        auto *const at = reinterpret_cast<__m256i *>(out + first);
-        _mm256_storeu_si256(at, _mm256_permute2x128_si256(low, high, 0x20));
-        _mm256_storeu_si256(at + 1, _mm256_permute2x128_si256(low, high, 0x31));
-    });
+    sampleLine<CubicSamples16>(run, out);
 }
 
 void linearOutputs16Avx2(const OutputRun<uint16_t> &run)
@@ -231,6 +247,26 @@ void cubicOutputs16Avx2(const OutputRun<int32_t> &run)
 void cubicOutputsAdd16Avx2(const OutputRun<int32_t> &run)
 {
     cubicOutputs<true>(run);
+}
+
+void linearBand16Avx2(const BandRun<uint16_t> &run)
+{
+    resampleBand<BandKernel<LinearSamples16, linearOutputs<false>>>(run);
+}
+
+void linearBandAdd16Avx2(const BandRun<uint16_t> &run)
+{
+    resampleBand<BandKernel<LinearSamples16, linearOutputs<true>>>(run);
+}
+
+void cubicBand16Avx2(const BandRun<uint16_t> &run)
+{
+    resampleBand<BandKernel<CubicSamples16, cubicOutputs<false>>>(run);
+}
+
+void cubicBandAdd16Avx2(const BandRun<uint16_t> &run)
+{
+    resampleBand<BandKernel<CubicSamples16, cubicOutputs<true>>>(run);
 }
 
 } // namespace kip

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "transform/plan_bands_avx2.h"
 #include "transform/plan_rows_avx2.h"
 
 KIP_TARGET_BEGIN("avx2")
@@ -61,16 +62,50 @@ inline void gatherTaps(const SampleRun<uint8_t> &run, int32_t first, const Posit
     }
 }
 
+// Sixteen samples from their taps, as words: entries of the line.
+struct LinearSamples8 {
+    using Rule = Linear8;
+
+    static void combine(__m256i fractions, const __m256i *taps, uint8_t *out)
+    {
+        const __m256i words = blendWords(taps[0], taps[1], fractions);
+        const __m256i bytes = inOrder(_mm256_packus_epi16(words, words));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm256_castsi256_si128(bytes));
+    }
+};
+
+struct CubicSamples8 {
+    using Rule = CubicPacked8;
+
+    static void combine(__m256i fractions, const __m256i *taps, int16_t *out)
+    {
+        const WeightPairs weights = weightPairs(cubicWeights(fractions));
+        const __m256i low = weighPairs<9>(_mm256_unpacklo_epi16(taps[0], taps[1]),
+                                          _mm256_unpacklo_epi16(taps[2], taps[3]), weights.low01, weights.low23);
+        const __m256i high = weighPairs<9>(_mm256_unpackhi_epi16(taps[0], taps[1]),
+                                           _mm256_unpackhi_epi16(taps[2], taps[3]), weights.high01, weights.high23);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm256_packs_epi32(low, high));
+    }
+};
+
 // Runs groups of 32 samples; the last one overlaps the one before, and computes the same entries again.
-template <int kFirst, int kTaps, typename Combine>
-inline void forEachSampleGroup(const SampleRun<uint8_t> &run, Combine combine)
+template <typename Samples>
+inline void sampleLine(const SampleRun<uint8_t> &run, typename Samples::Rule::Entry *out)
 {
+    using Rule = typename Samples::Rule;
+    if (!isVectorRun(run))
+        return sampleLinePortable<Rule>(run, out);
     for (int32_t begin = 0; begin < run.count; begin += kSampleGroup) {
         const int32_t first = std::min(begin, run.count - kSampleGroup);
         const auto p = positionsFrom<4>(run.position + static_cast<uint32_t>(first) * run.shear, run.shear);
-        __m256i taps[kTaps];
-        gatherTaps<kFirst, kTaps>(run, first, p, taps);
-        combine(first, p, taps);
+        __m256i taps[Rule::kTaps];
+        gatherTaps<Rule::kFirstTap, Rule::kTaps>(run, first, p, taps);
+        for (ptrdiff_t half = 0; half < 2; ++half) {
+            __m256i words[Rule::kTaps];
+            for (int k = 0; k < Rule::kTaps; ++k)
+                words[k] = bytesToWords(taps[k], half);
+            Samples::combine(fractionWords(p.at[2 * half], p.at[2 * half + 1]), words, out + first + 16 * half);
+        }
     }
 }
 
@@ -147,33 +182,12 @@ inline void cubicOutputs(const OutputRun<int16_t> &run)
 
 void linearSamples8Avx2(const SampleRun<uint8_t> &run, uint8_t *out)
 {
-    if (!isVectorRun(run))
-        return sampleLinePortable<Linear8>(run, out);
-    forEachSampleGroup<0, 2>(run, [out](int32_t first, const Positions<4> &p, const __m256i(&taps)[2]) {
-        __m256i half[2];
-        for (ptrdiff_t k = 0; k < 2; ++k)
-            half[k] = blendWords(bytesToWords(taps[0], k), bytesToWords(taps[1], k),
-                                 fractionWords(p.at[2 * k], p.at[2 * k + 1]));
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + first), inOrder(_mm256_packus_epi16(half[0], half[1])));
-    });
+    sampleLine<LinearSamples8>(run, out);
 }
 
 void cubicSamples8Avx2(const SampleRun<uint8_t> &run, int16_t *out)
 {
-    if (!isVectorRun(run))
-        return sampleLinePortable<CubicPacked8>(run, out);
-    forEachSampleGroup<-1, 4>(run, [out](int32_t first, const Positions<4> &p, const __m256i(&taps)[4]) {
-        for (ptrdiff_t k = 0; k < 2; ++k) {
-            const WeightPairs weights = weightPairs(cubicWeights(fractionWords(p.at[2 * k], p.at[2 * k + 1])));
-            const __m256i t[4] = {bytesToWords(taps[0], k), bytesToWords(taps[1], k), bytesToWords(taps[2], k),
-                                  bytesToWords(taps[3], k)};
-            const __m256i low = weighPairs<9>(_mm256_unpacklo_epi16(t[0], t[1]), _mm256_unpacklo_epi16(t[2], t[3]),
-                                              weights.low01, weights.low23);
-            const __m256i high = weighPairs<9>(_mm256_unpackhi_epi16(t[0], t[1]), _mm256_unpackhi_epi16(t[2], t[3]),
-                                               weights.high01, weights.high23);
-            _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + first + 16 * k), _mm256_packs_epi32(low, high));
-        }
-    });
+    sampleLine<CubicSamples8>(run, out);
 }
 
 void linearOutputs8Avx2(const OutputRun<uint8_t> &run)
@@ -194,6 +208,26 @@ void cubicOutputs8Avx2(const OutputRun<int16_t> &run)
 void cubicOutputsAdd8Avx2(const OutputRun<int16_t> &run)
 {
     cubicOutputs<true>(run);
+}
+
+void linearBand8Avx2(const BandRun<uint8_t> &run)
+{
+    resampleBand<BandKernel<LinearSamples8, linearOutputs<false>>>(run);
+}
+
+void linearBandAdd8Avx2(const BandRun<uint8_t> &run)
+{
+    resampleBand<BandKernel<LinearSamples8, linearOutputs<true>>>(run);
+}
+
+void cubicBand8Avx2(const BandRun<uint8_t> &run)
+{
+    resampleBand<BandKernel<CubicSamples8, cubicOutputs<false>>>(run);
+}
+
+void cubicBandAdd8Avx2(const BandRun<uint8_t> &run)
+{
+    resampleBand<BandKernel<CubicSamples8, cubicOutputs<true>>>(run);
 }
 
 } // namespace kip

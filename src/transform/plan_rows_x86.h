@@ -33,6 +33,10 @@ void linearOutputs8Avx2(const OutputRun<uint8_t> &run);
 void linearOutputsAdd8Avx2(const OutputRun<uint8_t> &run);
 void cubicOutputs8Avx2(const OutputRun<int16_t> &run);
 void cubicOutputsAdd8Avx2(const OutputRun<int16_t> &run);
+void linearBand8Avx2(const BandRun<uint8_t> &run);
+void linearBandAdd8Avx2(const BandRun<uint8_t> &run);
+void cubicBand8Avx2(const BandRun<uint8_t> &run);
+void cubicBandAdd8Avx2(const BandRun<uint8_t> &run);
 
 void linearSamples16Avx2(const SampleRun<uint16_t> &run, uint16_t *out);
 void cubicSamples16Avx2(const SampleRun<uint16_t> &run, int32_t *out);
@@ -40,6 +44,10 @@ void linearOutputs16Avx2(const OutputRun<uint16_t> &run);
 void linearOutputsAdd16Avx2(const OutputRun<uint16_t> &run);
 void cubicOutputs16Avx2(const OutputRun<int32_t> &run);
 void cubicOutputsAdd16Avx2(const OutputRun<int32_t> &run);
+void linearBand16Avx2(const BandRun<uint16_t> &run);
+void linearBandAdd16Avx2(const BandRun<uint16_t> &run);
+void cubicBand16Avx2(const BandRun<uint16_t> &run);
+void cubicBandAdd16Avx2(const BandRun<uint16_t> &run);
 
 // SSE2, which every x86-64 processor has.
 void copyStrip8Sse2(const StripCopy<uint8_t> &copy);
