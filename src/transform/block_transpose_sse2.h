@@ -25,15 +25,16 @@ void interleave(const __m128i (&in)[kBlock], __m128i (&out)[kBlock])
     }
 }
 
-// columnAt(i): where the pixels of the block's column i lie next to each other.
-template <typename Pixel, typename ColumnAt>
-void transposeBlockFrom(ColumnAt columnAt, Pixel *dst, int64_t dstPitch)
+// Writes the block whose column i lies at columns[i] + first.
+template <typename Pixel>
+void transposeColumns(const Pixel *const (&columns)[kTransposedBlock<Pixel>], int64_t first, Pixel *dst,
+                      int64_t dstPitch)
 {
     constexpr int32_t block = kTransposedBlock<Pixel>;
     __m128i a[block];
     __m128i b[block];
     for (int i = 0; i < block; ++i)
-        a[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(columnAt(i)));
+        a[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(columns[i] + first));
     for (int n = block; n > 1; n /= 2) {
         interleave<Pixel>(a, b);
         for (int i = 0; i < block; ++i)
@@ -46,7 +47,10 @@ void transposeBlockFrom(ColumnAt columnAt, Pixel *dst, int64_t dstPitch)
 template <typename Pixel>
 void transposeBlock(const Pixel *src, int64_t srcPitch, Pixel *dst, int64_t dstPitch)
 {
-    transposeBlockFrom([=](int32_t i) { return src + i * srcPitch; }, dst, dstPitch);
+    const Pixel *columns[kTransposedBlock<Pixel>];
+    for (int i = 0; i < kTransposedBlock<Pixel>; ++i)
+        columns[i] = src + i * srcPitch;
+    transposeColumns(columns, 0, dst, dstPitch);
 }
 
 } // namespace kip

@@ -90,8 +90,7 @@ PlanRowKernels<uint8_t, uint8_t> linearRowKernels8([[maybe_unused]] uint32_t fea
         kernels = {linearSamples8Avx2, accumulate == 0 ? linearOutputs8Avx2 : linearOutputsAdd8Avx2, copyStrip8Sse2,
                    accumulate == 0 ? linearBand8Avx2 : linearBandAdd8Avx2};
     if ((features & ksys_featureAvx512Vbmi) != 0)
-        kernels = {linearSamples8Avx512, accumulate == 0 ? linearOutputs8Avx512 : linearOutputsAdd8Avx512,
-                   copyStrip8Sse2, accumulate == 0 ? linearBand8Avx512 : linearBandAdd8Avx512};
+        kernels.band = accumulate == 0 ? linearBand8Avx512 : linearBandAdd8Avx512;
 #endif
     return kernels;
 }
@@ -104,8 +103,7 @@ PlanRowKernels<uint8_t, int16_t> cubicRowKernels8([[maybe_unused]] uint32_t feat
         kernels = {cubicSamples8Avx2, accumulate == 0 ? cubicOutputs8Avx2 : cubicOutputsAdd8Avx2, copyStrip8Sse2,
                    accumulate == 0 ? cubicBand8Avx2 : cubicBandAdd8Avx2};
     if ((features & ksys_featureAvx512Vbmi) != 0)
-        kernels = {cubicSamples8Avx512, accumulate == 0 ? cubicOutputs8Avx512 : cubicOutputsAdd8Avx512, copyStrip8Sse2,
-                   accumulate == 0 ? cubicBand8Avx512 : cubicBandAdd8Avx512};
+        kernels.band = accumulate == 0 ? cubicBand8Avx512 : cubicBandAdd8Avx512;
 #endif
     return kernels;
 }

@@ -66,7 +66,7 @@ struct BlockCopier {
         for (int32_t i = 0; i < kColumns; ++i)
             of[i] = static_cast<Pixel>(block.start(i));
         const __m256i starts = load(of);
-        for (int32_t distance = kColumns; distance >= 8; distance /= 2) {
+        for (int32_t distance = kColumns / 2; distance >= 8; distance /= 2) {
             if (distance > block.spread)
                 continue;
             const __m256i moved = startsWith(starts, distance);
@@ -96,13 +96,15 @@ struct BlockCopier {
     // Reads and writes a whole block of lines where there are fewer.
     static void transpose(const BandBlock<Pixel> &block)
     {
-        for (int32_t x = 0; x < kColumns; x += kTransposed)
+        for (int32_t x = 0; x < kColumns; x += kTransposed) {
+            const Pixel *columns[kTransposed];
+            for (int32_t i = 0; i < kTransposed; ++i)
+                columns[i] = block.src + (x + i) * block.majorStep + block.start(x + i);
             for (int32_t begin = 0; begin < block.count; begin += kTransposed) {
                 const int32_t line = std::max(0, std::min(begin, block.count - kTransposed));
-                transposeBlockFrom(
-                    [&](int32_t i) { return block.src + (x + i) * block.majorStep + block.start(x + i) + line; },
-                    block.copy + line * block.copyPitch + x, block.copyPitch);
+                transposeColumns(columns, line, block.copy + line * block.copyPitch + x, block.copyPitch);
             }
+        }
     }
 };
 

@@ -1,7 +1,7 @@
 #ifndef KIP_TRANSFORM_PLAN_BANDS_X86_H
 #define KIP_TRANSFORM_PLAN_BANDS_X86_H
 
-// What the band kernels of all instruction sets share. Included after every other header.
+// What the band kernels of all instruction sets share.
 //
 // A band first copies what it reads into lines that follow the shear: in column m of the copy, everything is moved up
 // by the integer part of sample m's position in row 0. All samples of a row then lie between two neighbouring lines

@@ -143,7 +143,7 @@ inline bool isGentle(uint32_t shear)
 // At most two entries a pixel: eight pixels then lie within sixteen bytes, four within eight words.
 inline bool isFineStep(uint32_t step)
 {
-    return step <= 2 * 65536 - 4096;
+    return step <= 2 * 65536;
 }
 
 // What is left of a run after its first pixels.

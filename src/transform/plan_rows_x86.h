@@ -12,13 +12,6 @@ namespace kip {
 // not 1 go to the portable twins.
 
 // AVX-512 F, BW, VBMI.
-void linearSamples8Avx512(const SampleRun<uint8_t> &run, uint8_t *out);
-void cubicSamples8Avx512(const SampleRun<uint8_t> &run, int16_t *out);
-void linearOutputs8Avx512(const OutputRun<uint8_t> &run);
-void linearOutputsAdd8Avx512(const OutputRun<uint8_t> &run);
-void cubicOutputs8Avx512(const OutputRun<int16_t> &run);
-void cubicOutputsAdd8Avx512(const OutputRun<int16_t> &run);
-
 void linearBand8Avx512(const BandRun<uint8_t> &run);
 void linearBandAdd8Avx512(const BandRun<uint8_t> &run);
 void cubicBand8Avx512(const BandRun<uint8_t> &run);
