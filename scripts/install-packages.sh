@@ -17,7 +17,7 @@ packages_for() {
     clang) echo "$build_packages clang libclang-rt-dev" ;;
     fuzz) echo "$(packages_for clang)" ;;
     coverage) echo "$(packages_for test) gcovr" ;;
-    windows) echo "$build_packages g++-mingw-w64-x86-64-posix googletest wine wine64" ;;
+    windows) echo "$build_packages g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev googletest wine wine64" ;;
     ci)
         echo "$(packages_for coverage) $(packages_for fuzz) $(packages_for windows)"
         echo "libbenchmark-dev git clang-format clang-tidy clang-tools cppcheck doxygen"

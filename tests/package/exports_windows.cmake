@@ -2,10 +2,10 @@
 # begins or ends.
 include("${CMAKE_CURRENT_LIST_DIR}/common.cmake")
 
-# headers_of(<library>): leaves the file's headers in `headers`, its exported names in `exports`, the DLLs that it needs
+# headers_of(<file>): leaves the file's headers in `headers`, its exported names in `exports`, the DLLs that it needs
 # in `needed`.
-function(headers_of library)
-    run("${objdump}" --private-headers "${prefix}/bin/${library}")
+function(headers_of file)
+    run("${objdump}" --private-headers "${file}")
     string(REGEX MATCHALL "\n\t\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_@?]*" exports "${output}")
     string(REGEX MATCHALL "DLL Name: [^\n]*" needed "${output}")
     list(TRANSFORM exports REPLACE "^\n.*\\] " "")
@@ -15,12 +15,17 @@ function(headers_of library)
     set(needed "${needed}" PARENT_SCOPE)
 endfunction()
 
-headers_of(kip_services.dll)
+if(EXISTS "${build_dir}/bin/kip.exe")
+    headers_of("${build_dir}/bin/kip.exe")
+    expect_same_lines("DLLs that kip.exe needs" "${needed}" "KERNEL32.dll;msvcrt.dll;kip.dll;kip_services.dll")
+endif()
+
+headers_of("${prefix}/bin/kip_services.dll")
 declared_services(expected)
 expect_same_lines("exports of kip_services.dll" "${exports}" "${expected}")
 expect_same_lines("DLLs that kip_services.dll needs" "${needed}" "KERNEL32.dll;msvcrt.dll")
 
-headers_of(kip.dll)
+headers_of("${prefix}/bin/kip.dll")
 file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/exports.txt" expected)
 expect_same_lines("exports of kip.dll" "${exports}" "${expected}")
 expect_same_lines("DLLs that kip.dll needs" "${needed}" "KERNEL32.dll;msvcrt.dll;kip_services.dll")

@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Builds libpng and libtiff for 64-bit Windows, from Debian's sources of them and against Debian's zlib for MinGW-w64,
+# into build/windows-codecs: static, once. Debian has no packages of the two for Windows.
+#
+#   scripts/build-windows-codecs.sh
+#
+# The sources come through apt-get from wherever this machine's packages come from. The machine's own lists and
+# configuration stay as they are.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+toolchain=$PWD/cmake/mingw-w64.cmake
+prefix=$PWD/build/windows-codecs
+[ ! -f "$prefix/complete" ] || exit 0
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir -p "$work"/{parts,lists/partial,cache/archives/partial}
+
+# What the machine has as binaries, as sources, of either format of lists: "deb ..." lines and "Types: deb" records.
+derive_lists() {
+    local directory file list=0
+    eval "$(apt-config shell directory Dir::Etc::sourceparts/d file Dir::Etc::sourcelist/f)"
+    for file in "$file" "$directory"/*.list "$directory"/*.sources; do
+        [ -f "$file" ] || continue
+        list=$((list + 1))
+        case $file in
+        *.sources) sed -E 's/^Types:.*/Types: deb-src/' "$file" >"$work/parts/$list.sources" ;;
+        *) sed -nE 's/^[[:space:]]*deb([[:space:]])/deb-src\1/p' "$file" >"$work/parts/$list.list" ;;
+        esac
+    done
+}
+
+own=(-o Dir::Etc::sourcelist=/dev/null -o "Dir::Etc::sourceparts=$work/parts"
+    -o "Dir::State::lists=$work/lists" -o "Dir::Cache=$work/cache" -o APT::Sandbox::User=root)
+
+# The version that this machine builds with or else the newest that is to be had: a mirror can list a version whose
+# files it lacks. Debian's versions of a release differ in repairs alone, not in what the encoders write.
+fetch() { # SOURCE-PACKAGE BINARY-PACKAGE
+    local version
+    for version in $(dpkg-query --show --showformat='${source:Version}' "$2" 2>/dev/null) \
+        $(apt-cache "${own[@]}" showsrc --only-source "$1" | sed -n 's/^Version: //p' | sort -ruV); do
+        rm -f "$work/$1"_*
+        (cd "$work" && apt-get -q "${own[@]}" source --download-only "$1=$version") >>"$work/log" 2>&1 </dev/null ||
+            continue
+        dpkg-source --no-check -x "$work/$1"_*.dsc "$work/$1" >>"$work/log" 2>&1 || continue
+        echo "build-windows-codecs: $1 $version"
+        return 0
+    done
+    return 1
+}
+
+build() { # SOURCE-PACKAGE OPTION...
+    local source=$work/$1
+    shift
+    cmake -S "$source" -B "$source-build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF "$@" &&
+        cmake --build "$source-build" --parallel "$(nproc)" && cmake --install "$source-build"
+}
+
+fail() {
+    cat "$work/log" >&2
+    echo "build-windows-codecs: $1" >&2
+    exit 1
+}
+
+echo "build-windows-codecs: fetching and building libpng and libtiff (build/windows-codecs)"
+rm -rf "$prefix"
+derive_lists
+# A list without sources is an error of apt-get's, but not of ours while another list has them.
+apt-get -q "${own[@]}" update >"$work/log" 2>&1 </dev/null || true
+fetch libpng1.6 libpng-dev || fail "the source of libpng cannot be had"
+fetch tiff libtiff-dev || fail "the source of libtiff cannot be had"
+build libpng1.6 -DPNG_SHARED=OFF -DPNG_TESTS=OFF >>"$work/log" 2>&1 || fail "libpng cannot be built"
+build tiff -Dtiff-tools=OFF -Dtiff-tests=OFF -Dtiff-contrib=OFF -Dtiff-docs=OFF -Dcxx=OFF -Djpeg=OFF -Djbig=OFF \
+    -Dlerc=OFF -Dlibdeflate=OFF -Dlzma=OFF -Dwebp=OFF -Dzstd=OFF >>"$work/log" 2>&1 || fail "libtiff cannot be built"
+touch "$prefix/complete"
