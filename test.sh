@@ -3,8 +3,8 @@
 #
 #   ./test.sh [--preset NAME | --windows [--allow-pgm]] [--jobs N] [CTEST-ARGUMENT...]
 #
-# NAME is a preset of CMakePresets.json: dev (default), release, asan, tsan or clang. Further arguments go to
-# ctest, for example: ./test.sh --preset asan -R Transform
+# NAME is a preset of CMakePresets.json: dev (default), release, asan, tsan, clang, or, for other processors under
+# QEMU, aarch64 or s390x. Further arguments go to ctest, for example: ./test.sh --preset asan -R Transform
 #
 # --windows builds for 64-bit Windows by MinGW-w64 and runs the suite under Wine; then the tool of that build and the
 # one of this machine make the demo's pictures, which must be the same files. libpng and libtiff for Windows are built
@@ -39,7 +39,7 @@ while [ $# -gt 0 ]; do
 done
 
 purposes=(test)
-case $preset in clang | windows) purposes+=("$preset") ;; esac
+case $preset in clang | windows | aarch64 | s390x) purposes+=("$preset") ;; esac
 scripts/install-packages.sh "${purposes[@]}"
 
 # The thread sanitizer of GCC 12 cannot place its memory where kernels randomise addresses strongly.

@@ -1,6 +1,7 @@
 #include "cache/cubic_weight_table.h"
 
 #include <array>
+#include <bit>
 #include <thread>
 #include <vector>
 
@@ -15,8 +16,7 @@ std::array<int16_t, 4> weightsOf(int32_t phase)
 {
     uint64_t word = 0;
     kip::getCubicWeightsForPhase(kip::cubicWeightTable(), phase, &word);
-    return {static_cast<int16_t>(word), static_cast<int16_t>(word >> 16), static_cast<int16_t>(word >> 32),
-            static_cast<int16_t>(word >> 48)};
+    return std::bit_cast<std::array<int16_t, 4>>(word);
 }
 
 TEST(CubicWeightTable, HoldsTheKernel)

@@ -179,6 +179,7 @@ TEST(CopyAndFill, WriteExactlyTheirPixelsOrRefuse)
         if (random.oneIn(16))
             destination.pixels = nullptr;
         const auto value = static_cast<uint16_t>(random.next());
+        const auto low = static_cast<uint8_t>(value);
         const bool isRefused = (destination.pixels != nullptr && destination.bytesPerPixel != bytes) ||
                                (isCopy && source.pixels != nullptr && source.bytesPerPixel != bytes);
         const bool isEmpty = destination.pixels == nullptr || (isCopy && source.pixels == nullptr);
@@ -187,7 +188,8 @@ TEST(CopyAndFill, WriteExactlyTheirPixelsOrRefuse)
                 const int32_t sourceX = x + destination.x - source.x;
                 const int32_t sourceY = y + destination.y - source.y;
                 if (!isCopy)
-                    std::memcpy(at(destination, x, y), &value, static_cast<size_t>(bytes));
+                    std::memcpy(at(destination, x, y), bytes == 1 ? static_cast<const void *>(&low) : &value,
+                                static_cast<size_t>(bytes));
                 else if (sourceX >= 0 && sourceX < source.width && sourceY >= 0 && sourceY < source.height)
                     std::memcpy(at(destination, x, y), at(source, sourceX, sourceY), static_cast<size_t>(bytes));
             }

@@ -51,9 +51,9 @@ struct Model {
     {
         if (!cubic)
             return tap == 0 ? 32768 - (fraction >> 1) : fraction >> 1;
-        uint64_t word;
-        getCubicWeightsForPhase(cubicWeightTable(), static_cast<int32_t>(fraction >> 8), &word);
-        return static_cast<int16_t>(word >> (16 * tap));
+        const int16_t *weights;
+        getCubicWeightsBase(cubicWeightTable(), &weights);
+        return weights[4 * static_cast<size_t>(fraction >> 8) + static_cast<size_t>(tap)];
     }
     static int64_t divided(int64_t value, int64_t by, bool down)
     {
