@@ -82,57 +82,27 @@ TileKernels<uint16_t, int32_t> tileKernels16([[maybe_unused]] uint32_t features,
     return kernels;
 }
 
-PlanRowKernels<uint8_t, uint8_t> linearRowKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate)
+template <typename Rule>
+PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> planRowKernels([[maybe_unused]] uint32_t features,
+                                                                          uint32_t accumulate)
 {
-    auto kernels = portableRowKernels<Linear8>(accumulate);
+    auto kernels = portableRowKernels<Rule>(accumulate);
 #if defined(KIP_HAS_X86_VARIANTS)
+    const bool add = accumulate != 0;
     if ((features & ksys_featureAvx2) != 0)
-        kernels = {linearSamples8Avx2, accumulate == 0 ? linearOutputs8Avx2 : linearOutputsAdd8Avx2, copyStrip8Sse2,
-                   accumulate == 0 ? linearBand8Avx2 : linearBandAdd8Avx2};
+        kernels = rowKernelsAvx2<Rule>(add);
     if ((features & ksys_featureAvx512Vbmi) != 0)
-        kernels.band = accumulate == 0 ? linearBand8Avx512 : linearBandAdd8Avx512;
+        if (auto *const band = bandKernelAvx512<Rule>(add); band != nullptr)
+            kernels.band = band;
 #endif
     return kernels;
 }
 
-PlanRowKernels<uint8_t, int16_t> cubicRowKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate)
-{
-    auto kernels = portableRowKernels<CubicPacked8>(accumulate);
-#if defined(KIP_HAS_X86_VARIANTS)
-    if ((features & ksys_featureAvx2) != 0)
-        kernels = {cubicSamples8Avx2, accumulate == 0 ? cubicOutputs8Avx2 : cubicOutputsAdd8Avx2, copyStrip8Sse2,
-                   accumulate == 0 ? cubicBand8Avx2 : cubicBandAdd8Avx2};
-    if ((features & ksys_featureAvx512Vbmi) != 0)
-        kernels.band = accumulate == 0 ? cubicBand8Avx512 : cubicBandAdd8Avx512;
-#endif
-    return kernels;
-}
-
-PlanRowKernels<uint16_t, uint16_t> linearRowKernels16([[maybe_unused]] uint32_t features, uint32_t accumulate)
-{
-    auto kernels = portableRowKernels<Linear16>(accumulate);
-#if defined(KIP_HAS_X86_VARIANTS)
-    if ((features & ksys_featureAvx2) != 0)
-        kernels = {linearSamples16Avx2, accumulate == 0 ? linearOutputs16Avx2 : linearOutputsAdd16Avx2, copyStrip16Sse2,
-                   accumulate == 0 ? linearBand16Avx2 : linearBandAdd16Avx2};
-    if ((features & ksys_featureAvx512Vbmi) != 0 && accumulate == 0)
-        kernels.band = linearBand16Avx512;
-#endif
-    return kernels;
-}
-
-PlanRowKernels<uint16_t, int32_t> cubicRowKernels16([[maybe_unused]] uint32_t features, uint32_t accumulate)
-{
-    auto kernels = portableRowKernels<Cubic16>(accumulate);
-#if defined(KIP_HAS_X86_VARIANTS)
-    if ((features & ksys_featureAvx2) != 0)
-        kernels = {cubicSamples16Avx2, accumulate == 0 ? cubicOutputs16Avx2 : cubicOutputsAdd16Avx2, copyStrip16Sse2,
-                   accumulate == 0 ? cubicBand16Avx2 : cubicBandAdd16Avx2};
-    if ((features & ksys_featureAvx512Vbmi) != 0 && accumulate == 0)
-        kernels.band = cubicBand16Avx512;
-#endif
-    return kernels;
-}
+template PlanRowKernels<uint8_t, Linear8::Entry> planRowKernels<Linear8>(uint32_t features, uint32_t accumulate);
+template PlanRowKernels<uint8_t, CubicPacked8::Entry> planRowKernels<CubicPacked8>(uint32_t features,
+                                                                                   uint32_t accumulate);
+template PlanRowKernels<uint16_t, Linear16::Entry> planRowKernels<Linear16>(uint32_t features, uint32_t accumulate);
+template PlanRowKernels<uint16_t, Cubic16::Entry> planRowKernels<Cubic16>(uint32_t features, uint32_t accumulate);
 
 template <>
 AlignedKernels<uint8_t> alignedKernels<uint8_t>([[maybe_unused]] uint32_t features)

@@ -21,11 +21,9 @@ TileKernels<uint8_t, int32_t> fastTileKernels8(uint32_t features, uint32_t accum
 // The 16-bit path, modes 0 and 1.
 TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumulate, uint32_t mode);
 
-// The rows of the table-driven modes: the fast 8-bit path's and the 16-bit path's.
-PlanRowKernels<uint8_t, uint8_t> linearRowKernels8(uint32_t features, uint32_t accumulate);
-PlanRowKernels<uint8_t, int16_t> cubicRowKernels8(uint32_t features, uint32_t accumulate);
-PlanRowKernels<uint16_t, uint16_t> linearRowKernels16(uint32_t features, uint32_t accumulate);
-PlanRowKernels<uint16_t, int32_t> cubicRowKernels16(uint32_t features, uint32_t accumulate);
+// The rows of the table-driven modes. Rule: Linear8, CubicPacked8 of the fast 8-bit path, Linear16 or Cubic16.
+template <typename Rule>
+PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> planRowKernels(uint32_t features, uint32_t accumulate);
 
 // Whole-pixel maps, for uint8_t and uint16_t.
 template <typename Pixel>

@@ -155,18 +155,25 @@ struct CubicBand16 {
 
 } // namespace
 
-void linearBand16Avx512(const BandRun<uint16_t> &run)
-{
-    resampleBand<InGroups<LinearBand16>>(run);
-}
-
-void cubicBand16Avx512(const BandRun<uint16_t> &run)
-{
-    resampleBand<InGroups<CubicBand16>>(run);
-}
-
 } // namespace kip
 
 KIP_TARGET_END
+
+namespace kip {
+
+// Outside the region: asking is for every processor.
+template <>
+BandKernel<uint16_t> *bandKernelAvx512<Linear16>(bool add)
+{
+    return add ? nullptr : resampleBand<InGroups<LinearBand16>>;
+}
+
+template <>
+BandKernel<uint16_t> *bandKernelAvx512<Cubic16>(bool add)
+{
+    return add ? nullptr : resampleBand<InGroups<CubicBand16>>;
+}
+
+} // namespace kip
 
 #endif

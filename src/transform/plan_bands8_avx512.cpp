@@ -139,28 +139,35 @@ struct Emitting : Band {
 
 } // namespace
 
-void linearBand8Avx512(const BandRun<uint8_t> &run)
-{
-    resampleBand<InGroups<Emitting<LinearBand8, false>>>(run);
-}
-
-void linearBandAdd8Avx512(const BandRun<uint8_t> &run)
-{
-    resampleBand<InGroups<Emitting<LinearBand8, true>>>(run);
-}
-
-void cubicBand8Avx512(const BandRun<uint8_t> &run)
-{
-    resampleBand<InGroups<Emitting<CubicBand8, false>>>(run);
-}
-
-void cubicBandAdd8Avx512(const BandRun<uint8_t> &run)
-{
-    resampleBand<InGroups<Emitting<CubicBand8, true>>>(run);
-}
-
 } // namespace kip
 
 KIP_TARGET_END
+
+namespace kip {
+
+namespace {
+
+// Outside the region: asking is for every processor.
+template <typename Band>
+BandKernel<uint8_t> *bandKernel(bool add)
+{
+    return add ? resampleBand<InGroups<Emitting<Band, true>>> : resampleBand<InGroups<Emitting<Band, false>>>;
+}
+
+} // namespace
+
+template <>
+BandKernel<uint8_t> *bandKernelAvx512<Linear8>(bool add)
+{
+    return bandKernel<LinearBand8>(add);
+}
+
+template <>
+BandKernel<uint8_t> *bandKernelAvx512<CubicPacked8>(bool add)
+{
+    return bandKernel<CubicBand8>(add);
+}
+
+} // namespace kip
 
 #endif

@@ -120,8 +120,8 @@ inline __m256i loadWords(const uint16_t *at)
 
 // Combine: the first pass of a rule for sixteen samples, combine(fractions, taps as words, entries).
 // kOutputs: the second pass of a row.
-template <typename Combine, auto kOutputs>
-struct BandKernel {
+template <typename Combine, void (*kOutputs)(const OutputRun<typename Combine::Rule::Entry> &)>
+struct BandPasses {
     using Rule = typename Combine::Rule;
     using Pixel = typename Rule::Pixel;
     using Copier = BlockCopier<Pixel>;
@@ -132,7 +132,7 @@ struct BandKernel {
     uint32_t step;
     const int16_t *weights;
 
-    explicit BandKernel(const BandRun<Pixel> &run) : step(static_cast<uint32_t>(run.outputStep)), weights(run.weights)
+    explicit BandPasses(const BandRun<Pixel> &run) : step(static_cast<uint32_t>(run.outputStep)), weights(run.weights)
     {}
 
     static void sampleRows(const BandTaps<Pixel> *taps, int64_t pitch, int32_t rows, Line *lines)

@@ -46,6 +46,9 @@ struct StripCopy {
 template <typename Pixel>
 struct BandRun; // plan_bands.h
 
+template <typename Pixel>
+using BandKernel = void(const BandRun<Pixel> &run);
+
 // All taps of a run must lie inside the source, or the line.
 template <typename Pixel, typename Entry>
 struct PlanRowKernels {
@@ -55,7 +58,7 @@ struct PlanRowKernels {
     // samples then see a majorStep of 1. Null: every run reads the source itself.
     void (*copyStrip)(const StripCopy<Pixel> &copy);
     // Resamples the rows of a tile together, where isBandGeometry allows it. Null: there is no such kernel.
-    void (*band)(const BandRun<Pixel> &run);
+    BandKernel<Pixel> *band;
 };
 
 // ---- What a sample and a pixel are -----------------------------------------------------------------------------

@@ -197,7 +197,7 @@ inline __m256i cubicOutputLanes(const OutputRun<int32_t> &run, int32_t first)
 }
 
 template <bool kAdd>
-inline void linearOutputs(const OutputRun<uint16_t> &run)
+inline void outputLine(const OutputRun<uint16_t> &run)
 {
     int32_t first = 0;
     if (isFineStep(run.step))
@@ -207,7 +207,7 @@ inline void linearOutputs(const OutputRun<uint16_t> &run)
 }
 
 template <bool kAdd>
-inline void cubicOutputs(const OutputRun<int32_t> &run)
+inline void outputLine(const OutputRun<int32_t> &run)
 {
     int32_t first = 0;
     for (; first + kGroup <= run.count; first += kGroup) {
@@ -219,58 +219,39 @@ inline void cubicOutputs(const OutputRun<int32_t> &run)
 
 } // namespace
 
-void linearSamples16Avx2(const SampleRun<uint16_t> &run, uint16_t *out)
-{
-    sampleLine<LinearSamples16>(run, out);
-}
-
-void cubicSamples16Avx2(const SampleRun<uint16_t> &run, int32_t *out)
-{
-    sampleLine<CubicSamples16>(run, out);
-}
-
-void linearOutputs16Avx2(const OutputRun<uint16_t> &run)
-{
-    linearOutputs<false>(run);
-}
-
-void linearOutputsAdd16Avx2(const OutputRun<uint16_t> &run)
-{
-    linearOutputs<true>(run);
-}
-
-void cubicOutputs16Avx2(const OutputRun<int32_t> &run)
-{
-    cubicOutputs<false>(run);
-}
-
-void cubicOutputsAdd16Avx2(const OutputRun<int32_t> &run)
-{
-    cubicOutputs<true>(run);
-}
-
-void linearBand16Avx2(const BandRun<uint16_t> &run)
-{
-    resampleBand<BandKernel<LinearSamples16, linearOutputs<false>>>(run);
-}
-
-void linearBandAdd16Avx2(const BandRun<uint16_t> &run)
-{
-    resampleBand<BandKernel<LinearSamples16, linearOutputs<true>>>(run);
-}
-
-void cubicBand16Avx2(const BandRun<uint16_t> &run)
-{
-    resampleBand<BandKernel<CubicSamples16, cubicOutputs<false>>>(run);
-}
-
-void cubicBandAdd16Avx2(const BandRun<uint16_t> &run)
-{
-    resampleBand<BandKernel<CubicSamples16, cubicOutputs<true>>>(run);
-}
-
 } // namespace kip
 
 KIP_TARGET_END
+
+namespace kip {
+
+namespace {
+
+// Outside the region: asking is for every processor.
+template <typename Samples>
+PlanRowKernels<uint16_t, typename Samples::Rule::Entry> rowKernels(bool add)
+{
+    if (add)
+        return {sampleLine<Samples>, outputLine<true>, copyStripSse2,
+                resampleBand<BandPasses<Samples, outputLine<true>>>};
+    return {sampleLine<Samples>, outputLine<false>, copyStripSse2,
+            resampleBand<BandPasses<Samples, outputLine<false>>>};
+}
+
+} // namespace
+
+template <>
+PlanRowKernels<uint16_t, Linear16::Entry> rowKernelsAvx2<Linear16>(bool add)
+{
+    return rowKernels<LinearSamples16>(add);
+}
+
+template <>
+PlanRowKernels<uint16_t, Cubic16::Entry> rowKernelsAvx2<Cubic16>(bool add)
+{
+    return rowKernels<CubicSamples16>(add);
+}
+
+} // namespace kip
 
 #endif

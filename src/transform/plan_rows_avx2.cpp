@@ -155,7 +155,7 @@ inline __m256i cubicOutputWords(const OutputRun<int16_t> &run, int32_t first)
 }
 
 template <bool kAdd>
-inline void linearOutputs(const OutputRun<uint8_t> &run)
+inline void outputLine(const OutputRun<uint8_t> &run)
 {
     int32_t first = 0;
     if (isFineStep(run.step))
@@ -165,7 +165,7 @@ inline void linearOutputs(const OutputRun<uint8_t> &run)
 }
 
 template <bool kAdd>
-inline void cubicOutputs(const OutputRun<int16_t> &run)
+inline void outputLine(const OutputRun<int16_t> &run)
 {
     int32_t first = 0;
     if (isFineStep(run.step)) {
@@ -180,58 +180,39 @@ inline void cubicOutputs(const OutputRun<int16_t> &run)
 
 } // namespace
 
-void linearSamples8Avx2(const SampleRun<uint8_t> &run, uint8_t *out)
-{
-    sampleLine<LinearSamples8>(run, out);
-}
-
-void cubicSamples8Avx2(const SampleRun<uint8_t> &run, int16_t *out)
-{
-    sampleLine<CubicSamples8>(run, out);
-}
-
-void linearOutputs8Avx2(const OutputRun<uint8_t> &run)
-{
-    linearOutputs<false>(run);
-}
-
-void linearOutputsAdd8Avx2(const OutputRun<uint8_t> &run)
-{
-    linearOutputs<true>(run);
-}
-
-void cubicOutputs8Avx2(const OutputRun<int16_t> &run)
-{
-    cubicOutputs<false>(run);
-}
-
-void cubicOutputsAdd8Avx2(const OutputRun<int16_t> &run)
-{
-    cubicOutputs<true>(run);
-}
-
-void linearBand8Avx2(const BandRun<uint8_t> &run)
-{
-    resampleBand<BandKernel<LinearSamples8, linearOutputs<false>>>(run);
-}
-
-void linearBandAdd8Avx2(const BandRun<uint8_t> &run)
-{
-    resampleBand<BandKernel<LinearSamples8, linearOutputs<true>>>(run);
-}
-
-void cubicBand8Avx2(const BandRun<uint8_t> &run)
-{
-    resampleBand<BandKernel<CubicSamples8, cubicOutputs<false>>>(run);
-}
-
-void cubicBandAdd8Avx2(const BandRun<uint8_t> &run)
-{
-    resampleBand<BandKernel<CubicSamples8, cubicOutputs<true>>>(run);
-}
-
 } // namespace kip
 
 KIP_TARGET_END
+
+namespace kip {
+
+namespace {
+
+// Outside the region: asking is for every processor.
+template <typename Samples>
+PlanRowKernels<uint8_t, typename Samples::Rule::Entry> rowKernels(bool add)
+{
+    if (add)
+        return {sampleLine<Samples>, outputLine<true>, copyStripSse2,
+                resampleBand<BandPasses<Samples, outputLine<true>>>};
+    return {sampleLine<Samples>, outputLine<false>, copyStripSse2,
+            resampleBand<BandPasses<Samples, outputLine<false>>>};
+}
+
+} // namespace
+
+template <>
+PlanRowKernels<uint8_t, Linear8::Entry> rowKernelsAvx2<Linear8>(bool add)
+{
+    return rowKernels<LinearSamples8>(add);
+}
+
+template <>
+PlanRowKernels<uint8_t, CubicPacked8::Entry> rowKernelsAvx2<CubicPacked8>(bool add)
+{
+    return rowKernels<CubicSamples8>(add);
+}
+
+} // namespace kip
 
 #endif

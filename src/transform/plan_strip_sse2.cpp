@@ -71,8 +71,10 @@ void mirrorStrip(const StripCopy<Pixel> &copy)
     }
 }
 
+} // namespace
+
 template <typename Pixel>
-void copyStrip(const StripCopy<Pixel> &copy)
+void copyStripSse2(const StripCopy<Pixel> &copy)
 {
     if (copy.minorStep == 1)
         transposeStrip(copy);
@@ -82,17 +84,8 @@ void copyStrip(const StripCopy<Pixel> &copy)
         copyStripPortable(copy);
 }
 
-} // namespace
-
-void copyStrip8Sse2(const StripCopy<uint8_t> &copy)
-{
-    copyStrip(copy);
-}
-
-void copyStrip16Sse2(const StripCopy<uint16_t> &copy)
-{
-    copyStrip(copy);
-}
+template void copyStripSse2(const StripCopy<uint8_t> &copy);
+template void copyStripSse2(const StripCopy<uint16_t> &copy);
 
 } // namespace kip
 

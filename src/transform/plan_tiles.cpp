@@ -490,8 +490,8 @@ int32_t processPlanTiles16(uint32_t accumulate, const kip_affineSampleParams &pa
 {
     const uint32_t features = processorFeatures();
     return params.mode == kip_affineModeBicubic
-               ? processPlan<Cubic16>(accumulate, plan, source, dst, cubicRowKernels16(features, accumulate))
-               : processPlan<Linear16>(accumulate, plan, source, dst, linearRowKernels16(features, accumulate));
+               ? processPlan<Cubic16>(accumulate, plan, source, dst, planRowKernels<Cubic16>(features, accumulate))
+               : processPlan<Linear16>(accumulate, plan, source, dst, planRowKernels<Linear16>(features, accumulate));
 }
 
 int32_t processTilePlanPacked8(uint32_t accumulate, const kip_affineSampleParams &params,
@@ -499,8 +499,9 @@ int32_t processTilePlanPacked8(uint32_t accumulate, const kip_affineSampleParams
 {
     const uint32_t features = processorFeatures();
     return params.mode == kip_affineModeBicubic
-               ? processPlan<CubicPacked8>(accumulate, plan, source, dst, cubicRowKernels8(features, accumulate))
-               : processPlan<Linear8>(accumulate, plan, source, dst, linearRowKernels8(features, accumulate));
+               ? processPlan<CubicPacked8>(accumulate, plan, source, dst,
+                                           planRowKernels<CubicPacked8>(features, accumulate))
+               : processPlan<Linear8>(accumulate, plan, source, dst, planRowKernels<Linear8>(features, accumulate));
 }
 
 } // namespace kip

@@ -458,38 +458,31 @@ std::vector<Twin> listAlignedVariants()
     };
 }
 
-std::vector<Twin> listRowVariants()
+template <typename Rule>
+void addRowVariants(const std::string &name, std::vector<Twin> *twins)
 {
     constexpr uint32_t avx2 = ksys_featureAvx2;
+    const auto kernels = rowKernelsAvx2<Rule>(false);
+    const auto adding = rowKernelsAvx2<Rule>(true);
+    twins->push_back(twinOf<SampleFamily<Rule>>(name + "SamplesAvx2", avx2, kernels.samples));
+    twins->push_back(twinOf<OutputFamily<Rule>>(name + "OutputsAvx2", avx2, kernels.outputs));
+    twins->push_back(twinOf<OutputFamily<Rule, true>>(name + "OutputsAddAvx2", avx2, adding.outputs));
+    twins->push_back(twinOf<BandFamily<Rule>>(name + "BandAvx2", avx2, kernels.band));
+    twins->push_back(twinOf<BandFamily<Rule, true>>(name + "BandAddAvx2", avx2, adding.band));
     constexpr uint32_t vbmi = ksys_featureAvx512Vbmi;
-    return {
-        twinOf<SampleFamily<Linear8>>("LinearSamples8Avx2", avx2, linearSamples8Avx2),
-        twinOf<SampleFamily<CubicPacked8>>("CubicSamples8Avx2", avx2, cubicSamples8Avx2),
-        twinOf<SampleFamily<Linear16>>("LinearSamples16Avx2", avx2, linearSamples16Avx2),
-        twinOf<SampleFamily<Cubic16>>("CubicSamples16Avx2", avx2, cubicSamples16Avx2),
-        twinOf<OutputFamily<Linear8>>("LinearOutputs8Avx2", avx2, linearOutputs8Avx2),
-        twinOf<OutputFamily<Linear8, true>>("LinearOutputsAdd8Avx2", avx2, linearOutputsAdd8Avx2),
-        twinOf<OutputFamily<CubicPacked8>>("CubicOutputs8Avx2", avx2, cubicOutputs8Avx2),
-        twinOf<OutputFamily<CubicPacked8, true>>("CubicOutputsAdd8Avx2", avx2, cubicOutputsAdd8Avx2),
-        twinOf<OutputFamily<Linear16>>("LinearOutputs16Avx2", avx2, linearOutputs16Avx2),
-        twinOf<OutputFamily<Linear16, true>>("LinearOutputsAdd16Avx2", avx2, linearOutputsAdd16Avx2),
-        twinOf<OutputFamily<Cubic16>>("CubicOutputs16Avx2", avx2, cubicOutputs16Avx2),
-        twinOf<OutputFamily<Cubic16, true>>("CubicOutputsAdd16Avx2", avx2, cubicOutputsAdd16Avx2),
-        twinOf<BandFamily<Linear8>>("LinearBand8Avx2", avx2, linearBand8Avx2),
-        twinOf<BandFamily<Linear8, true>>("LinearBandAdd8Avx2", avx2, linearBandAdd8Avx2),
-        twinOf<BandFamily<Linear16>>("LinearBand16Avx2", avx2, linearBand16Avx2),
-        twinOf<BandFamily<Linear16, true>>("LinearBandAdd16Avx2", avx2, linearBandAdd16Avx2),
-        twinOf<BandFamily<CubicPacked8>>("CubicBand8Avx2", avx2, cubicBand8Avx2),
-        twinOf<BandFamily<CubicPacked8, true>>("CubicBandAdd8Avx2", avx2, cubicBandAdd8Avx2),
-        twinOf<BandFamily<Cubic16>>("CubicBand16Avx2", avx2, cubicBand16Avx2),
-        twinOf<BandFamily<Cubic16, true>>("CubicBandAdd16Avx2", avx2, cubicBandAdd16Avx2),
-        twinOf<BandFamily<Linear8>>("LinearBand8Avx512", vbmi, linearBand8Avx512),
-        twinOf<BandFamily<Linear8, true>>("LinearBandAdd8Avx512", vbmi, linearBandAdd8Avx512),
-        twinOf<BandFamily<CubicPacked8>>("CubicBand8Avx512", vbmi, cubicBand8Avx512),
-        twinOf<BandFamily<CubicPacked8, true>>("CubicBandAdd8Avx512", vbmi, cubicBandAdd8Avx512),
-        twinOf<BandFamily<Linear16>>("LinearBand16Avx512", vbmi, linearBand16Avx512),
-        twinOf<BandFamily<Cubic16>>("CubicBand16Avx512", vbmi, cubicBand16Avx512),
-    };
+    twins->push_back(twinOf<BandFamily<Rule>>(name + "BandAvx512", vbmi, bandKernelAvx512<Rule>(false)));
+    if (bandKernelAvx512<Rule>(true) != nullptr)
+        twins->push_back(twinOf<BandFamily<Rule, true>>(name + "BandAddAvx512", vbmi, bandKernelAvx512<Rule>(true)));
+}
+
+std::vector<Twin> listRowVariants()
+{
+    std::vector<Twin> twins;
+    addRowVariants<Linear8>("Linear8", &twins);
+    addRowVariants<CubicPacked8>("Cubic8", &twins);
+    addRowVariants<Linear16>("Linear16", &twins);
+    addRowVariants<Cubic16>("Cubic16", &twins);
+    return twins;
 }
 #endif
 
