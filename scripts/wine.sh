@@ -14,8 +14,9 @@ mkdir -p "$1"
 WINEPREFIX=$(realpath "$1")
 shift
 export WINEPREFIX
-export WINEDEBUG=${WINEDEBUG:--all}
-export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=" # would ask to download what no test needs
+export WINEDEBUG=${WINEDEBUG:--all},+loaddll # tells whether the program was started
+# The first three would ask to download what no test needs. The debugger would give a crash the exit status 0.
+export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winedbg.exe="
 unset DISPLAY WAYLAND_DISPLAY
 
 wine=$(command -v wine || command -v wine64)
@@ -35,16 +36,29 @@ wineserver --persistent=60 >/dev/null 2>&1 </dev/null || true
 # Wine starts programs of its own beside the first one and leaves them running. Were they to hold on to our output,
 # then whoever reads that would wait for them.
 written=$(mktemp -d)
-trap 'cat "$written/output"; cat "$written/errors" >&2; rm -rf "$written"' EXIT
+# shellcheck disable=SC2317 # the trap calls it
+finish() {
+    cat "$written/output"
+    sed -E '/^[0-9a-f]+:trace:loaddll:/d; s/[0-9a-f]{4,}:trace:loaddll:.*//' "$written/errors" >&2
+    rm -rf "$written"
+}
+trap finish EXIT
 run() {
     status=0
     "$wine" "$@" >"$written/output" 2>"$written/errors" </dev/null || status=$?
 }
+started() { # PROGRAM
+    grep -aiqF "\\${1##*/}\" at " "$written/errors"
+}
 run "$@"
-# Seen once in some hundred runs: Wine ends before it starts the program. A test that fails says so; silence is Wine's.
-if [ "$status" -ne 0 ] && [ ! -s "$written/output" ] && [ ! -s "$written/errors" ]; then
+# Seen once in some hundred runs: Wine ends before it starts the program. One that was started is never run again.
+if ! started "$1"; then
     sleep 1
     run "$@"
-    echo "wine.sh: run again, as Wine had failed without a word" >>"$written/errors"
+    echo "wine.sh: run again, as Wine had not started $1" >>"$written/errors"
+    if ! started "$1"; then
+        echo "wine.sh: Wine did not start $1 either time" >>"$written/errors"
+        [ "$status" -ne 0 ] || status=1
+    fi
 fi
 exit "$status"

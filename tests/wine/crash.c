@@ -1,0 +1,7 @@
+static int *volatile nowhere;
+
+int main(void)
+{
+    *nowhere = 1;
+    return 0;
+}
