@@ -8,6 +8,7 @@
 #include <kip/kip.h>
 
 #include "projection/projection_entry.h"
+#include "support/depths.h"
 #include "support/images.h"
 #include "support/random.h"
 
@@ -20,7 +21,7 @@ constexpr int32_t kHeight = 30;
 constexpr kmath_xformLinear kMap = {3.5, -7.25, 0.5, 0, 0, 0.25};
 
 // Depth and mode.
-class ClippedProjection : public testing::TestWithParam<std::tuple<int32_t, uint32_t>> {
+class ClippedProjection : public testing::TestWithParam<DepthAndMode> {
 protected:
     const Forms &forms = formsOf(std::get<0>(GetParam()));
     const uint32_t mode = std::get<1>(GetParam());
@@ -57,43 +58,20 @@ protected:
         Sums sums;
     };
 
-    // Projects an image as large as the sampling may read. Within the source its pixels are those of the source, or
-    // the given value; outside they are 0.
-    Projected projectPadded(const Image &source, const kip_affineSampleParams &params, int32_t value = -1) const
+    Projected projectFramed(const Image &source, const kip_affineSampleParams &params, int32_t value = -1) const
     {
-        kstd_rect32 rect;
-        EXPECT_GE(kip_affineSampleParams_getMaxSrcRect(&params, source.get(), &rect), 0);
-        Pixels pixels(forms.bytesPerPixel, rect.width, rect.height);
-        bool isMet = false;
-        for (int32_t y = 0; y < rect.height; ++y) {
-            for (int32_t x = 0; x < rect.width; ++x) {
-                const int32_t column = rect.x + x - source.get()->x;
-                const int32_t row = rect.y + y - source.get()->y;
-                const bool isInside = column >= 0 && column < kWidth && row >= 0 && row < kHeight;
-                const auto covered = [&] { return value < 0 ? source.at(column, row) : static_cast<uint32_t>(value); };
-                pixels.set(x, y, isInside ? covered() : 0);
-                isMet = isMet || isInside;
-            }
-        }
-        Image padded(pixels);
-        padded.place(rect.x, rect.y);
-        padded.setMap(kMap);
+        const FramedSource framed(source, forms.bytesPerPixel, params, value);
         Image result;
-        Projected projected = {forms.project(padded.get(), result.get(), &params, nullptr, nullptr), {}};
+        Projected projected = {forms.project(framed.image.get(), result.get(), &params, nullptr, nullptr), {}};
         if (projected.status >= 0)
             projected.sums = sumsOf(result.get());
-        if (projected.status >= 0 && !isMet)
+        if (projected.status >= 0 && !framed.hasSource)
             projected.status = kip_statusProjectionOutsideSource;
         return projected;
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(DepthsAndModes, ClippedProjection,
-                         testing::Combine(testing::Values(1, 2), testing::Values(0u, 1u, 2u, 3u)),
-                         [](const auto &suite) {
-                             return std::to_string(8 * std::get<0>(suite.param)) + "Mode" +
-                                    std::to_string(std::get<1>(suite.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(DepthsAndModes, ClippedProjection, depthsAndModes(3), depthAndModeName);
 
 TEST_P(ClippedProjection, IsThatOfAPaddedSource)
 {
@@ -111,8 +89,8 @@ TEST_P(ClippedProjection, IsThatOfAPaddedSource)
         int32_t clips = -1;
         ASSERT_GE(kip_affineSampleParams_getWillClip(&params, source.get(), &clips), 0);
         clipped += clips;
-        const Projected expected = projectPadded(source, params);
-        const Projected coverage = projectPadded(source, params, coverageValue);
+        const Projected expected = projectFramed(source, params);
+        const Projected coverage = projectFramed(source, params, coverageValue);
         const uint32_t greatest = clips == 0 || coverage.sums.empty()
                                       ? static_cast<uint32_t>(params.destHeight)
                                       : *std::max_element(coverage.sums.begin(), coverage.sums.end());

@@ -150,6 +150,13 @@ private:
     kimg_image record;
 };
 
+inline void expectSamePixels(const Image &expected, const Image &actual, const char *what)
+{
+    for (int32_t y = 0; y < expected.get()->height; ++y)
+        for (int32_t x = 0; x < expected.get()->width; ++x)
+            ASSERT_EQ(actual.at(x, y), expected.at(x, y)) << what << " at (" << x << ", " << y << ")";
+}
+
 } // namespace kip::test
 
 #endif

@@ -276,6 +276,40 @@ TEST_P(PlanTiles, GiveTheModelsPixels)
     }
 }
 
+// What random rectangles hardly ever come to.
+TEST_P(PlanTiles, GiveTheModelsPixelsOfRareRectangles)
+{
+    const auto [bytesPerPixel, mode, fast] = GetParam();
+    const double back = 198.75 + 0.5 + 129 / 256.0; // the first centre is 198.75 pixels from that of pixel 0
+    const struct {
+        const char *name;
+        int32_t width, height, columns, rows;
+        kmath_xformLinear rect;
+    } rows[] = {
+        // Steps back by 1 1/128 pixels: 96 of them, a tile, lead to a whole pixel, where a reversed scan has no
+        // fraction.
+        {"a reversed tile that begins at a whole pixel", 210, 210, 128, 128, {back, back, -129, 0, 0, -129}},
+        {"the same along columns", 210, 210, 128, 128, {back, back, 0, -129, -129, 0}},
+        // The line of samples advances 15 columns with every row: its third sample is the source's last pixel.
+        {"a sample whose lower neighbour is the last pixel", 20, 30, 1, 1, {17.05, 26.5, 5e-7, 0, 5e-7 / 15, 1}},
+    };
+    const TransformMemory memory{};
+    std::optional<InhibitOptimizedPaths> inhibited;
+    if (!fast)
+        inhibited.emplace();
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Tally tally;
+        TransformCase c;
+        c.bytesPerPixel = bytesPerPixel;
+        c.width = c.pitch = row.width;
+        c.height = row.height;
+        c.params = {row.rect, mode, row.columns, row.rows};
+        check(c, memory, fast, &tally);
+        EXPECT_EQ(tally.served, 1);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(DepthsAndModes, PlanTiles,
                          testing::Values(std::tuple{1, 2u, true}, std::tuple{1, 2u, false}, std::tuple{1, 3u, true},
                                          std::tuple{1, 3u, false}, std::tuple{2, 2u, true}, std::tuple{2, 3u, true}),

@@ -87,56 +87,6 @@ TEST(TileKernels, BilinearSamples)
     }
 }
 
-// ---- Nearest samples -------------------------------------------------------------------------------------------
-
-TEST(TileKernels, NearestTakesThePixelOfThePosition)
-{
-    const uint8_t source8[] = {10, 11, 12, 20, 21, 22};
-    const uint16_t source16[] = {1000, 1100, 1200, 2000, 2100, 2200};
-    struct Row {
-        int32_t x, y; // 16.16
-        int32_t index;
-    };
-    for (const Row &row : {Row{0x20000, 0, 2}, Row{0x1FFFF, 0xFFFF, 1}, Row{0, 0x10000, 3}, Row{0xFFFF, 0x1FFFF, 3},
-                           Row{0x2FFFF, 0x1FFFF, 5}}) {
-        const FixedTile fixed = {row.x, row.y, 0, 0, 0, 0, 1, 1};
-        const DoubleTile inDoubles = {row.x / 65536.0, row.y / 65536.0, 0, 0, 0, 0, 1, 1};
-        uint8_t stored8[2] = {};
-        uint16_t stored16 = 0;
-        kip_affineTransformTileNearest8Portable(fixed, source8, 3, &stored8[0], 1);
-        kip_affineTransformTileNearest8DoublePortable(inDoubles, source8, 3, &stored8[1], 1);
-        kip_affineTransformTileNearest16Portable(fixed, source16, 3, &stored16, 1);
-        EXPECT_EQ(stored8[0], source8[row.index]);
-        EXPECT_EQ(stored8[1], source8[row.index]);
-        EXPECT_EQ(stored16, source16[row.index]);
-    }
-}
-
-// ---- Tiles -------------------------------------------------------------------------------------------------------
-
-TEST(TileKernels, SumsTakeOneSampleOfEveryRowAndWrap)
-{
-    const uint8_t source[] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-    const FixedTile tile = {0, 0, 0, 0x10000, 0x10000, 0, 2, 3};
-    uint32_t sums[] = {100, 0xFFFFFFFF, 77};
-    // The pitch of a destination that is one row must not matter.
-    EXPECT_EQ(kip_affineProjectTileNearest8Portable(tile, source, 3, sums, 12345), 0);
-    EXPECT_EQ(sums[0], 100u + 1 + 4 + 7);
-    EXPECT_EQ(sums[1], 2u + 5 + 8 - 1);
-    EXPECT_EQ(sums[2], 77u);
-}
-
-TEST(TileKernels, PositionsOfTheBoundedTwinWrapAt32Bits)
-{
-    const uint8_t source[] = {1, 2, 3};
-    const auto kernels = fixedTileKernels8(0, 0);
-    const FixedTile tile = {INT32_MAX - 0x8000, 0, 0, 0, 0x10000, 0, 3, 1};
-    uint8_t stored[3] = {};
-    EXPECT_EQ(kernels.bounded(tile, source, 3, {0, 0, 3, 1}, stored, 3), 0);
-    // Far beyond the right edge, then as far beyond the left one.
-    EXPECT_EQ(std::vector<uint8_t>(stored, stored + 3), (std::vector<uint8_t>{3, 1, 1}));
-}
-
 // ---- The hook ----------------------------------------------------------------------------------------------------
 
 std::vector<std::wstring> askedNames;

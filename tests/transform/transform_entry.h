@@ -2,11 +2,11 @@
 #define KIP_TESTS_TRANSFORM_TRANSFORM_ENTRY_H
 
 #include <cstdint>
-#include <string>
 
 #include <gtest/gtest.h>
 #include <kip/kip.h>
 
+#include "support/depths.h"
 #include "support/images.h"
 
 namespace kip::test {
@@ -48,6 +48,42 @@ struct Bound {
         EXPECT_TRUE(isEqual(image.map(), kSomeMap));
         EXPECT_TRUE(image.isBound());
     }
+};
+
+// A source in a black frame, as large as a sampling may read. Its own pixels are those of the source, or all of one
+// value.
+struct FramedSource {
+    FramedSource(const Image &source, int32_t bytesPerPixel, const kip_affineSampleParams &params, int32_t value = -1)
+        : rect(rectOf(source, params)), pixels(bytesPerPixel, rect.width, rect.height), image(pixels)
+    {
+        const kimg_image &own = *source.get();
+        for (int32_t y = 0; y < rect.height; ++y) {
+            for (int32_t x = 0; x < rect.width; ++x) {
+                const int64_t column = int64_t{rect.x} + x - own.x;
+                const int64_t row = int64_t{rect.y} + y - own.y;
+                const bool isInside = column >= 0 && column < own.width && row >= 0 && row < own.height;
+                hasSource = hasSource || isInside;
+                pixels.set(x, y,
+                           !isInside    ? 0
+                           : value >= 0 ? static_cast<uint32_t>(value)
+                                        : source.at(static_cast<int32_t>(column), static_cast<int32_t>(row)));
+            }
+        }
+        image.place(rect.x, rect.y);
+        image.setMap(source.map());
+    }
+
+    static kstd_rect32 rectOf(const Image &source, const kip_affineSampleParams &params)
+    {
+        kstd_rect32 found{};
+        EXPECT_GE(kip_affineSampleParams_getMaxSrcRect(&params, source.get(), &found), 0);
+        return found;
+    }
+
+    kstd_rect32 rect;
+    Pixels pixels;
+    Image image;
+    bool hasSource = false;
 };
 
 // A cache that destructs itself.
@@ -123,17 +159,6 @@ protected:
     Pixels sourcePixels{bytes, 64, 48, 70};
     Image source{sourcePixels};
 };
-
-// For INSTANTIATE_TEST_SUITE_P of a suite over both depths.
-inline auto bothDepths()
-{
-    return testing::Values(1, 2);
-}
-
-inline std::string depthName(const testing::TestParamInfo<int32_t> &depth)
-{
-    return depth.param == 1 ? "Bits8" : "Bits16";
-}
 
 } // namespace kip::test
 

@@ -1,12 +1,10 @@
-// Transforms that run as jobs: the same bytes for every number of threads, the bands they are cut into, and
-// what happens when memory runs out or several callers meet.
+// Transforms that run as jobs: the same bytes for every number of threads, the bands they are cut into, and jobs inside
+// a job.
 
 #include <atomic>
 #include <cstdint>
 #include <cwchar>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -164,65 +162,28 @@ TEST_F(TransformJobs, PassOnTheStatusOfAJob)
     EXPECT_EQ(result.damage, "");
 }
 
-// ---- With images of their own ------------------------------------------------------------------------------------
-
-// What several threads do at once: a source that they share, and a destination and a cache for each.
+// A transform that runs as a job itself.
 struct Work {
     TransformCase c;
-    Pixels source;
-    Image sourceImage;
+    Pixels pixels;
+    Image source{pixels}, alone{}, inside{};
 
     Work(int32_t bytesPerPixel, uint32_t mode, int32_t columns, int32_t rows)
-        : c(turnedCase(bytesPerPixel, mode, 400, 300, 401, columns, rows)), source(bytesPerPixel, 400, 300, 401),
-          sourceImage(source)
+        : c(turnedCase(bytesPerPixel, mode, 400, 300, 401, columns, rows)), pixels(bytesPerPixel, 400, 300, 401)
     {}
 
-    Pixels makeDestination() const
+    int32_t run(Image &result)
     {
-        return Pixels(c.bytesPerPixel, c.params.destWidth, c.params.destHeight, c.params.destWidth + 3, 9);
-    }
-    int32_t transformInto(Image &destination, kip_affineSampleCache **cache)
-    {
-        return c.bytesPerPixel == 1 ? kip_affineTransform(sourceImage.get(), destination.get(), &c.params, cache)
-                                    : kip_affineTransform16(sourceImage.get(), destination.get(), &c.params, cache);
+        const auto transform = c.bytesPerPixel == 1 ? kip_affineTransform : kip_affineTransform16;
+        return transform(source.get(), result.get(), &c.params, nullptr);
     }
 };
 
-std::vector<std::unique_ptr<Work>> makeMixedWork()
+int32_t runWork(const ksys_jobParams *params)
 {
-    std::vector<std::unique_ptr<Work>> works;
-    works.push_back(std::make_unique<Work>(1, kip_affineModeBilinear, 251, 603));
-    works.push_back(std::make_unique<Work>(2, kip_affineModeBilinear, 253, 701));
-    works.push_back(std::make_unique<Work>(1, kip_affineModeNearest, 513, 607));
-    works.push_back(std::make_unique<Work>(2, kip_affineModeNearest, 90, 60)); // on the calling thread
-    return works;
-}
-
-std::vector<Pixels> transformAlone(const std::vector<std::unique_ptr<Work>> &works)
-{
-    ksys_jobThreadGroup_setThreadCount(1);
-    std::vector<Pixels> expected;
-    for (const auto &work : works) {
-        expected.push_back(work->makeDestination());
-        Image image(expected.back());
-        EXPECT_EQ(work->transformInto(image, nullptr), 0);
-    }
-    return expected;
-}
-
-struct InnerTransform {
-    Work *work;
-    Pixels *destination;
-};
-
-int32_t transformInsideJob(const ksys_jobParams *params)
-{
-    const InnerTransform *inner = nullptr;
-    const int32_t status = ksys_jobParams_getDataConst(params, &inner);
-    if (status < 0)
-        return status;
-    Image image(*inner->destination);
-    return inner->work->transformInto(image, nullptr);
+    Work *const *work = nullptr;
+    const int32_t status = ksys_jobParams_getDataConst(params, &work);
+    return status < 0 ? status : (*work)->run((*work)->inside);
 }
 
 int32_t keepBlock(void *)
@@ -232,16 +193,14 @@ int32_t keepBlock(void *)
 
 TEST_F(TransformJobs, InsideAJob)
 {
-    const auto works = makeMixedWork();
-    const std::vector<Pixels> expected = transformAlone(works);
+    Work works[] = {{1, kip_affineModeBilinear, 251, 603},
+                    {2, kip_affineModeBilinear, 253, 701},
+                    {1, kip_affineModeNearest, 513, 607},
+                    {2, kip_affineModeNearest, 90, 60}}; // too small for jobs of its own
+    ksys_jobThreadGroup_setThreadCount(1);
+    for (Work &work : works)
+        ASSERT_EQ(work.run(work.alone), 0);
     ksys_jobThreadGroup_setThreadCount(3);
-
-    std::vector<Pixels> destinations;
-    for (const auto &work : works)
-        destinations.push_back(work->makeDestination());
-    std::vector<InnerTransform> inner;
-    for (size_t n = 0; n < works.size(); ++n)
-        inner.push_back({works[n].get(), &destinations[n]});
 
     ksys_jobThreadGroup group;
     ksys_jobParams params;
@@ -251,14 +210,15 @@ TEST_F(TransformJobs, InsideAJob)
     ksys_jobParams_construct(&params);
     ksys_jobRequestSet_construct(&requests);
     ksys_jobResultSet_construct(&results);
-    for (InnerTransform &transform : inner) {
-        InnerTransform *block = &transform;
+    Work *blocks[] = {&works[0], &works[1], &works[2], &works[3]};
+    for (Work *&work : blocks) {
+        Work **block = &work;
         ASSERT_EQ(ksys_jobParams_takeData(&params, &block, keepBlock), 0);
-        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, transformInsideJob, &params), 0);
+        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, runWork, &params), 0);
     }
     EXPECT_EQ(ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results), 0);
-    for (size_t n = 0; n < works.size(); ++n)
-        EXPECT_TRUE(isSameMemory(expected[n], destinations[n])) << n;
+    for (const Work &work : works)
+        expectSamePixels(work.alone, work.inside, "pixel");
     ksys_jobResultSet_destruct(&results);
     ksys_jobRequestSet_destruct(&requests);
     ksys_jobParams_destruct(&params);

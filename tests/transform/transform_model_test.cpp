@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "support/crash_note.h"
+#include "support/depths.h"
 #include "support/slow_model.h"
 #include "support/transform_case.h"
 
@@ -19,7 +20,7 @@ namespace kip::test {
 namespace {
 
 // Depth and mode.
-class TransformModel : public testing::TestWithParam<std::tuple<int32_t, uint32_t>> {
+class TransformModel : public testing::TestWithParam<DepthAndMode> {
 protected:
     // Runs a case for this depth and mode; returns whether the library served it.
     bool serves(const TransformCase &c)
@@ -178,11 +179,7 @@ TEST_P(TransformModel, EnormousSideOfOneSample)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(DepthsAndModes, TransformModel,
-                         testing::Combine(testing::Values(1, 2), testing::Values(0u, 1u)), [](const auto &suite) {
-                             return std::to_string(8 * std::get<0>(suite.param)) + "Mode" +
-                                    std::to_string(std::get<1>(suite.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(DepthsAndModes, TransformModel, depthsAndModes(1), depthAndModeName);
 
 // ---- Sources beyond 16.16 ----------------------------------------------------------------------------------------
 
