@@ -403,7 +403,7 @@ void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, void 
         scan.add ? 0 : static_cast<int32_t>(scan.plan.destinationPitch) * static_cast<int64_t>(sizeof(Pixel));
     const auto dstOfRow = [dst, rowAdvance](int32_t j) { return static_cast<uint8_t *>(dst) + j * rowAdvance; };
     const bool longEnough = isLineLongEnough(scan, c);
-    TileBox box;
+    TileBox box = {};
     const bool tileInside = isTileInside(scan, tile, c, &box);
     const auto rowInside = [&](int32_t j) { return tileInside || isRowInside(scan, planRowAt(scan.plan, tile, j), c); };
     const bool inBands = scan.kernels.band != nullptr && longEnough &&
