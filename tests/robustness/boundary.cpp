@@ -180,9 +180,9 @@ private:
 int main(int argc, char **argv)
 {
     kip::test::Options options;
-    for (int n = 1; n + 1 < argc; n += 2) {
-        const std::string name = argv[n];
-        const long long value = std::atoll(argv[n + 1]);
+    for (int n = 1; n < argc; n += 2) {
+        const std::string name = n + 1 < argc ? argv[n] : ""; // without a value: an unknown one
+        const long long value = n + 1 < argc ? std::atoll(argv[n + 1]) : 0;
         if (name == "--seed")
             options.seed = static_cast<uint64_t>(value);
         else if (name == "--first" && value >= 0)

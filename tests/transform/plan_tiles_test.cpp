@@ -234,16 +234,22 @@ constexpr Scene kScenes[] = {
 };
 
 // Depth, mode, and whether the fast 8-bit path may serve.
-class PlanTiles : public testing::TestWithParam<std::tuple<int32_t, uint32_t, bool>> {};
+class PlanTiles : public testing::TestWithParam<std::tuple<int32_t, uint32_t, bool>> {
+protected:
+    void SetUp() override
+    {
+        kprt_isOptimizationInhibitedFP = nullptr; // whatever the program was started with
+        if (!std::get<2>(GetParam()))
+            inhibited.emplace();
+    }
+
+    std::optional<InhibitOptimizedPaths> inhibited;
+};
 
 TEST_P(PlanTiles, GiveTheModelsPixels)
 {
     const auto [bytesPerPixel, mode, fast] = GetParam();
     const TransformMemory memory{};
-    kprt_isOptimizationInhibitedFP = nullptr;
-    std::optional<InhibitOptimizedPaths> inhibited;
-    if (!fast)
-        inhibited.emplace();
     for (const Scene &scene : kScenes) {
         SCOPED_TRACE(scene.name);
         Random random(41);
@@ -294,9 +300,6 @@ TEST_P(PlanTiles, GiveTheModelsPixelsOfRareRectangles)
         {"a sample whose lower neighbour is the last pixel", 20, 30, 1, 1, {17.05, 26.5, 5e-7, 0, 5e-7 / 15, 1}},
     };
     const TransformMemory memory{};
-    std::optional<InhibitOptimizedPaths> inhibited;
-    if (!fast)
-        inhibited.emplace();
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         Tally tally;
