@@ -1,7 +1,8 @@
 // The job pool: one set of worker threads behind every job thread group of the process.
 //
 // A dispatch lives on its caller's stack and stands in the pool's list while it has jobs that nobody has taken
-// and seats for more threads. Caller and seated workers take its jobs one by one with an atomic counter; the
+// and seats for more threads. Caller and seated workers take its jobs one by one with an atomic counter, half of the
+// threads from either end: two threads then work on neighbouring jobs each, whose data their caches share. The
 // mutex is locked only to enter and leave. A thread that dispatches waits for nothing but the workers seated at
 // its own dispatch, which are running jobs, so that dispatches inside jobs cannot wait in a circle.
 
@@ -30,7 +31,7 @@ struct Dispatch {
     int32_t count;
     int32_t seats;                   // workers that may still join
     Dispatch *newer = nullptr;       // in the pool's list
-    std::atomic<int64_t> next{0};    // the first job that nobody has taken; 64 bits, as it runs past count
+    std::atomic<uint64_t> taken{0};  // jobs taken from the front, and in the upper half from the back
     std::atomic<int32_t> helpers{0}; // workers seated; changed under the pool's mutex
     std::condition_variable left{};  // told when the last of them leaves
     std::fenv_t arithmetic{};        // the caller's rounding, which the jobs share wherever they run
@@ -80,12 +81,28 @@ bool spinUntil(Condition isMet)
     return isMet();
 }
 
-void runJobs(Dispatch &dispatch)
+enum class End { front, back };
+
+struct Taken {
+    int64_t front, back;
+
+    explicit Taken(uint64_t word) : front(static_cast<uint32_t>(word)), back(static_cast<int64_t>(word >> 32)) {}
+};
+
+bool hasJobsLeft(const Taken &taken, const Dispatch &dispatch)
 {
+    return taken.front + taken.back < dispatch.count;
+}
+
+void runJobs(Dispatch &dispatch, End end)
+{
+    const uint64_t one = end == End::front ? 1 : uint64_t{1} << 32;
     for (;;) {
-        const int64_t job = dispatch.next.fetch_add(1, std::memory_order_relaxed);
-        if (job >= dispatch.count)
+        // Counts on past the last job, by one for each thread.
+        const Taken taken(dispatch.taken.fetch_add(one, std::memory_order_relaxed));
+        if (!hasJobsLeft(taken, dispatch))
             return;
+        const int64_t job = end == End::front ? taken.front : dispatch.count - 1 - taken.back;
         const ksys_jobRequest &request = dispatch.requests[job];
         try {
             dispatch.statuses[job] = request.function(&request.params);
@@ -99,7 +116,7 @@ void runJobs(Dispatch &dispatch)
 Dispatch *joinDispatch(Pool &shared)
 {
     while (Dispatch *dispatch = shared.oldest) {
-        const bool hasJobs = dispatch->next.load(std::memory_order_relaxed) < dispatch->count;
+        const bool hasJobs = hasJobsLeft(Taken(dispatch->taken.load(std::memory_order_relaxed)), *dispatch);
         if (hasJobs)
             --dispatch->seats;
         if (!hasJobs || dispatch->seats == 0)
@@ -147,9 +164,10 @@ void work(Pool &shared, Worker &self)
             continue;
         }
         self.isWorking = true;
+        const End end = dispatch->seats % 2 == 0 ? End::back : End::front;
         lock.unlock();
         std::fesetenv(&dispatch->arithmetic);
-        runJobs(*dispatch);
+        runJobs(*dispatch, end);
         lock.lock();
         self.isWorking = false;
         leaveDispatch(*dispatch);
@@ -241,13 +259,13 @@ void ksys_jobPool_run(const ksys_jobRequestSet &requests, ksys_jobResultSet &res
     const int32_t seats = std::min({threadCount, requests.count, ksys_jobPoolThreadLimit}) - 1;
     Dispatch dispatch{requests.requests, results.statuses, requests.count, seats};
     if (seats < 1) {
-        runJobs(dispatch);
+        runJobs(dispatch, End::front);
         return;
     }
     std::fegetenv(&dispatch.arithmetic);
     const uint32_t generation = processGeneration.load(std::memory_order_relaxed);
     publish(pool(), dispatch);
-    runJobs(dispatch);
+    runJobs(dispatch, End::front);
     // After a fork inside a job, the child must not wait for helpers that stayed in the parent.
     if (generation == processGeneration.load(std::memory_order_relaxed))
         withdraw(pool(), dispatch);
