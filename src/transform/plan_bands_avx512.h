@@ -108,7 +108,8 @@ inline void straightenBlock(const BandBlock<Pixel> &block, int32_t quads)
 {
     const BlockIndex index = blockIndex(block);
     const int64_t pitch = block.minorStep;
-    const Pixel *const src = block.majorStep < 0 ? block.src - (kBlock<Pixel> - 1) : block.src;
+    constexpr int64_t columns = kBlock<Pixel>;
+    const Pixel *const src = block.majorStep < 0 ? block.src - (columns - 1) : block.src;
     __m512i rows[6];
     for (int i = 0; i < kRegisters - 1; ++i)
         rows[i] = loadFourRows(src + int64_t{4} * i * pitch, pitch);
