@@ -563,8 +563,9 @@ KIP_API int32_t kip_affineProjectWindow16(const kimg_windowConst *source, const 
  * depth          receives destHeight, or the greatest coverage if the rectangle reaches outside.
  * willClip       receives 1 if it does, else 0.
  * Returns as #kip_affineProject does, but for rectangles that reach outside: #kip_statusProjectionOutsideSource for
- * one that lies so far outside that no pixel of the source can count, result then holding 0; the status of
- * ksys_attention_check if that is negative, result and coverage then partly written. depth is written on success only.
+ * one that lies so far outside that no pixel of the source can count, result then holding 0 if it has room for all
+ * columns; the status of ksys_attention_check if that is negative, result and coverage then partly written. depth is
+ * written on success only.
  */
 KIP_API int32_t kip_affineProjectClipped(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
                                          const kip_affineSampleParams *params, kip_affineSampleCache **cache,

@@ -54,20 +54,27 @@ struct SumsRow {
     kimg_window window;
     kimg_image temporary;
     bool isTemporary;
+    bool isWhole; // the caller's window holds all of it
 };
 
-// Tells whether a window holds a whole row of sums, where they can be written as such.
 bool holdsRow(const kimg_window &window, int32_t width)
 {
-    return window.pixels != nullptr && reinterpret_cast<uintptr_t>(window.pixels) % kSumBytes == 0 && window.x <= 0 &&
-           window.y <= 0 && int64_t{window.x} + window.width >= width && int64_t{window.y} + window.height >= 1;
+    return window.pixels != nullptr && window.x <= 0 && window.y <= 0 && int64_t{window.x} + window.width >= width &&
+           int64_t{window.y} + window.height >= 1;
+}
+
+// Tells whether sums can be written as such.
+bool isAligned(const kimg_window &window)
+{
+    return reinterpret_cast<uintptr_t>(window.pixels) % kSumBytes == 0;
 }
 
 int32_t openRow(const kimg_window &target, int32_t width, kip::CleanupList &cleanup, SumsRow *row)
 {
     if (target.width > 0 && target.height > 0 && target.bytesPerPixel != kSumBytes)
         return kip_statusPixelDepth;
-    row->isTemporary = !holdsRow(target, width);
+    row->isWhole = holdsRow(target, width);
+    row->isTemporary = !row->isWhole || !isAligned(target);
     if (row->isTemporary) {
         const int32_t status = kimg_image_construct(&row->temporary, kSumBytes, width, 1);
         kip::addCleanup<kimg_image_destruct>(cleanup, &row->temporary);
@@ -151,6 +158,11 @@ int32_t projectClippedIntoWindows(const Depth &depth, const Request &request, ki
     if (status >= 0)
         status = depth.projectClipped(request.source, request.srcFromClient, sums.window, covered.window,
                                       request.params, *cache, request.placement, coverageValue, greatestCoverage);
+    // The zeros of a rectangle outside stand in a whole row, at any address.
+    if (status == kip_statusProjectionOutsideSource && sums.isWhole) {
+        const int32_t closed = closeRow(sums, result);
+        return kip::runCleanup(cleanup, closed < 0 ? closed : status);
+    }
     if (status >= 0)
         status = closeRow(sums, result);
     if (status >= 0)
