@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "robustness/sampling_call.h"
 #include "support/crash_note.h"
+#include "support/draw_call.h"
 #include "support/failing_allocator.h"
 
 #if defined(__linux__) && !defined(KIP_TEST_SANITIZED)

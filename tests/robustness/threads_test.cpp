@@ -11,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "robustness/sampling_call.h"
 #include "support/crash_note.h"
+#include "support/draw_call.h"
 
 namespace kip::test {
 
@@ -88,7 +88,8 @@ TEST_F(Threads, CallsGiveWhatTheyGiveAlone)
         for (size_t n = 0; n < script.calls.size(); ++n) {
             const size_t at = (n + static_cast<size_t>(thread) * 211) % script.calls.size();
             const bool isCached = (n + static_cast<size_t>(thread)) % 2 == 0;
-            const Outcome outcome = runCall(script.calls[at], own, isCached ? &cache : nullptr, n % 3 == 0);
+            const Outcome outcome =
+                runCall(script.calls[at], own, isCached ? &cache : nullptr, Check::promises, n % 3 == 0);
             if (outcome.digest != script.digests[at] || !outcome.fault.empty()) {
                 if (++wrong == 1)
                     ADD_FAILURE() << outcome.fault << describe(script.calls[at]);

@@ -122,18 +122,26 @@ struct PixelRows {
     }
 };
 
+// misalignment: bytes.
 template <typename Pixel>
-PixelRows<Pixel> placeRows(const GuardedMemory &memory, Guard guard, int32_t width, int32_t height, int32_t pitch)
+PixelRows<Pixel> placeRows(const GuardedMemory &memory, Guard guard, int32_t width, int32_t height, int32_t pitch,
+                           int32_t misalignment = 0)
 {
-    const size_t bytes = PixelRows<Pixel>::bytesOf(width, height, pitch);
-    auto *const lowest = reinterpret_cast<Pixel *>(memory.place(bytes, guard));
+    const auto shift = static_cast<size_t>(misalignment);
+    const size_t bytes = PixelRows<Pixel>::bytesOf(width, height, pitch) + shift;
+    auto *const lowest = reinterpret_cast<Pixel *>(memory.place(bytes, guard) + (guard == Guard::before ? shift : 0));
     return {pitch < 0 ? lowest - int64_t{pitch} * (height - 1) : lowest, width, height, pitch};
+}
+
+inline bool isAll(const uint8_t *from, const uint8_t *to, uint8_t value)
+{
+    return to <= from || (*from == value && std::memcmp(from, from + 1, static_cast<size_t>(to - from - 1)) == 0);
 }
 
 // Canaries: what lies round the rows of a destination and in the gaps between them, up to kCanaryReach bytes
 // away, is filled before a call and must be as it was afterwards.
 inline constexpr uint8_t kCanary = 0xC3;
-inline constexpr ptrdiff_t kCanaryReach = 4096;
+inline constexpr ptrdiff_t kCanaryReach = 256;
 
 template <typename Pixel>
 void putCanaries(const GuardedMemory &memory, const PixelRows<Pixel> &rows)
@@ -144,29 +152,19 @@ void putCanaries(const GuardedMemory &memory, const PixelRows<Pixel> &rows)
     std::memset(from, kCanary, static_cast<size_t>(to - from));
 }
 
-// Returns where the first canary has died, or nothing.
+// Returns that a canary has died, or nothing.
 template <typename Pixel>
 std::string findDeadCanary(const GuardedMemory &memory, const PixelRows<Pixel> &rows)
 {
-    const auto check = [&](const uint8_t *from, const uint8_t *to) -> std::string {
-        const uint8_t *const dead = std::find_if(from, to, [](uint8_t byte) { return byte != kCanary; });
-        if (dead == to)
-            return "";
-        return "stray write " + std::to_string(dead - reinterpret_cast<uint8_t *>(rows.first)) +
-               " bytes from the first pixel";
-    };
     const uint8_t *const lowest = rows.lowest();
     const uint8_t *const end = lowest + rows.bytes();
-    std::string found = check(lowest - std::min<ptrdiff_t>(kCanaryReach, lowest - memory.begin()), lowest);
-    if (found.empty())
-        found = check(end, end + std::min<ptrdiff_t>(kCanaryReach, memory.end() - end));
+    bool isAlive = isAll(lowest - std::min<ptrdiff_t>(kCanaryReach, lowest - memory.begin()), lowest, kCanary) &&
+                   isAll(end, end + std::min<ptrdiff_t>(kCanaryReach, memory.end() - end), kCanary);
     const size_t rowBytes = static_cast<size_t>(rows.width) * sizeof(Pixel);
     const size_t pitchBytes = static_cast<size_t>(std::abs(int64_t{rows.pitch})) * sizeof(Pixel);
-    for (int32_t r = 0; found.empty() && r + 1 < rows.height; ++r) {
-        const uint8_t *const row = lowest + static_cast<size_t>(r) * pitchBytes;
-        found = check(row + rowBytes, row + pitchBytes);
-    }
-    return found;
+    for (size_t r = 0; isAlive && r + 1 < static_cast<size_t>(rows.height); ++r)
+        isAlive = isAll(lowest + r * pitchBytes + rowBytes, lowest + (r + 1) * pitchBytes, kCanary);
+    return isAlive ? "" : "stray write round an image; ";
 }
 
 } // namespace kip::test

@@ -17,8 +17,10 @@ struct Level {
 // The levels above the portable one that the processor is said to have; the others cannot be run.
 inline std::vector<Level> availableLevels()
 {
-    constexpr uint32_t avx2 = ksys_featurePackedInteger | ksys_featureAvx2;
+    constexpr uint32_t packed = ksys_featurePackedInteger;
+    constexpr uint32_t avx2 = packed | ksys_featureAvx2;
     constexpr Level levels[] = {
+        {"packed", packed},
         {"AVX2", avx2},
         {"AVX-512", avx2 | ksys_featureAvx512},
         {"AVX-512 VBMI", avx2 | ksys_featureAvx512 | ksys_featureAvx512Vbmi},

@@ -1,20 +1,26 @@
 #ifndef KIP_TESTS_SUPPORT_RANDOM_H
 #define KIP_TESTS_SUPPORT_RANDOM_H
 
+#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <span>
 
 namespace kip::test {
 
-// Numbers from a seed, the same on every machine (the standard library's distributions are not).
+// Numbers from a seed, the same on every machine (the standard library's distributions are not), or from given bytes,
+// as a fuzzer has them: all 0 after the last.
 class Random {
 public:
     explicit Random(uint64_t seed) : state(seed) {}
+    explicit Random(std::span<const uint8_t> givenBytes) : isGiven(true), given(givenBytes) {}
 
     uint64_t next()
     {
+        if (isGiven)
+            return takeGiven();
         state += 0x9E3779B97F4A7C15;
         uint64_t z = state;
         z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
@@ -43,7 +49,19 @@ public:
     }
 
 private:
-    uint64_t state;
+    uint64_t takeGiven()
+    {
+        uint64_t number = 0;
+        const size_t count = std::min(given.size(), sizeof number);
+        for (size_t i = 0; i < count; ++i)
+            number |= uint64_t{given[i]} << (8 * i);
+        given = given.subspan(count);
+        return number;
+    }
+
+    uint64_t state = 0;
+    bool isGiven = false;
+    std::span<const uint8_t> given{};
 };
 
 } // namespace kip::test

@@ -1,19 +1,24 @@
-// What no pixel shows: in which order the walkers take the tiles, which twin of a kernel they call, and that they stop
-// with it.
+// The walkers: in which order they take the tiles, which twin of a kernel they call, that they stop with it, and that
+// no geometry, even one that the clipping test would refuse, leads them out of their memory.
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/records.h"
+#include "transform/resample.h"
 #include "transform/tile_walkers.h"
 
 namespace kip::test {
 
 namespace {
+
+enum class Walker { fixed8, rebased8, inDoubles8, fixed16 };
+
+constexpr Walker kWalkers[] = {Walker::fixed8, Walker::rebased8, Walker::inDoubles8, Walker::fixed16};
 
 struct Call {
     bool isBounded;
@@ -40,93 +45,68 @@ TileKernels<Pixel, Position> recordingKernels(int32_t reach, Position shift)
             reach, shift};
 }
 
-enum class WalkerUnderTest { fixed8, fixed16, rebased8, inDoubles8 };
-
-constexpr WalkerUnderTest kWalkers[] = {WalkerUnderTest::fixed8, WalkerUnderTest::fixed16, WalkerUnderTest::rebased8,
-                                        WalkerUnderTest::inDoubles8};
-
-// A walk over a map from destination pixels to source pixels. The memory is never touched.
-struct Walk {
-    WalkerUnderTest walker = WalkerUnderTest::fixed8;
-    kmath_xformLinear sourceFromDest = {0.0, 0.0, 1.0, 0.0, 0.0, 1.0};
-    int32_t columns = 1, rows = 1;
-    int32_t sourceWidth = 5000, sourceHeight = 5000;
-    int32_t reach = 0;
-    double shift = 0.0; // pixels
-};
-
-int32_t run(const Walk &walk)
+// Records a walk over a map from destination pixels to those of a source, whose memory is never touched.
+int32_t recordWalk(Walker walker, const kmath_xformLinear &m, int32_t columns, int32_t rows, int32_t width = 5000,
+                   int32_t height = 5000, int32_t reach = 0)
 {
     static uint16_t memory[2];
-    constexpr int32_t kTileSize = 64;
     calls.clear();
-    const kmath_xformLinear &m = walk.sourceFromDest;
     const kip_affineSampleParams params = {
-        {m.tx, m.ty, m.e0 * walk.columns, m.e1 * walk.rows, m.e2 * walk.columns, m.e3 * walk.rows},
-        0,
-        walk.columns,
-        walk.rows};
-    const int32_t width = walk.sourceWidth;
-    const kimg_windowConst source = {width, walk.sourceHeight, 0,         0,      0, 0,
-                                     width, walk.sourceHeight, width + 1, memory, 1};
-    const kimg_window destination = {walk.columns, walk.rows, 0, 0, 0, 0, 0, 0, 2000, memory, 1};
-    const auto fixed8 = recordingKernels<uint8_t, int32_t>(walk.reach, static_cast<int32_t>(walk.shift * 65536.0));
-    switch (walk.walker) {
-    case WalkerUnderTest::fixed8:
-        return walkTiles8(0, source, kIdentity, destination, params, kTileSize, fixed8);
-    case WalkerUnderTest::rebased8:
-        return walkTilesRebased8(0, source, kIdentity, destination, params, kTileSize, fixed8);
-    case WalkerUnderTest::fixed16:
-        return walkTiles16(0, source, kIdentity, destination, params, kTileSize,
-                           recordingKernels<uint16_t, int32_t>(walk.reach, fixed8.shift));
+        {m.tx, m.ty, m.e0 * columns, m.e1 * rows, m.e2 * columns, m.e3 * rows}, 0, columns, rows};
+    const kimg_windowConst source = {width, height, 0, 0, 0, 0, width, height, width + 1, memory, 1};
+    const kimg_window destination = {columns, rows, 0, 0, 0, 0, 0, 0, 2000, memory, 1};
+    const int32_t shift = reach * 0x8000;
+    const auto walk = [&](auto function, const auto &kernels) {
+        return function(0, source, kIdentity, destination, params, 64, kernels);
+    };
+    switch (walker) {
+    case Walker::fixed8:
+        return walk(walkTiles8, recordingKernels<uint8_t, int32_t>(reach, shift));
+    case Walker::rebased8:
+        return walk(walkTilesRebased8, recordingKernels<uint8_t, int32_t>(reach, shift));
+    case Walker::inDoubles8:
+        return walk(walkTilesDouble8, recordingKernels<uint8_t, double>(reach, reach * 0.5));
     default:
-        return walkTilesDouble8(0, source, kIdentity, destination, params, kTileSize,
-                                recordingKernels<uint8_t, double>(walk.reach, walk.shift));
+        return walk(walkTiles16, recordingKernels<uint16_t, int32_t>(reach, shift));
     }
 }
 
 // The source's rows stay in the cache.
-TEST(TileWalkers, FollowTheSourcesRows)
+TEST(TileWalkers, FollowTheSourcesRowsUntilAKernelFails)
 {
-    for (const WalkerUnderTest walker : kWalkers) {
+    for (const Walker walker : kWalkers) {
         const auto widthOfSecondTile = [&](const kmath_xformLinear &map) {
-            EXPECT_EQ(run({.walker = walker, .sourceFromDest = map, .columns = 100, .rows = 70}), 0);
+            EXPECT_EQ(recordWalk(walker, map, 100, 70), 0);
             EXPECT_EQ(calls.size(), 4u);
             return calls[1].width;
         };
         EXPECT_EQ(widthOfSecondTile({0, 0, 1, 0, 0, 1}), 36) << "row by row";
         EXPECT_EQ(widthOfSecondTile({100, 0, 0, -1, 1, 0}), 64) << "column by column";
         EXPECT_EQ(widthOfSecondTile({100, 0, 1, -1, 1, -1}), 36) << "neither is steeper";
-    }
-}
 
-TEST(TileWalkers, AFailingKernelEndsTheWalk)
-{
-    for (const WalkerUnderTest walker : kWalkers) {
         statusOfCall = -12345;
-        EXPECT_EQ(run({.walker = walker, .columns = 300, .rows = 300}), -12345);
+        EXPECT_EQ(recordWalk(walker, kIdentity, 300, 300), -12345);
         EXPECT_EQ(calls.size(), 3u);
         statusOfCall = 7;
-        EXPECT_EQ(run({.walker = walker, .columns = 129, .rows = 1}), 7);
+        EXPECT_EQ(recordWalk(walker, kIdentity, 129, 1), 7);
         statusOfCall = 0;
         const double huge = std::numeric_limits<double>::max();
-        EXPECT_LT(run({.walker = walker, .sourceFromDest = {huge, 0, huge, 0, 0, 1}, .columns = 3, .rows = 3}), 0);
+        EXPECT_LT(recordWalk(walker, {huge, 0, huge, 0, 0, 1}, 3, 3), 0);
         EXPECT_TRUE(calls.empty());
     }
 }
 
-// Which of the twins serves a tile: the unchecked one exactly where all neighbourhoods lie inside the source.
+// The unchecked twin serves exactly where all neighbourhoods lie inside the source.
 TEST(TileWalkers, OnlyTilesThatReachOutsideAreChecked)
 {
-    struct Row {
+    // Eight columns of a source of eight, with a neighbourhood of one or two.
+    const struct {
         const char *name;
         double left, step; // the first centre's column and the step to the next
         int32_t reach;
         bool isBounded; // in 16.16; doubles keep a distance from the edges
         bool isBoundedInDoubles;
-    };
-    // Eight columns of a source of eight, with a neighbourhood of one or two.
-    const Row table[] = {
+    } rows[] = {
         {"whole source", 0.5, 1.0, 0, false, false},
         {"a unit from both edges", 0x1p-16, 1.0, 0, false, true},
         {"the left edge itself", 0.0, 1.0, 0, false, true},
@@ -139,39 +119,39 @@ TEST(TileWalkers, OnlyTilesThatReachOutsideAreChecked)
         {"two columns wide, beyond the right edge", 1.0, 1.0, 1, true, true},
         {"two columns wide, beyond the left edge", 0.25, 0.5, 1, true, true},
     };
-    for (const Row &row : table) {
-        for (const WalkerUnderTest walker : kWalkers) {
+    for (const auto &row : rows) {
+        for (const Walker walker : kWalkers) {
             SCOPED_TRACE(row.name);
-            Walk walk = {.walker = walker,
-                         .sourceFromDest = {row.left - row.step * 0.5, 0.5, row.step, 0, 0, 1},
-                         .columns = 8,
-                         .rows = 3,
-                         .sourceWidth = 8,
-                         .sourceHeight = 5,
-                         .reach = row.reach,
-                         .shift = row.reach == 0 ? 0.0 : 0.5};
-            const bool isBounded = walker == WalkerUnderTest::inDoubles8 ? row.isBoundedInDoubles : row.isBounded;
-            run(walk);
+            const bool isBounded = walker == Walker::inDoubles8 ? row.isBoundedInDoubles : row.isBounded;
+            const double start = row.left - row.step * 0.5;
+            recordWalk(walker, {start, 0.5, row.step, 0, 0, 1}, 8, 3, 8, 5, row.reach);
             EXPECT_EQ(calls[0].isBounded, isBounded);
-            // The same along the rows.
-            const kmath_xformLinear &m = walk.sourceFromDest;
-            walk.sourceFromDest = {0.5, m.tx, 1, 0, 0, m.e0};
-            std::swap(walk.columns, walk.rows);
-            std::swap(walk.sourceWidth, walk.sourceHeight);
-            run(walk);
+            recordWalk(walker, {0.5, start, 1, 0, 0, row.step}, 3, 8, 5, 8, row.reach);
             EXPECT_EQ(calls[0].isBounded, isBounded);
+        }
+    }
+    // 40000 columns in 16.16 wrap below zero and come back into the source.
+    for (const Walker walker : {Walker::fixed8, Walker::fixed16}) {
+        for (const kmath_xformLinear &map : {kmath_xformLinear{0, 0, 20000.0, 0, 0, 1}, {-40000.0, 0, 1.0, 0, 0, 1}}) {
+            recordWalk(walker, map, 3, 1, 80000);
+            EXPECT_TRUE(calls[0].isBounded);
         }
     }
 }
 
-TEST(TileWalkers, TilesWhosePositionsWrapAreChecked)
+// The optimised path's refusal comes before its first write.
+TEST(TileWalkers, TheFastPathDeclinesWithoutATrace)
 {
-    // 40000 columns in 16.16 wrap below zero and come back into the source.
-    for (const WalkerUnderTest walker : {WalkerUnderTest::fixed8, WalkerUnderTest::fixed16}) {
-        for (const kmath_xformLinear &map : {kmath_xformLinear{0, 0, 20000.0, 0, 0, 1}, {-40000.0, 0, 1.0, 0, 0, 1}}) {
-            run({.walker = walker, .sourceFromDest = map, .columns = 3, .sourceWidth = 80000});
-            EXPECT_TRUE(calls[0].isBounded);
-        }
+    for (const bool isWide : {true, false}) {
+        std::vector<uint8_t> source(3 * 32768);
+        uint8_t destination[] = {77, 77, 77, 77};
+        const kimg_windowConst from = {3, isWide ? 3 : 32768, 0, 0, 0, 0, 3, 3, isWide ? 32768 : 3, source.data(), 1};
+        const kimg_window to = {2, 2, 0, 0, 0, 0, 2, 2, 2, destination, 1};
+        const kip_affineSampleParams params = {{0.25, 0.25, 2, 0, 0, 2}, kip_affineModeBilinear, 2, 2};
+        kip_affineSampleCache cache;
+        kip_affineSampleCache_initLocal(&cache);
+        EXPECT_EQ(resampleFast8(0, from, kIdentity, to, params, cache), int32_t{kip_statusOptimizationDeclined});
+        EXPECT_EQ(std::count(destination, destination + 4, 77), 4);
     }
 }
 

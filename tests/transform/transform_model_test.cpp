@@ -1,338 +1,279 @@
-// The exported transforms against the slow model, byte for byte. The optimised 8-bit path is inhibited: what
-// is compared here is the portable path, which defines the result.
+// Sampling of every form against the slow model, at every level of the processor and with jobs: rectangles of all
+// kinds, and rare ones that random numbers hardly ever give.
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/crash_note.h"
 #include "support/depths.h"
+#include "support/draw_call.h"
+#include "support/levels.h"
+#include "support/sampling_call.h"
 #include "support/slow_model.h"
-#include "support/transform_case.h"
 
 namespace kip::test {
 
 namespace {
 
+constexpr Operation kSampling[] = {
+    Operation::transform,     Operation::transform,      Operation::transform,
+    Operation::project,       Operation::projectNorm,    Operation::transformClipped,
+    Operation::projectWindow, Operation::projectClipped, Operation::projectClippedWindow};
+
 // Depth and mode.
-class TransformModel : public testing::TestWithParam<DepthAndMode> {
+class SamplingModel : public testing::TestWithParam<DepthAndMode> {
 protected:
-    // Runs a case for this depth and mode; returns whether the library served it.
-    bool serves(const TransformCase &c)
+    ~SamplingModel() override { ksys_jobThreadGroup_setThreadCount(0); }
+
+    // Runs a call against the model with the portable kernels, and expects the same of all others. Returns the status.
+    int32_t check(const SamplingCall &call)
     {
-        int32_t status = 0;
-        EXPECT_EQ(checkAgainstModel(c, memory, &status), "");
-        EXPECT_TRUE(status >= 0 || status == kip_statusTransformWouldClip || status == kmath_statusSingular)
-            << status << " from " << describe(c);
-        return status >= 0;
-    }
-    TransformCase makeCase(int32_t width, int32_t height, int32_t pitch, int32_t columns, int32_t rows,
-                           int32_t destinationPitch = 0)
-    {
-        TransformCase c;
-        std::tie(c.bytesPerPixel, c.params.mode) = GetParam();
-        c.width = width;
-        c.height = height;
-        c.pitch = pitch;
-        c.params.destWidth = columns;
-        c.params.destHeight = rows;
-        c.destinationPitch = destinationPitch;
-        c.sourceGuard = random.pick(kGuards);
-        c.destinationGuard = random.pick(kGuards);
-        c.seed = random.next();
-        return c;
+        SCOPED_TRACE(describe(call));
+        noteForCrash(describe(call));
+        ksys_jobThreadGroup_setThreadCount(1);
+        const auto run = [&](uint32_t features, Check what) {
+            const ProcessorLevel level(features);
+            const Outcome outcome = runCall(call, memory, nullptr, what);
+            EXPECT_EQ(outcome.fault, "") << "features " << features;
+            return outcome;
+        };
+        const Outcome portable = run(0, Check::meaning);
+        {
+            const InhibitOptimizedPaths inhibited;
+            EXPECT_EQ(run(0, Check::meaning).status, portable.status);
+        }
+        for (const Level &level : availableLevels()) {
+            ksys_jobThreadGroup_setThreadCount(random.pick({1, 2, 3, 8}));
+            EXPECT_EQ(run(level.features, Check::promises).digest, portable.digest) << level.name;
+        }
+        return portable.status;
     }
 
-    const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory{};
+    SamplingCall callOf(Operation operation, int32_t width, int32_t height, int32_t pitch, int32_t columns,
+                        int32_t rows)
+    {
+        SamplingCall call;
+        call.operation = operation;
+        std::tie(call.bytesPerPixel, call.params.mode) = GetParam();
+        call.width = width;
+        call.height = height;
+        call.pitch = pitch;
+        call.params.destWidth = columns;
+        call.params.destHeight = rows;
+        call.sourceGuard = random.pick(kGuards);
+        call.destinationGuard = random.pick(kGuards);
+        call.seed = random.next();
+        return call;
+    }
+
+    const CallMemory memory{};
     Random random{30100 + 10 * std::get<1>(GetParam()) + static_cast<uint64_t>(std::get<0>(GetParam()))};
 };
 
-// Rather small than large, but every order of magnitude.
-int32_t drawSize(Random &random, int32_t greatest)
+INSTANTIATE_TEST_SUITE_P(DepthsAndModes, SamplingModel, depthsAndModes(3), depthAndModeName);
+
+// Sides are drawn between two lengths; so is the pitch, or it is hardly longer than a row.
+struct Scene {
+    const char *name;
+    int32_t width[2], height[2], columns[2], rows[2];
+    int32_t cases;
+    int32_t pitch[2] = {0, 0};
+};
+
+constexpr Scene kScenes[] = {
+    {"rectangles of any kind", {7, 300}, {7, 300}, {1, 250}, {1, 250}, 150},
+    {"a few vectors", {12, 80}, {12, 80}, {8, 70}, {8, 70}, 700},
+    {"a few pixels", {5, 12}, {5, 12}, {1, 12}, {1, 12}, 600},
+    {"many tiles", {600, 900}, {200, 300}, {300, 700}, {100, 400}, 6},
+    {"smaller tiles", {600, 1100}, {200, 300}, {300, 700}, {100, 400}, 6, {1025, 2048}},
+    {"small tiles", {900, 1000}, {200, 300}, {300, 700}, {100, 400}, 6, {2049, 3072}},
+    {"the smallest tiles", {900, 1000}, {200, 300}, {300, 700}, {100, 400}, 6, {3073, 5000}},
+    {"tile steps from doubles", {200, 900}, {200, 300}, {1024, 1100}, {50, 150}, 4},
+    // Their bands reach past 16 bits when mirrored.
+    {"strong reductions of wide sources", {32767, 32767}, {20, 60}, {1, 150}, {1, 150}, 15, {32767, 32767}},
+    {"strong reductions of high sources", {20, 60}, {32767, 32767}, {1, 150}, {1, 150}, 15},
+    {"more rows than 16 bits count", {300, 300}, {280, 280}, {3, 3}, {70001, 70001}, 1},
+    {"more columns than 16 bits count", {300, 300}, {280, 280}, {70001, 70001}, {3, 3}, 1},
+    // 8-bit pixels alone, in the modes without tables.
+    {"wider than 16.16", {32768, 40000}, {20, 60}, {1, 300}, {1, 100}, 15},
+    {"higher than 16.16", {7, 60}, {32768, 40000}, {1, 300}, {1, 100}, 15},
+    {"rows longer than 16.16", {200, 500}, {20, 60}, {1, 300}, {1, 300}, 8, {32768, 40000}},
+};
+
+// Moves a rectangle by some source pixels, whole ones half of the time.
+void moveRectangle(Random &random, SamplingCall *call)
 {
-    return static_cast<int32_t>(std::exp(random.between(0.0, std::log(greatest + 0.999))));
+    kmath_xformLinear clientFromSource;
+    ASSERT_EQ(kmath_xformLinear_initInverse(&clientFromSource, &call->srcFromClient), 0);
+    const double scale = random.oneIn(2) ? 1.0 : 0.97;
+    const double dx = random.between32(-20, 15) * scale;
+    const double dy = random.between32(-20, 15) * scale;
+    call->params.rect.tx += clientFromSource.e0 * dx + clientFromSource.e1 * dy;
+    call->params.rect.ty += clientFromSource.e2 * dx + clientFromSource.e3 * dy;
 }
 
-TEST_P(TransformModel, RandomRectangles)
+TEST_P(SamplingModel, GivesWhatEveryFormAndLevelGive)
 {
-    int served = 0;
-    constexpr int kCases = 400;
-    for (int n = 0; n < kCases && !HasFailure(); ++n) {
-        int32_t columns = random.oneIn(3) ? random.between32(225, 400) : drawSize(random, 400);
-        int32_t rows = random.oneIn(3) ? random.between32(225, 400) : drawSize(random, 400);
-        if (random.oneIn(10))
-            (random.oneIn(2) ? columns : rows) = random.between32(1020, 1500);
-        while (columns * rows > 100000)
-            (columns > rows ? columns : rows) /= 2;
-        // The pitch decides on the size of the tiles.
-        const int32_t width = drawSize(random, 200);
-        static constexpr int32_t kPitches[] = {1000, 1024, 1025, 1500, 2048, 2500, 3072, 3073, 5000};
-        const int32_t pitch = random.oneIn(3) ? random.pick(kPitches) : width + random.between32(0, 3);
-        TransformCase c = makeCase(width, drawSize(random, 200), random.oneIn(4) ? -pitch : pitch, columns, rows,
-                                   (columns + random.between32(0, 5)) * random.sign());
-        if (random.oneIn(2)) {
-            c.x = random.between32(-5000, 5000);
-            c.y = random.between32(-5000, 5000);
+    for (const Scene &scene : kScenes) {
+        SCOPED_TRACE(scene.name);
+        int served = 0;
+        for (int n = 0; n < scene.cases && !HasFailure(); ++n) {
+            const auto draw = [&](const int32_t(&range)[2]) { return random.between32(range[0], range[1]); };
+            const int32_t width = draw(scene.width);
+            const int32_t pitch = scene.pitch[0] != 0 ? draw(scene.pitch) : width + random.between32(0, 9);
+            SamplingCall call = callOf(random.pick(kSampling), width, draw(scene.height),
+                                       pitch * (random.oneIn(4) ? -1 : 1), draw(scene.columns), draw(scene.rows));
+            if (random.oneIn(2) && call.params.destWidth + call.params.destHeight < 3000)
+                std::swap(call.params.destWidth, call.params.destHeight);
+            if (random.oneIn(2)) {
+                call.x = random.between32(-5000, 5000);
+                call.y = random.between32(-5000, 5000);
+                call.srcFromClient = drawClientMap(random);
+            }
+            drawRectangle(random, &call);
+            const bool isClipped = call.operation == Operation::transformClipped ||
+                                   call.operation == Operation::projectClipped ||
+                                   call.operation == Operation::projectClippedWindow;
+            if (isClipped || call.operation == Operation::projectNorm)
+                moveRectangle(random, &call);
+            drawTargets(random, &call);
+            served += check(call) >= 0 ? 1 : 0;
         }
-        c.srcFromClient = drawClientMap(random);
-        drawRectangle(random, &c);
-        served += serves(c) ? 1 : 0;
-    }
-    // The others graze an edge, or the support does not fit a source of a pixel or two.
-    EXPECT_GT(served, kCases * 2 / 3);
-}
-
-// Every combination of tile size, tiles across and down, and tile steps by product or from doubles, turned
-// so that both walk orders occur.
-TEST_P(TransformModel, ManyTiles)
-{
-    for (const int32_t pitch : {1000, 1500, 2500, 5000, -1500}) {
-        for (const int32_t columns : {500, 1024, 1100}) {
-            TransformCase c = makeCase(900, 300, pitch, columns, 150);
-            if (random.oneIn(2))
-                std::swap(c.params.destWidth, c.params.destHeight);
-            drawRectangle(random, &c);
-            EXPECT_TRUE(serves(c)) << describe(c);
+        const auto &[bytes, mode] = GetParam();
+        const bool isTooLarge = scene.width[1] > 32767 || scene.height[1] > 32767 || scene.pitch[1] > 32767;
+        const bool isOffered = bytes == 1 || mode <= kip_affineModeBilinear;
+        // 16-bit projections have no tables.
+        if (!isTooLarge || (bytes == 1 && mode <= kip_affineModeBilinear)) {
+            EXPECT_GE(served, scene.cases / (isOffered ? 5 : 8));
         }
     }
 }
 
-TEST_P(TransformModel, LongDestinationsAndPitches)
+TEST_P(SamplingModel, RareRectangles)
 {
-    // More rows (or columns) than 16 bits count.
-    TransformCase tall = makeCase(300, 280, 303, 3, 70001);
-    placeCorners({{1.25, 0.75}, {6.5, 1.5}, {290.0, 278.0}}, &tall);
-    EXPECT_TRUE(serves(tall)) << describe(tall);
-    TransformCase wide = makeCase(300, 280, 303, 70001, 3);
-    placeCorners({{1.25, 0.75}, {297.0, 250.0}, {3.0, 5.0}}, &wide);
-    EXPECT_TRUE(serves(wide)) << describe(wide);
-
-    // Bottom-up sources whose rows are longer than 16.16 reaches: the pitch is below zero and hence small.
-    for (const int32_t width : {40000, 500}) {
-        TransformCase c = makeCase(width, 31, -40000, 240, 230, -301);
-        // Samples lie in the first 32767 columns, or the call is refused.
-        placeCorners({{random.between(400.0, 480.0), 1.0}, {2.0, 8.5}, {490.0, random.between(10.0, 22.0)}}, &c);
-        EXPECT_TRUE(serves(c)) << describe(c);
+    const double back = 198.75 + 0.5 + 129 / 256.0; // the first centre is 198.75 pixels from that of pixel 0
+    const struct {
+        const char *name;
+        int32_t width, height, columns, rows;
+        kmath_xformLinear rect;
+        bool isProjection = false;
+    } rows[] = {
+        // Steps back by 1 1/128 pixels: 96 of them, a tile of a plan, lead to a whole pixel, where a reversed scan has
+        // no fraction.
+        {"a reversed tile that begins at a whole pixel", 210, 210, 128, 128, {back, back, -129, 0, 0, -129}},
+        {"the same along columns", 210, 210, 128, 128, {back, back, 0, -129, -129, 0}},
+        // The line of samples advances 15 columns with every row: its third sample is the source's last pixel.
+        {"a sample whose lower neighbour is the last pixel", 20, 30, 1, 1, {17.05, 26.5, 5e-7, 0, 5e-7 / 15, 1}},
+        // Its line of samples is shorter than the step says.
+        {"a column that leads down, in rows that would lead up", 40, 50, 1, 40, {20.25, 5.75, 5e-7, 0, -1, 35.5}, true},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto &[bytes, mode] = GetParam();
+        const bool sums = row.isProjection && (bytes == 1 || mode <= kip_affineModeBilinear);
+        SamplingCall call = callOf(sums ? Operation::project : Operation::transform, row.width, row.height, row.width,
+                                   row.columns, row.rows);
+        call.params.rect = row.rect;
+        EXPECT_GE(check(call), 0);
     }
-}
-
-// Corner centres at the edges themselves and a few 16.16 units beside them, turned and mirrored: where the
-// test of the corners passes, truncated steps still may lead one pixel out, which then is the nearest one.
-TEST_P(TransformModel, MarginsOfTheClippingTest)
-{
-    const double margin = std::get<1>(GetParam()) == kip_affineModeNearest ? 0.0 : 0.5;
-    static constexpr double kLowUnits[] = {-1.45, -1.0, -0.75, -0.5, -0.25, 0.0, 0.25, 0.5, 0.75, 1.0};
-    static constexpr double kHighUnits[] = {-2.0, -1.5, -1.45, -1.0, -0.75, -0.51, -0.5, 0.0};
-    int served = 0;
-    int atTheEdge = 0;
-    for (int n = 0; n < 3000 && !HasFailure(); ++n) {
-        TransformCase c =
-            makeCase(random.between32(1, 9), random.between32(1, 9), random.between32(9, 12) * random.sign(),
-                     random.between32(1, 12), random.between32(1, 12));
-        if (random.oneIn(2))
-            c.srcFromClient = drawClientMap(random);
-        const double left = margin + random.pick(kLowUnits) / 65536.0;
-        const double right = c.width - margin + random.pick(kHighUnits) / 65536.0;
-        const double top = margin + random.pick(kLowUnits) / 65536.0;
-        const double bottom = c.height - margin + random.pick(kHighUnits) / 65536.0;
-        CornerCenters corners = {{left, top}, {right, top}, {left, bottom}};
-        if (random.oneIn(2))
-            std::swap(corners.first.x, corners.endOfRow.x), corners.endOfColumn.x = corners.first.x;
-        if (random.oneIn(2))
-            std::swap(corners.first.y, corners.endOfColumn.y), corners.endOfRow.y = corners.first.y;
-        if (random.oneIn(2))
-            std::swap(corners.endOfRow, corners.endOfColumn);
-        if (random.oneIn(4)) // a slanted line: one side of the parallelogram runs along the diagonal
-            corners.endOfRow = {right, bottom}, corners.endOfColumn = corners.first, c.params.destHeight = 1;
-        if (random.oneIn(4)) // away from the right and lower edge, so that only the start decides
-            corners.endOfRow.x = std::floor(corners.endOfRow.x) + 0.375;
-        placeCorners(corners, &c);
-        const bool isServed = serves(c);
-        served += isServed ? 1 : 0;
-        atTheEdge += isServed && (left < margin || top < margin) ? 1 : 0;
-    }
-    EXPECT_GT(served, 300);
-    EXPECT_GT(atTheEdge, 50);
 }
 
 // One sample along a side takes no step, so the clipping test lets that side be as long as it likes.
-TEST_P(TransformModel, EnormousSideOfOneSample)
+TEST_P(SamplingModel, EnormousSideOfOneSample)
 {
-    const bool isNearest = std::get<1>(GetParam()) == kip_affineModeNearest;
+    const auto &[bytes, mode] = GetParam();
     for (const double length : {1e5, -1e9, 1e300}) {
-        // At 1e300 the centre can only be 0, which a bilinear sample may not reach.
-        const bool isServed = isNearest || length < 1e300;
-        const double centre = isNearest || !isServed ? 0.0 : 20.5;
-        // Along the axes, so that the half of the side that leads back to the centre cancels exactly.
-        TransformCase column = makeCase(40, 50, 41, 1, 150);
-        column.params.rect = {-length / 2 + centre, 0.75, length, 0.0, 0.0, 48.0};
-        EXPECT_EQ(serves(column), isServed) << describe(column);
-        TransformCase row = makeCase(40, 50, 41, 150, 1);
-        row.params.rect = {0.75, -length / 2 + centre, 38.0, 0.0, 0.0, length};
-        EXPECT_EQ(serves(row), isServed) << describe(row);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(DepthsAndModes, TransformModel, depthsAndModes(1), depthAndModeName);
-
-// ---- Sources beyond 16.16 ----------------------------------------------------------------------------------------
-
-struct LargeSource {
-    int32_t width, height, pitch;
-};
-
-constexpr LargeSource kLargeSources[] = {
-    {40000, 30, 40000}, {30, 40000, 31}, {200, 40, 32768}, {32768, 20, 32769}, {7, 32768, 7}, {35000, 300, 35001},
-};
-
-TransformCase largeCase(const LargeSource &source, uint32_t mode, int32_t columns, int32_t rows)
-{
-    TransformCase c;
-    c.width = source.width;
-    c.height = source.height;
-    c.pitch = source.pitch;
-    c.params.mode = mode;
-    c.params.destWidth = columns;
-    c.params.destHeight = rows;
-    return c;
-}
-
-ModelWalker walkerOf(const TransformCase &c)
-{
-    const kimg_windowConst window = {c.width, c.height, c.x, c.y, 0, 0, c.width, c.height, c.pitch, nullptr, 1};
-    return modelWalker(window, c.srcFromClient, c.params);
-}
-
-class TransformModelLarge : public testing::Test {
-protected:
-    const InhibitOptimizedPaths inhibited;
-    const TransformMemory memory{};
-};
-
-TEST_F(TransformModelLarge, RandomRectangles8)
-{
-    Random random(30700);
-    int served = 0;
-    int walkers[3] = {};
-    for (size_t n = 0; n < 120; ++n) {
-        TransformCase c =
-            largeCase(kLargeSources[n % std::size(kLargeSources)], static_cast<uint32_t>(random.next() % 2),
-                      random.oneIn(8) ? 1100 : drawSize(random, 300), random.oneIn(8) ? 1 : drawSize(random, 60));
-        c.sourceGuard = random.pick(kGuards);
-        c.seed = random.next();
-        if (random.oneIn(2)) {
-            c.x = random.between32(-100, 100);
-            c.srcFromClient = drawClientMap(random);
+        // At 1e300 the centre can only be 0, which a sample of more than one pixel may not reach.
+        const bool isServed = mode == kip_affineModeNearest || length < 1e300;
+        const double centre = mode == kip_affineModeNearest || !isServed ? 0.0 : 20.5;
+        for (const bool isColumn : {true, false}) {
+            SamplingCall call = isColumn ? callOf(Operation::transform, 40, 50, 41, 1, 150)
+                                         : callOf(Operation::transform, 50, 40, 51, 150, 1);
+            // Along the axes, so that the half of the side that leads back to the centre cancels exactly.
+            call.params.rect = isColumn ? kmath_xformLinear{-length / 2 + centre, 2.75, length, 0.0, 0.0, 44.0}
+                                        : kmath_xformLinear{2.75, -length / 2 + centre, 44.0, 0.0, 0.0, length};
+            if (mode > kip_affineModeBilinear) // plans take no such steps
+                runCall(call, memory);
+            else
+                EXPECT_EQ(check(call) >= 0, isServed);
         }
-        drawRectangle(random, &c);
-        int32_t status = 0;
-        ASSERT_EQ(checkAgainstModel(c, memory, &status), "");
-        served += status >= 0 ? 1 : 0;
-        ++walkers[static_cast<int>(walkerOf(c))];
     }
-    EXPECT_GT(served, 90);
-    EXPECT_GT(walkers[static_cast<int>(ModelWalker::rebased)], 30);
-    EXPECT_GT(walkers[static_cast<int>(ModelWalker::inDoubles)], 5);
 }
 
-// 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source
-// pixels, whatever a client unit is; where that is more, or a side is as many client units, doubles walk.
-TEST_F(TransformModelLarge, TilesThatSpreadTooFar)
+// ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
+
+ModelWalker walkerOf(const SamplingCall &call)
 {
-    struct Row {
+    const kimg_windowConst window = {call.width, call.height, call.x,     call.y,  0, 0,
+                                     call.width, call.height, call.pitch, nullptr, 1};
+    return modelWalker(window, call.srcFromClient, call.params);
+}
+
+// 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source pixels,
+// whatever a client unit is; where that is more, or a side is as many client units, doubles walk.
+TEST(LargeSources, TilesThatSpreadTooFar)
+{
+    constexpr auto kRebased = ModelWalker::rebased;
+    constexpr auto kInDoubles = ModelWalker::inDoubles;
+    const double far = 69990.0;
+    const struct {
         const char *name;
         double clientScale; // source pixels to one client unit
         int32_t columns, rows;
         CornerCenters corners;
         ModelWalker walker;
+    } rows[] = {
+        {"fine steps", 1.0, 5000, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, kRebased},
+        {"mirrored coarse steps", 1.0, 60, 3, {{far, 1.0}, {1.0, 2.0}, {far, 8.0}}, kInDoubles},
+        {"large client units", 1000.0, 60, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, kInDoubles},
+        {"small client units", 0.001, 3000, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, kInDoubles},
+        {"sheared", 1.0, 64, 64, {{1.0, 1.0}, {25000.0, 4.0}, {26000.0, 5.0}}, kInDoubles},
+        {"sheared less", 1.0, 64, 64, {{1.0, 1.0}, {15000.0, 4.0}, {16000.0, 5.0}}, kRebased},
+        {"sheared back", 1.0, 64, 64, {{30000.0, 1.0}, {55000.0, 4.0}, {4000.0, 5.0}}, kInDoubles},
+        {"enormous side of one column", 1.0, 1, 50, {{3.0, 1.0}, {}, {60000.0, 8.0}, {1e9, 0}}, kInDoubles},
+        {"enormous side of one row", 1.0, 50, 1, {{3.0, 4.0}, {60.0, 8.0}, {}, {0, -1e9}}, kInDoubles},
     };
-    const double far = 69990.0;
-    const Row table[] = {
-        {"fine steps", 1.0, 5000, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, ModelWalker::rebased},
-        {"coarse steps", 1.0, 60, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, ModelWalker::inDoubles},
-        {"mirrored coarse steps", 1.0, 60, 3, {{far, 1.0}, {1.0, 2.0}, {far, 8.0}}, ModelWalker::inDoubles},
-        {"large client units", 1000.0, 60, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, ModelWalker::inDoubles},
-        {"two samples in large units", 1e5, 2, 2, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, ModelWalker::inDoubles},
-        {"small client units", 0.001, 3000, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, ModelWalker::inDoubles},
-        {"sheared", 1.0, 64, 64, {{1.0, 1.0}, {25000.0, 4.0}, {26000.0, 5.0}}, ModelWalker::inDoubles},
-        {"sheared in large units", 100.0, 64, 64, {{1.0, 1.0}, {25000.0, 4.0}, {26000.0, 5.0}}, ModelWalker::inDoubles},
-        {"sheared less", 1.0, 64, 64, {{1.0, 1.0}, {15000.0, 4.0}, {16000.0, 5.0}}, ModelWalker::rebased},
-        {"sheared back", 1.0, 64, 64, {{30000.0, 1.0}, {55000.0, 4.0}, {4000.0, 5.0}}, ModelWalker::inDoubles},
-        {"enormous side of one column", 1.0, 1, 50, {{3.0, 1.0}, {}, {60000.0, 8.0}, {1e9, 0}}, ModelWalker::inDoubles},
-        {"enormous side of one row", 1.0, 50, 1, {{3.0, 4.0}, {60.0, 8.0}, {}, {0, -1e9}}, ModelWalker::inDoubles},
-    };
-    for (const Row &row : table) {
+    const CallMemory memory{};
+    for (const auto &row : rows) {
         for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
             SCOPED_TRACE(row.name);
-            TransformCase c = largeCase({70000, 10, 70001}, mode, row.columns, row.rows);
-            c.srcFromClient = {0.0, 0.0, row.clientScale, 0.0, 0.0, row.clientScale};
-            placeCorners(row.corners, &c);
-            EXPECT_EQ(walkerOf(c), row.walker);
-            int32_t status = -1;
-            EXPECT_EQ(checkAgainstModel(c, memory, &status), "");
-            EXPECT_EQ(status, 0);
+            SamplingCall call;
+            call.width = 70000;
+            call.height = 10;
+            call.pitch = 70001;
+            call.srcFromClient = {0.0, 0.0, row.clientScale, 0.0, 0.0, row.clientScale};
+            call.params = {{}, mode, row.columns, row.rows};
+            placeCorners(row.corners, &call);
+            EXPECT_EQ(walkerOf(call), row.walker);
+            const Outcome outcome = runCall(call, memory, nullptr, Check::meaning);
+            EXPECT_EQ(outcome.fault, "");
+            EXPECT_EQ(outcome.status, 0);
         }
     }
 }
 
-TEST_F(TransformModelLarge, MarginsOfTheClippingTest8)
-{
-    Random random(30800);
-    static constexpr double kOffsets[] = {-1e-5, -1e-9, -5e-10, 0.0, 1e-9, 1e-5, 2e-5};
-    int served = 0;
-    for (int n = 0; n < 300; ++n) {
-        const LargeSource source = n % 2 == 0 ? LargeSource{33000, 4, 33000} : LargeSource{5, 33000, 5};
-        TransformCase c =
-            largeCase(source, static_cast<uint32_t>(random.next() % 2), random.between32(1, 9), random.between32(1, 9));
-        c.seed = random.next();
-        const double margin = c.params.mode == kip_affineModeNearest ? 0.0 : 0.5;
-        // Near one of the source's corners, so that steps are fine enough for the rebased walker too.
-        const auto edges = [&](double size, double *a, double *b) {
-            const double near = margin + random.pick(kOffsets);
-            const double far = size - margin - 1e-5 + random.pick(kOffsets);
-            const double inner = random.between(1.0, 3.0);
-            const bool atNear = random.oneIn(2);
-            *a = atNear ? near : far - inner;
-            *b = atNear ? near + inner : far;
-            if (random.oneIn(2))
-                std::swap(*a, *b);
-        };
-        CornerCenters corners;
-        edges(c.width, &corners.first.x, &corners.endOfRow.x);
-        edges(c.height, &corners.first.y, &corners.endOfColumn.y);
-        corners.endOfRow.y = corners.first.y;
-        corners.endOfColumn.x = corners.first.x;
-        placeCorners(corners, &c);
-        int32_t status = 0;
-        ASSERT_EQ(checkAgainstModel(c, memory, &status), "");
-        served += status >= 0 ? 1 : 0;
-    }
-    EXPECT_GT(served, 60);
-}
-
 // 4.9 * 10^9 pixels, of which only the sampled rows are memory: offsets into them take 64 bits.
-TEST_F(TransformModelLarge, FarCornerOfASourceBeyond32BitOffsets)
+TEST(LargeSources, FarCornerBeyond32BitOffsets)
 {
     constexpr int32_t kSize = 70001;
-    constexpr int32_t kRows = 60;
-    constexpr size_t kBytes = size_t{kSize} * kSize;
-    constexpr size_t kUsed = size_t{kSize} * kRows;
-    const GuardedMemory sourceMemory(kBytes, kBytes - kUsed, kUsed);
+    constexpr size_t kUsed = size_t{kSize} * 60;
+    const GuardedMemory sourceMemory(size_t{kSize} * kSize, size_t{kSize} * kSize - kUsed, kUsed);
     Random random(30900);
     for (uint8_t *at = sourceMemory.begin(); at < sourceMemory.end(); ++at)
         *at = static_cast<uint8_t>(random.next() >> 40);
-
+    const kimg_windowConst window = {kSize, kSize, 0, 0, 0, 0, kSize, kSize, kSize, sourceMemory.origin(), 1};
     for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
         for (const double reach : {50.0, 40000.0}) { // the rebased walker, and the one in doubles
             const double edge = kSize - 2.0;
-            const kmath_xformLinear rect = {edge, edge, -reach, -1.5, -15.5, -39.0};
-            const kip_affineSampleParams params = {rect, mode, 61, 70};
+            const kip_affineSampleParams params = {{edge, edge, -reach, -1.5, -15.5, -39.0}, mode, 61, 70};
             std::vector<uint8_t> result(61 * 70);
             kimg_image source;
             kimg_image destination;
@@ -340,17 +281,39 @@ TEST_F(TransformModelLarge, FarCornerOfASourceBeyond32BitOffsets)
             ASSERT_EQ(kimg_image_constructExternal(&destination, 1, 61, 70, 61, result.data()), 0);
             noteForCrash("far corner");
             EXPECT_EQ(kip_affineTransform(&source, &destination, &params, nullptr), 0);
-            kimg_windowConst window;
-            kimg_windowConst_init(&window, &source);
-            const kmath_xformLinear identity = {0, 0, 1, 0, 0, 1};
-            const SlowModel model = makeSlowModel(window, identity, params, modelWalker(window, identity, params), 64);
-            for (int32_t y = 0; y < 70; ++y)
-                for (int32_t x = 0; x < 61; ++x)
-                    ASSERT_EQ(result[static_cast<size_t>(y * 61 + x)], sampleSlowly(model, x, y)) << x << ", " << y;
+            const auto expected = resampleSlowly(window, {0, 0, 1, 0, 0, 1}, params, true);
+            EXPECT_TRUE(std::equal(expected.begin(), expected.end(), result.begin()));
             kimg_image_destruct(&destination);
             kimg_image_destruct(&source);
         }
     }
+}
+
+// ---- Caches --------------------------------------------------------------------------------------------------------
+
+// One cache goes from form to form, from depth to depth and from geometry to geometry.
+TEST(SamplingCache, ServesAllFormsInTurn)
+{
+    const CallMemory memory{};
+    Random random(4400);
+    kip_affineSampleCache *cache = nullptr;
+    ASSERT_EQ(kip_affineSampleCache_construct(&cache), 0);
+    for (int n = 0; n < 4000; ++n) {
+        SamplingCall call;
+        call.operation = random.pick(kSampling);
+        call.bytesPerPixel = random.between32(1, 2);
+        call.width = 60;
+        call.height = 50;
+        call.pitch = -64;
+        const int32_t rows = random.pick({1, 7});
+        const kmath_shapeAffineRect rects[] = {
+            {10.25, 9.5, 17, 3, -2, 8}, {11, 9, 17, 0, 0, 1.0 * rows}, {50.25, 9.5, 17, 3, -2, 8}};
+        call.params = {random.pick(rects), static_cast<uint32_t>(random.between(1, 3)), 17, rows};
+        const Outcome outcome = runCall(call, memory, &cache);
+        ASSERT_EQ(outcome.fault, "");
+        ASSERT_EQ(outcome.digest, runCall(call, memory).digest) << "call " << n << ": " << describe(call);
+    }
+    EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
 }
 
 } // namespace

@@ -1,0 +1,295 @@
+// What the exports refuse, by which status, whatever the result is: nothing is written then that the headers promise to
+// leave alone.
+
+#include <cstdint>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/records.h"
+#include "support/sampling_call.h"
+
+namespace kip::test {
+
+namespace {
+
+// By the forms. Where there are none of their own, windows answer as images do.
+struct Statuses {
+    int32_t transform, clipped, project, projectClipped;
+    int32_t window = project, clippedWindow = projectClipped;
+
+    int32_t of(const SamplingCall &call) const
+    {
+        switch (call.operation) {
+        case Operation::transformClipped:
+            return clipped;
+        case Operation::project:
+            return project;
+        case Operation::projectWindow:
+            return window;
+        case Operation::projectClipped:
+            return projectClipped;
+        case Operation::projectClippedWindow:
+            return clippedWindow;
+        case Operation::projectNorm:
+            return call.clip == 0 ? project : projectClipped;
+        default:
+            return transform;
+        }
+    }
+};
+
+constexpr Statuses all(int32_t status)
+{
+    return {status, status, status, status};
+}
+
+constexpr kmath_shapeAffineRect kSlanted = {20.25, 8.5, 32, -6, 6, 16};
+constexpr kmath_shapeAffineRect kAcross = {40.25, 20.5, 32, -6, 6, 16};
+constexpr kmath_shapeAffineRect kAligned = {20, 8, 32, 0, 0, 16};
+
+// A slanted 32 x 16 sampling inside a 64 x 48 source; all its positions are dyadic.
+SamplingCall plainCall(Operation operation, int32_t bytesPerPixel)
+{
+    SamplingCall call;
+    call.operation = operation;
+    call.bytesPerPixel = bytesPerPixel;
+    call.width = 64;
+    call.height = 48;
+    call.pitch = 70;
+    call.params = {kSlanted, kip_affineModeBilinear, 32, 16};
+    return call;
+}
+
+// Results as large as the sampling's, larger, too small, placed elsewhere, and none yet.
+constexpr Target kTargets[] = {{true, 32, 16, 32},
+                               {true, 40, 30, 45},
+                               {true, 31, 16, -31},
+                               {true, 40, 30, -40, 3, -2},
+                               {false, 1, 1, 1, 0, 0, 0, 0}};
+
+void expectStatus(SamplingCall call, const Statuses &expected, bool hasNullHandle)
+{
+    static const CallMemory memory{};
+    if (call.operation == Operation::transformShort && (call.bytesPerPixel == 2 || hasNullHandle))
+        return;
+    kip_affineSampleCache *cache = nullptr;
+    ASSERT_EQ(hasNullHandle ? 0 : kip_affineSampleCache_construct(&cache), 0);
+    for (call.clip = 0; call.clip < 2; ++call.clip) {
+        for (const bool isCached : {false, true}) {
+            SCOPED_TRACE(describe(call));
+            const bool passes = isCached || hasNullHandle;
+            const Outcome outcome = runCall(call, memory, passes && takesCache(call.operation) ? &cache : nullptr);
+            const int32_t status = expected.of(call);
+            EXPECT_TRUE(status == 0 ? outcome.status >= 0 : outcome.status == status) << outcome.status;
+            EXPECT_EQ(outcome.fault, "");
+        }
+    }
+    EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
+}
+
+TEST(Refusals, OfSampling)
+{
+    constexpr Statuses kUnsupported = {0, 0, kip_statusProjectionModeUnsupported, kip_statusProjectionModeUnsupported};
+    constexpr Statuses kTooLarge = all(kip_statusSourceTooLarge);
+    constexpr Statuses kClips = {kip_statusTransformWouldClip, 0, kip_statusProjectionWouldClip, 0};
+    constexpr int32_t kDepth = kip_statusPixelDepth;
+    const auto clipped = [](int32_t status) {
+        return Statuses{kip_statusTransformWouldClip, status, kip_statusProjectionWouldClip, status};
+    };
+    const struct {
+        const char *name;
+        void (*spoil)(SamplingCall &call);
+        Statuses statuses;
+        int32_t bytesPerPixel = 0; // 0: both depths
+        bool hasNullHandle = false;
+    } rows[] = {
+        {"nothing wrong", [](auto &) {}, all(0)},
+        {"no width", [](auto &c) { c.params.destWidth = 0; }, all(kip_statusSizeBelowOne)},
+        {"no height", [](auto &c) { c.params.destHeight = 0; }, all(kip_statusSizeBelowOne)},
+        {"least size", [](auto &c) { c.params.destWidth = c.params.destHeight = INT32_MIN; },
+         all(kip_statusSizeBelowOne)},
+        {"mode 4", [](auto &c) { c.params.mode = 4; }, all(kip_statusUnknownMode)},
+        {"greatest mode", [](auto &c) { c.params.mode = UINT32_MAX; }, all(kip_statusUnknownMode)},
+        {"16 bits in mode 2", [](auto &c) { c.params.mode = 2; }, kUnsupported, 2},
+        {"16 bits in mode 3, whole pixels",
+         [](auto &c) {
+             c.params = {kAligned, 3, 32, 16};
+         },
+         kUnsupported, 2},
+        {"across an edge", [](auto &c) { c.params.rect = kAcross; }, kClips},
+        {"no room for the neighbours",
+         [](auto &c) {
+             c.params = {{0, 0.25, 32, 0, 0, 16}, 1, 64, 32};
+         },
+         kClips},
+        {"outside",
+         [](auto &c) { c.params.rect.tx = 1e6; },
+         {kip_statusTransformWouldClip, kip_statusTransformOutsideSource, kip_statusProjectionWouldClip,
+          kip_statusProjectionOutsideSource}},
+        {"too far to count", [](auto &c) { c.params.rect.tx = 1e300; }, clipped(kmath_statusOutOfRange)},
+        {"too large", [](auto &c) { c.params.rect = {-2e9, 0, 4e9, 0, 0, 9}; }, clipped(kstd_statusTooLarge)},
+        {"parallel sides", [](auto &c) { c.params.rect = {10, 10, 20, 10, 10, 5}; }, all(kmath_statusSingular)},
+        {"a single point", [](auto &c) { c.params.rect = {10, 10, 0, 0, 0, 0}; }, all(kmath_statusSingular)},
+        {"parallel sides across an edge",
+         [](auto &c) {
+             c.params = {{-9, 10, 20, 10, 10, 5}, 0, 9, 9};
+         },
+         clipped(kmath_statusSingular)},
+        {"no number", [](auto &c) { c.params.rect.ty = kNan; }, all(kmath_statusNotFinite)},
+        {"unbound source",
+         [](auto &c) { c.isSourceBound = false; },
+         {kip_statusTransformSourceUnbound, kip_statusTransformSourceUnbound, kip_statusProjectionSourceUnbound,
+          kip_statusProjectionSourceUnbound, kip_statusProjectionWouldClip, kip_statusProjectionOutsideSource}},
+        {"null handle", [](auto &) {}, all(kip_statusCacheNotConstructed), 0, true},
+        {"null handle, whole pixels", [](auto &c) { c.params.rect = kAligned; }, all(kip_statusCacheNotConstructed), 0,
+         true},
+        {"8-bit source", [](auto &c) { c.sourcePixelBytes = 1; }, all(kDepth), 2},
+        {"16-bit source", [](auto &c) { c.sourcePixelBytes = 2; }, all(kDepth), 1},
+        {"16-bit source in mode 2",
+         [](auto &c) { c.sourcePixelBytes = 2, c.params.mode = 2; },
+         {kDepth, kDepth, kip_statusProjectionModeUnsupported, kip_statusProjectionModeUnsupported},
+         1},
+        {"32-bit source", [](auto &c) { c.sourcePixelBytes = 4; }, all(kDepth)},
+        {"32-bit source, whole pixels", [](auto &c) { c.sourcePixelBytes = 4, c.params.rect = kAligned; }, all(kDepth)},
+        {"32-bit source across an edge", [](auto &c) { c.sourcePixelBytes = 4, c.params.rect = kAcross; },
+         clipped(kDepth)},
+        {"misaligned source", [](auto &c) { c.sourceMisalignment = 1; }, all(0), 1},
+        {"misaligned source", [](auto &c) { c.sourceMisalignment = 1; }, all(kip_statusMisaligned), 2},
+        {"greatest pitch", [](auto &c) { c.pitch = 32767; }, all(0)},
+        {"pitch one above", [](auto &c) { c.pitch = 32768; }, kTooLarge, 2},
+        {"pitch one above, in mode 2", [](auto &c) { c.pitch = 32768, c.params.mode = 2; }, kTooLarge, 1},
+        {"pitch one above, whole pixels", [](auto &c) { c.pitch = 32768, c.params.rect = kAligned; }, all(0)},
+        {"height one above", [](auto &c) { c.height = 32768; }, kTooLarge, 2},
+        {"surroundings too large",
+         [](auto &c) {
+             c.params = {{-33000, 0, 70000, 0, 0, 9}, 3, 9, 9};
+         },
+         {kip_statusTransformWouldClip, kip_statusSourceTooLarge, kip_statusProjectionWouldClip,
+          kip_statusSourceTooLarge},
+         1},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        for (const Operation operation : kOperations) {
+            for (const int32_t bytes : {1, 2}) {
+                if (!samples(operation) || (row.bytesPerPixel != 0 && row.bytesPerPixel != bytes))
+                    continue;
+                for (const Target &target : kTargets) {
+                    SamplingCall call = plainCall(operation, bytes);
+                    call.result = target;
+                    if (hasSecond(call))
+                        call.second = target;
+                    row.spoil(call);
+                    expectStatus(call, row.statuses, row.hasNullHandle);
+                }
+            }
+        }
+    }
+}
+
+// Results of another depth than the operation's.
+TEST(Refusals, OfResultsOfOtherDepths)
+{
+    for (const Operation operation : kOperations) {
+        for (const int32_t bytes : {1, 2}) {
+            for (const auto &[rect, isAcross] :
+                 {std::pair{kSlanted, false}, std::pair{kAligned, false}, std::pair{kAcross, true}}) {
+                for (const int32_t pixelBytes : {1, 2, 4}) {
+                    SamplingCall call = plainCall(operation, bytes);
+                    const bool isPlain = operation < Operation::transformClipped || operation == Operation::project ||
+                                         operation == Operation::projectWindow;
+                    const int32_t usual = isProjection(operation) ? 4 : bytes;
+                    if (!samples(operation) || (isAcross && isPlain))
+                        continue;
+                    Statuses statuses = all(kip_statusPixelDepth);
+                    if (isAcross)
+                        statuses.project = kip_statusProjectionWouldClip;
+                    call.params.rect = rect;
+                    call.result = {true, 40, 30, 41, 0, 0, 0, pixelBytes};
+                    if (pixelBytes != usual)
+                        expectStatus(call, statuses, false);
+                    const bool isSecondRead = operation == Operation::transformClipped || (hasSecond(call) && isAcross);
+                    call.second = call.result;
+                    call.result.pixelBytes = 0;
+                    if (isSecondRead && pixelBytes != (isProjection(operation) ? 4 : 1))
+                        expectStatus(call, statuses, false);
+                }
+            }
+        }
+    }
+}
+
+TEST(Refusals, OfSums)
+{
+    const struct {
+        const char *name;
+        void (*spoil)(SamplingCall &call);
+        int32_t status; // 0: of other forms
+        int32_t windowStatus;
+        bool isOfResult = false;
+    } rows[] = {
+        {"unbound source", [](auto &c) { c.isSourceBound = false; }, kip_statusProjectionSourceUnbound, 0},
+        {"16-bit source", [](auto &c) { c.sourcePixelBytes = 2; }, kip_statusPixelDepth, kip_statusPixelDepth},
+        {"32-bit source", [](auto &c) { c.sourcePixelBytes = 4; }, kip_statusPixelDepth, kip_statusPixelDepth},
+        {"width below 0", [](auto &c) { c.windowWidth = -1; }, 0, kip_statusWindowMismatch},
+        {"least height", [](auto &c) { c.windowHeight = INT32_MIN; }, 0, kip_statusWindowMismatch},
+        {"8-bit sums", [](auto &c) { c.result.pixelBytes = 1; }, kip_statusPixelDepth, kip_statusPixelDepth, true},
+        {"16-bit sums", [](auto &c) { c.result.pixelBytes = 2; }, kip_statusPixelDepth, kip_statusPixelDepth, true},
+        {"too narrow", [](auto &c) { c.result.width = 4; }, kip_statusWindowMismatch, kip_statusWindowMismatch, true},
+    };
+    for (const auto &row : rows) {
+        for (const Operation operation : kOperations) {
+            const bool isVector =
+                operation == Operation::sumImageIntoVector || operation == Operation::sumWindowIntoVector;
+            const bool isImage = operation == Operation::sumImage || operation == Operation::sumImageIntoVector;
+            const int32_t status = isImage ? row.status : row.windowStatus;
+            if (!isSum(operation) || status == 0 || (row.isOfResult && isVector))
+                continue;
+            SamplingCall call = plainCall(operation, 1);
+            call.result = {true, 80, 3, 90};
+            call.windowWidth = call.width;
+            call.windowHeight = call.height;
+            row.spoil(call);
+            call.hasOtherWindow = call.windowWidth != call.width || call.windowHeight != call.height;
+            for (const bool columns : {false, true}) {
+                SCOPED_TRACE(row.name);
+                call.sumsColumns = columns;
+                expectStatus(call, all(status), false);
+            }
+        }
+    }
+}
+
+// Windows of other depths, or made by hand at any address: only a copy serves them.
+TEST(Refusals, OfAlignedTransforms)
+{
+    for (const kip_affine_imageAlignment code : {0, 1, 90, 91, 180, 181, 270, 271, 45, INT32_MIN}) {
+        const bool copies = code == 0 || code == 45 || code == INT32_MIN;
+        for (const int32_t bytes : {1, 2}) {
+            for (const int32_t from : {1, 2}) {
+                for (const int32_t to : {1, 2}) {
+                    SamplingCall call = plainCall(Operation::transformAligned, bytes);
+                    call.width = call.height = 6;
+                    call.alignCode = code;
+                    call.result = {true, 6, 6, 8, 0, 0, 0, to};
+                    call.sourcePixelBytes = from;
+                    const bool isServed = from == to && (copies || from == bytes);
+                    expectStatus(call, all(isServed ? 0 : kip_statusPixelDepth), false);
+                    if (!isServed || bytes == 1)
+                        continue;
+                    const Statuses misaligned = all(copies ? 0 : kip_statusMisaligned);
+                    call.sourceMisalignment = 1;
+                    expectStatus(call, misaligned, false);
+                    call.sourceMisalignment = 0;
+                    call.result.misalignment = 1;
+                    expectStatus(call, misaligned, false);
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+
+} // namespace kip::test

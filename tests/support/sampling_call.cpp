@@ -1,0 +1,621 @@
+#include "support/sampling_call.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <sstream>
+
+#include "support/call_meaning.h"
+#include "support/random.h"
+#include "support/turns.h"
+
+namespace kip::test {
+
+namespace {
+
+constexpr size_t kNoiseBytes = size_t{1} << 17;
+constexpr kmath_xformLinear kMapBefore = {7, -3, 2, 0.5, 0.25, 4};
+constexpr uint8_t kBefore = 0x5A; // what results hold before a call
+
+constexpr int32_t kStatuses[] = {
+    kip_statusProjectionSourceUnbound,
+    kip_statusProjectionWouldClip,
+    kip_statusProjectionOutsideSource,
+    kip_statusTransformSourceUnbound,
+    kip_statusTransformWouldClip,
+    kip_statusTransformOutsideSource,
+    kip_statusSizeBelowOne,
+    kip_statusSourceTooLarge,
+    kip_statusProjectionModeUnsupported,
+    kip_statusUnknownMode,
+    kip_statusWindowMismatch,
+    kip_statusPixelDepth,
+    kip_statusCacheNotConstructed,
+    kip_statusMisaligned,
+    kip_pelStatusOverlap,
+    kimg_statusNoPixels,
+    kimg_statusBadSize,
+    kimg_statusTooLarge,
+    kmath_statusNotFinite,
+    kmath_statusSingular,
+    kmath_statusOutOfRange,
+    kstd_statusNegativeSize,
+    kstd_statusTooLarge,
+    ksys_statusOutOfMemory,
+    ksys_statusSizeTooLarge,
+};
+
+int32_t resultPixelBytes(const SamplingCall &call)
+{
+    return isProjection(call.operation) || isSum(call.operation) ? 4 : call.bytesPerPixel;
+}
+
+bool isEqual(const kmath_xformLinear &a, const kmath_xformLinear &b)
+{
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// ---- Images -------------------------------------------------------------------------------------------------------
+
+// An image in guarded memory, or an unbound one. Its rows are taken as bytes.
+class PlacedImage {
+public:
+    PlacedImage(const GuardedMemory &guarded, Guard guard, const Target &target, int32_t usualPixelBytes)
+        : memory(guarded), place(target), bytesPerPixel(target.pixelBytes != 0 ? target.pixelBytes : usualPixelBytes)
+    {
+        kimg_image_constructUnbound(&image);
+        status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
+        if (!place.isBound || status < 0)
+            return;
+        rows = placeRows<uint8_t>(memory, guard, place.width * bytesPerPixel, place.height, place.pitch * bytesPerPixel,
+                                  place.misalignment);
+        kimg_image_destruct(&image);
+        status =
+            kimg_image_constructExternal(&image, bytesPerPixel, place.width, place.height, place.pitch, rows.first);
+        if (status >= 0)
+            status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
+        image.x = place.x;
+        image.y = place.y;
+    }
+    ~PlacedImage() { kimg_image_destruct(&image); }
+    PlacedImage(const PlacedImage &) = delete;
+    PlacedImage &operator=(const PlacedImage &) = delete;
+
+    kimg_windowConst window() const
+    {
+        kimg_windowConst window;
+        kimg_windowConst_init(&window, &image);
+        return window;
+    }
+    kmath_xformLinear map() const
+    {
+        kmath_xformLinear map;
+        kimg_imageConst_getLinearImageFromClientXform(&image, &map);
+        return map;
+    }
+
+    void fill(uint8_t value) const
+    {
+        if (!place.isBound)
+            return;
+        putCanaries(memory, rows);
+        for (int32_t y = 0; y < place.height; ++y)
+            std::memset(rows.row(y), value, static_cast<size_t>(rows.width));
+    }
+    void fillRows(const std::vector<uint8_t> &noise, uint64_t seed) const
+    {
+        for (int32_t y = 0; place.isBound && y < place.height; ++y) {
+            size_t at = (seed + 977 * uint64_t(y)) % noise.size();
+            for (size_t done = 0; done < size_t(rows.width); at = 0) {
+                const size_t count = std::min(size_t(rows.width) - done, noise.size() - at);
+                std::memcpy(rows.row(y) + done, noise.data() + at, count);
+                done += count;
+            }
+        }
+    }
+
+    std::string strayWrite() const { return place.isBound ? findDeadCanary(memory, rows) : ""; }
+
+    // Whether only pixels at columns below width and rows below height, as the image is placed, were written.
+    std::string writtenBeyond(int64_t width, int64_t height) const
+    {
+        for (int32_t y = 0; place.isBound && y < place.height; ++y) {
+            const bool isReached = int64_t{place.y} + y >= 0 && int64_t{place.y} + y < height;
+            const int64_t left = isReached ? std::clamp<int64_t>(-int64_t{place.x}, 0, place.width) : place.width;
+            const int64_t right = isReached ? std::clamp<int64_t>(width - place.x, left, place.width) : place.width;
+            if (!isAll(rows.row(y), rows.row(y) + left * bytesPerPixel, kBefore) ||
+                !isAll(rows.row(y) + right * bytesPerPixel, rows.row(y) + rows.width, kBefore))
+                return "write where no result belongs; ";
+        }
+        return "";
+    }
+
+    // Whether it has pixels in columns 0 to width - 1 of row 0.
+    bool holds(int32_t width) const
+    {
+        const kimg_windowConst actual = window();
+        return actual.width > 0 && (width == 0 || (image.x <= 0 && int64_t{image.x} + actual.width >= width &&
+                                                   image.y <= 0 && int64_t{image.y} + actual.height > 0));
+    }
+
+    // Whether it holds what it has in common with a result, all of it if it was unbound.
+    std::string difference(const Picture &result) const
+    {
+        const kimg_windowConst actual = window();
+        if (!place.isBound &&
+            (actual.width != result.width || actual.height != result.height || image.x != 0 || image.y != 0))
+            return "an image of another size; ";
+        const int64_t left = std::max(0, image.x);
+        const int64_t top = std::max(0, image.y);
+        for (int64_t y = top; y < std::min<int64_t>(result.height, int64_t{image.y} + actual.height); ++y) {
+            for (int64_t x = left; x < std::min<int64_t>(result.width, int64_t{image.x} + actual.width); ++x) {
+                const int64_t value = valueAt(actual, x - image.x, y - image.y);
+                if (result.at(x, y) != kUnknown && value != result.at(x, y))
+                    return "at (" + std::to_string(x) + ", " + std::to_string(y) + ") " + std::to_string(value) +
+                           " instead of " + std::to_string(result.at(x, y)) + "; ";
+            }
+        }
+        return "";
+    }
+
+    kimg_image image{};
+    int32_t status = 0;
+
+private:
+    const GuardedMemory &memory;
+    const Target place;
+    const int32_t bytesPerPixel;
+    PixelRows<uint8_t> rows{};
+};
+
+// ---- The call itself ----------------------------------------------------------------------------------------------
+
+struct Invocation {
+    const SamplingCall &call;
+    const PlacedImage &source;
+    PlacedImage &result, &second;
+    kip_affineSampleCache **cache;
+    kimg_windowConst from{};
+    kimg_window to{}, toSecond{};
+    Scalars scalars{};
+    int32_t clips = kUnset; // the will-clip flag
+    kstd_vector32 vector{};
+    std::string fault{}; // of an analysis
+
+    void openWindows()
+    {
+        kstd_vector32_construct(&vector);
+        kimg_windowConst_init(&from, &source.image);
+        kimg_window_init(&to, &result.image);
+        kimg_window_init(&toSecond, &second.image);
+        if (call.hasOtherWindow) {
+            from.width = call.windowWidth;
+            from.height = call.windowHeight;
+        }
+        if (call.isInPlace) {
+            from.pixels = to.pixels;
+            from.pitch = to.pitch;
+        }
+    }
+};
+
+int32_t invokeSum(Invocation &in)
+{
+    const bool columns = in.call.sumsColumns;
+    int32_t *const depth = in.call.asksAll ? &in.scalars.sumDepth : nullptr;
+    const kimg_image *const source = &in.source.image;
+    switch (in.call.operation) {
+    case Operation::sumImage:
+        return (columns ? kip_projectVertical8 : kip_projectHorizontal8)(source, &in.result.image, depth);
+    case Operation::sumImageIntoVector:
+        return (columns ? kip_projectVerticalVector8 : kip_projectHorizontalVector8)(source, &in.vector, depth);
+    case Operation::sumWindowIntoVector:
+        return (columns ? kip_projectVerticalVectorWindow8 : kip_projectHorizontalVectorWindow8)(&in.from, &in.vector,
+                                                                                                 depth);
+    default:
+        return (columns ? kip_projectVerticalWindow8 : kip_projectHorizontalWindow8)(&in.from, &in.to, depth);
+    }
+}
+
+// All that can be asked of a sampling without its pixels. Outputs of what fails must stay as they are. The status is
+// the first failure's.
+int32_t analyse(Invocation &in)
+{
+    constexpr kmath_xformLinear kNoMap = {1, 2, 3, 4, 5, 6};
+    constexpr kstd_rect32 kNoRect = {1, 2, 3, 4};
+    const kip_affineSampleParams &params = in.call.params;
+    const kimg_image *const image = &in.source.image;
+    const kmath_xformLinear &map = in.call.srcFromClient;
+    int32_t first = 0;
+    const auto check = [&](int32_t status, const auto &output, const auto &before) {
+        first = first < 0 ? first : std::min(status, 0);
+        if (status < 0 && std::memcmp(&output, &before, sizeof output) != 0)
+            in.fault += "an output was written in failure; ";
+    };
+    kstd_rect32 rects[] = {kNoRect, kNoRect, kNoRect};
+    check(kip_affineSampleParams_getMaxSrcRect(&params, image, &rects[0]), rects[0], kNoRect);
+    check(kip_affineSampleParams_getMaxSrcRectWindow(&params, &in.from, &map, &rects[1]), rects[1], kNoRect);
+    for (const bool ofWindow : {false, true}) { // the flag may say yes before a failure
+        int32_t clips = kUnset;
+        const int32_t status = ofWindow ? kip_affineSampleParams_getWillClipWindow(&params, &in.from, &map, &clips)
+                                        : kip_affineSampleParams_getWillClip(&params, image, &clips);
+        const bool isAllowed = clips == 1 || (status < 0 ? clips == kUnset : clips == 0);
+        check(status, isAllowed, true);
+        in.scalars.depth += static_cast<uint32_t>(clips);
+    }
+    check(kip_affine_imageAlignment_compute(&params, &map, &in.scalars.first, &rects[2]), rects[2], kNoRect);
+    in.scalars.placement = kNoMap;
+    if (params.destWidth >= 1 && params.destHeight >= 1) // the caller's duty
+        check(kip_affineSampleParams_getDestImageFromClientXform(&params, in.call.clip & 1, &in.scalars.placement),
+              in.scalars.placement, kNoMap);
+    const kip_affineSampleParams before = {kNoMap, 9, 8, 7};
+    kip_affineSampleParams made = before;
+    check(kip_affineSampleParams_initRectStandard(&made, &params.rect, in.call.hasMask ? &map : nullptr), made.rect,
+          before.rect);
+    in.scalars.sumDepth = made.destWidth;
+    in.scalars.end = made.destHeight;
+    kip_affineSampleParams_init(&made, params.mode, &params.rect, params.destWidth, params.destHeight);
+    if (std::memcmp(&made.rect, &params.rect, sizeof made.rect) != 0 || made.mode != params.mode ||
+        made.destWidth != params.destWidth || made.destHeight != params.destHeight)
+        in.fault += "other parameters than those given; ";
+    for (const kstd_rect32 &rect : rects)
+        in.scalars.depth = in.scalars.depth * 31 + static_cast<uint32_t>(rect.x + rect.y) + uint32_t(rect.width) * 7 +
+                           uint32_t(rect.height);
+    return first;
+}
+
+int32_t invoke(Invocation &in)
+{
+    const SamplingCall &call = in.call;
+    const bool wide = call.bytesPerPixel == 2;
+    const kimg_image *const source = &in.source.image;
+    kimg_image *const result = &in.result.image;
+    kimg_image *const second = &in.second.image;
+    const kip_affineSampleParams *const params = &call.params;
+    uint32_t *const depth = call.asksAll ? &in.scalars.depth : nullptr;
+    int32_t *const first = call.asksAll ? &in.scalars.first : nullptr;
+    kmath_xformLinear *const placement = &in.scalars.placement;
+
+    uint32_t clips = kUnset;
+    int32_t status;
+    switch (call.operation) {
+    case Operation::transform:
+        return (wide ? kip_affineTransform16 : kip_affineTransform)(source, result, params, in.cache);
+    case Operation::transformShort:
+        return kip_affine8(params, source, result);
+    case Operation::transformClipped:
+        return (wide ? kip_affineTransformClipped16 : kip_affineTransformClipped)(
+            source, result, call.hasMask ? second : nullptr, params, in.cache, &in.clips);
+    case Operation::transformAligned:
+        return (wide ? kip_affineTransformAligned16 : kip_affineTransformAligned)(&in.from, &in.to, call.alignCode);
+    case Operation::project:
+        return (wide ? kip_affineProject16 : kip_affineProject)(source, result, params, in.cache, depth);
+    case Operation::projectWindow:
+        return (wide ? kip_affineProjectWindow16 : kip_affineProjectWindow)(&in.from, &call.srcFromClient, &in.to,
+                                                                            params, in.cache, placement, depth);
+    case Operation::projectClipped:
+        status = (wide ? kip_affineProjectClipped16 : kip_affineProjectClipped)(
+            source, result, second, params, in.cache, call.coverageValue, &in.scalars.depth, &clips);
+        break;
+    case Operation::projectClippedWindow:
+        status = (wide ? kip_affineProjectClippedWindow16 : kip_affineProjectClippedWindow)(
+            &in.from, &call.srcFromClient, &in.to, &in.toSecond, params, in.cache, placement, call.coverageValue,
+            &in.scalars.depth, &clips);
+        break;
+    case Operation::projectNorm:
+        return (wide ? kip_affineProjectNorm16 : kip_affineProjectNorm)(
+            source, result, params, call.clip, in.cache, depth, first, call.asksAll ? &in.scalars.end : nullptr);
+    case Operation::analyse:
+        return analyse(in);
+    default:
+        return invokeSum(in);
+    }
+    in.clips = static_cast<int32_t>(clips);
+    return status;
+}
+
+// ---- What came of it ----------------------------------------------------------------------------------------------
+
+class Digest {
+public:
+    template <typename T>
+    void add(const T &value)
+    {
+        addBytes(&value, sizeof value);
+    }
+    void addBytes(const void *data, size_t count)
+    {
+        const auto *at = static_cast<const uint8_t *>(data);
+        for (; count > 0; at += sizeof(uint64_t), count -= std::min(count, sizeof(uint64_t))) {
+            uint64_t word = count;
+            std::memcpy(&word, at, std::min(count, sizeof word));
+            sum = (sum ^ word) * 0x9E3779B97F4A7C15;
+            sum ^= sum >> 29;
+        }
+    }
+    void addImage(const PlacedImage &placed)
+    {
+        const kimg_windowConst window = placed.window();
+        add(placed.map());
+        add(window.width);
+        const auto *row = static_cast<const uint8_t *>(window.pixels);
+        for (int32_t y = 0; y < window.height; ++y, row += int64_t{window.pitch} * window.bytesPerPixel)
+            addBytes(row, size_t(window.width) * size_t(window.bytesPerPixel));
+    }
+    uint64_t value() const { return sum; }
+
+private:
+    uint64_t sum = 0;
+};
+
+struct Written {
+    bool result, second;
+};
+
+// What a call that failed may have written all the same.
+Written writtenInFailure(const SamplingCall &call, int32_t status)
+{
+    const bool isOutside = status == kip_statusTransformOutsideSource || status == kip_statusProjectionOutsideSource;
+    const bool isRefusal = std::find(std::begin(kStatuses), std::end(kStatuses), status) != std::end(kStatuses) &&
+                           status != ksys_statusOutOfMemory && status != ksys_statusSizeTooLarge && !isOutside;
+    switch (call.operation) {
+    case Operation::transformClipped: // stopped by attention, it has not begun
+        return {isOutside || status == ksys_statusOutOfMemory || status == ksys_statusSizeTooLarge, false};
+    case Operation::projectClipped:
+    case Operation::projectClippedWindow:
+        return {!isRefusal, !isRefusal && !isOutside};
+    case Operation::projectNorm:
+        return {!isRefusal && call.clip != 0, false};
+    default:
+        return {false, false};
+    }
+}
+
+std::string brokenPromises(const Invocation &in, int32_t status, const Scalars &before)
+{
+    const SamplingCall &call = in.call;
+    std::string fault = in.result.strayWrite() + in.second.strayWrite();
+    Written written = {true, hasSecond(call) && in.clips != 0};
+    if (status < 0) {
+        written = writtenInFailure(call, status);
+        Scalars expected = before;
+        if (call.operation == Operation::projectClippedWindow && written.result)
+            expected.placement = in.scalars.placement;
+        if (!(in.scalars == expected))
+            fault += "a number was written in failure; ";
+        const bool isWhole = call.operation <= Operation::transformShort;
+        if ((isWhole && !call.result.isBound && in.result.image.width != 0) ||
+            (call.operation == Operation::transformClipped && !call.second.isBound && in.second.image.width != 0))
+            fault += "pixels made in failure; ";
+        if ((!written.result && !isEqual(in.result.map(), kMapBefore)) ||
+            (!written.second && !isEqual(in.second.map(), kMapBefore)))
+            fault += "a map was written in failure; ";
+    }
+    const Extent extent = resultExtent(call);
+    fault += in.result.writtenBeyond(written.result ? extent.width : 0, written.result ? extent.height : 0);
+    fault += in.second.writtenBeyond(written.second ? extent.width : 0, written.second ? extent.height : 0);
+    return fault;
+}
+
+// Images that sampling makes or fills whole get the result's map, others keep theirs.
+std::string wrongMap(const SamplingCall &call, const PlacedImage &image, const Target &target, bool isClipped)
+{
+    const bool isWindow = call.operation == Operation::projectWindow ||
+                          call.operation == Operation::projectClippedWindow || !samples(call.operation);
+    const Extent extent = resultExtent(call);
+    const bool isWhole = !target.isBound || (target.width == extent.width && target.height == extent.height &&
+                                             target.x == 0 && target.y == 0);
+    kmath_xformLinear expected = kMapBefore;
+    if (!isWindow && (isWhole || !isClipped || isProjection(call.operation)))
+        kip_affineSampleParams_getDestImageFromClientXform(&call.params, isProjection(call.operation) ? 1 : 0,
+                                                           &expected);
+    return isEqual(image.map(), expected) || (isSum(call.operation) && !target.isBound) ? "" : "another map; ";
+}
+
+std::string difference(const Invocation &in, const Meaning &meaning, int32_t status)
+{
+    const SamplingCall &call = in.call;
+    const bool isWindow = call.operation == Operation::projectWindow ||
+                          call.operation == Operation::projectClippedWindow || !samples(call.operation);
+    // Maps that hardly have an inverse may have one for a row of sums and none for all pixels, or the other way round.
+    if (status == kmath_statusSingular || meaning.status == kmath_statusSingular)
+        return "";
+    if (std::min(status, 0) != std::min(meaning.status, 0))
+        return "status " + std::to_string(status) + " instead of " + std::to_string(meaning.status) + "; ";
+    const bool isOutside = status == kip_statusTransformOutsideSource || status == kip_statusProjectionOutsideSource;
+    if (status < 0) // zeros outside, where there is room for a whole row of them
+        return isOutside && in.result.holds(isProjection(call.operation) ? call.params.destWidth : 0)
+                   ? in.result.difference(meaning.result)
+                   : "";
+    std::string fault;
+    const bool tells = call.operation == Operation::transformClipped || call.operation == Operation::projectClipped ||
+                       call.operation == Operation::projectClippedWindow;
+    if (tells && in.clips != (meaning.clips ? 1 : 0))
+        fault += "wrong will-clip flag; ";
+    if (!(in.scalars == meaning.scalars))
+        fault += "another number; ";
+    const bool isVector =
+        call.operation == Operation::sumImageIntoVector || call.operation == Operation::sumWindowIntoVector;
+    if (isVector) {
+        const auto &expected = meaning.result.pixels;
+        if (!std::equal(expected.begin(), expected.end(), in.vector.begin, in.vector.begin + in.vector.size))
+            fault += "another vector; ";
+        return fault;
+    }
+    if (call.result.isBound || !isWindow || call.operation == Operation::sumImage) {
+        fault += in.result.difference(meaning.result);
+        fault += wrongMap(call, in.result, call.result, meaning.clips);
+    }
+    if (!meaning.second.pixels.empty() && (call.second.isBound || !isWindow)) {
+        fault += in.second.difference(meaning.second);
+        fault += wrongMap(call, in.second, call.second, meaning.clips);
+    }
+    return fault;
+}
+
+} // namespace
+
+CallMemory::CallMemory() : noise(kNoiseBytes)
+{
+    Random random(60001);
+    for (uint8_t &byte : noise)
+        byte = static_cast<uint8_t>(random.next() >> 32);
+}
+
+bool isProjection(Operation operation)
+{
+    return operation >= Operation::project && operation <= Operation::projectNorm;
+}
+
+bool isSum(Operation operation)
+{
+    return operation >= Operation::sumImage && operation <= Operation::sumWindow;
+}
+
+bool takesCache(Operation operation)
+{
+    return samples(operation) && operation != Operation::transformShort;
+}
+
+bool samples(Operation operation)
+{
+    return operation != Operation::transformAligned && operation != Operation::analyse && !isSum(operation);
+}
+
+bool hasSecond(const SamplingCall &call)
+{
+    return (call.operation == Operation::transformClipped && call.hasMask) ||
+           call.operation == Operation::projectClipped || call.operation == Operation::projectClippedWindow;
+}
+
+bool isWorthJobs(const SamplingCall &call)
+{
+    kip_affine_imageAlignment code;
+    const bool isLarge = call.params.destHeight > 336 && call.params.destWidth * call.params.destHeight >= 0x10000;
+    return call.operation <= Operation::transformClipped && isLarge && call.params.mode == kip_affineModeBilinear &&
+           kip_affine_imageAlignment_compute(&call.params, &call.srcFromClient, &code, nullptr) >= 0 &&
+           code == kip_affine_alignNone;
+}
+
+Extent resultExtent(const SamplingCall &call)
+{
+    if (isSum(call.operation))
+        return {call.sumsColumns ? call.width : call.height, 1};
+    if (call.operation != Operation::transformAligned)
+        return {call.params.destWidth, isProjection(call.operation) ? 1 : call.params.destHeight};
+    const bool swapsAxes = std::any_of(std::begin(kTurns), std::end(kTurns), [&](const Turn &turn) {
+        return turn.code == call.alignCode && turn.swapsAxes();
+    });
+    return swapsAxes ? Extent{call.height, call.width} : Extent{call.width, call.height};
+}
+
+Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSampleCache **cache, Check check,
+                bool isOtherSide)
+{
+    const auto side = [isOtherSide](Guard guard) {
+        return (guard == Guard::before) != isOtherSide ? Guard::before : Guard::behind;
+    };
+    const Target sourcePlace = {call.isSourceBound,      call.width,           call.height, call.pitch, call.x, call.y,
+                                call.sourceMisalignment, call.sourcePixelBytes};
+    PlacedImage source(memory.source, side(call.sourceGuard), sourcePlace, call.bytesPerPixel);
+    PlacedImage result(memory.result, side(call.destinationGuard), call.result, resultPixelBytes(call));
+    PlacedImage second(memory.second, side(call.destinationGuard), call.second,
+                       call.operation == Operation::transformClipped ? 1 : 4);
+    Outcome outcome;
+    for (const int32_t status : {source.status, result.status, second.status,
+                                 kimg_image_setLinearImageFromClientXform(&source.image, &call.srcFromClient)}) {
+        if (status < 0) {
+            outcome.status = status;
+            return outcome;
+        }
+    }
+    source.fill(0);
+    source.fillRows(memory.noise, call.seed);
+    result.fill(kBefore);
+    second.fill(kBefore);
+    Meaning meaning;
+    if (call.isInPlace)
+        result.fillRows(memory.noise, call.seed);
+    const bool isAligned = call.operation == Operation::transformAligned;
+    if (check == Check::meaning && isAligned) // the call may write to its source
+        meaning = meaningOf(call, source.image, result.image, 0);
+
+    Invocation in = {call, source, result, second, cache};
+    const Scalars before;
+    in.openWindows();
+    if (aroundInvocation != nullptr)
+        aroundInvocation(true);
+    outcome.status = invoke(in);
+    if (aroundInvocation != nullptr)
+        aroundInvocation(false);
+    const int32_t *const end = std::end(kStatuses);
+    if (outcome.status < 0 && outcome.status != kStopped && std::find(kStatuses, end, outcome.status) == end)
+        outcome.fault = "unknown status; ";
+    outcome.fault += in.fault;
+    if (call.isInPlace || call.operation == Operation::analyse)
+        outcome.fault += result.strayWrite();
+    else
+        outcome.fault += brokenPromises(in, outcome.status, before);
+    if (check == Check::meaning && !isAligned)
+        meaning = meaningOf(call, source.image, result.image, outcome.status);
+    if (check == Check::meaning && call.operation != Operation::analyse)
+        outcome.fault += difference(in, meaning, outcome.status);
+
+    Digest digest;
+    digest.add(outcome.status);
+    digest.add(in.scalars);
+    if (outcome.status >= 0) {
+        digest.add(in.clips);
+        digest.addImage(result);
+        digest.addImage(second);
+        digest.addBytes(in.vector.begin, size_t(in.vector.size) * sizeof(uint32_t));
+    }
+    outcome.digest = digest.value();
+    kstd_vector32_destruct(&in.vector);
+    return outcome;
+}
+
+InhibitOptimizedPaths::InhibitOptimizedPaths() : before(kprt_isOptimizationInhibitedFP)
+{
+    kprt_isOptimizationInhibitedFP = [](const wchar_t *) -> int32_t { return 1; };
+}
+
+InhibitOptimizedPaths::~InhibitOptimizedPaths()
+{
+    kprt_isOptimizationInhibitedFP = before;
+}
+
+const char *nameOf(Operation operation)
+{
+    static constexpr const char *kNames[] = {
+        "transform",   "transformShort", "transformClipped",   "transformAligned",
+        "project",     "projectWindow",  "projectClipped",     "projectClippedWindow",
+        "projectNorm", "sumImage",       "sumImageIntoVector", "sumWindowIntoVector",
+        "sumWindow",   "analyse",
+    };
+    static_assert(std::size(kNames) == std::size(kOperations));
+    return kNames[static_cast<size_t>(operation)];
+}
+
+std::string describe(const SamplingCall &call)
+{
+    std::ostringstream text;
+    text.precision(17);
+    const kmath_xformLinear &r = call.params.rect;
+    const kmath_xformLinear &m = call.srcFromClient;
+    text << nameOf(call.operation) << ", " << 8 * call.bytesPerPixel << " bit, mode " << call.params.mode << ", source "
+         << call.width << " x " << call.height << " pitch " << call.pitch << " at (" << call.x << ", " << call.y
+         << "), map {" << m.tx << ", " << m.ty << ", " << m.e0 << ", " << m.e1 << ", " << m.e2 << ", " << m.e3
+         << "}, rect {" << r.tx << ", " << r.ty << ", " << r.e0 << ", " << r.e1 << ", " << r.e2 << ", " << r.e3
+         << "} onto " << call.params.destWidth << " x " << call.params.destHeight << ", guards "
+         << static_cast<int>(call.sourceGuard) << " " << static_cast<int>(call.destinationGuard) << ", seed "
+         << call.seed;
+    for (const Target *target : {&call.result, &call.second})
+        text << (target->isBound ? ", bound " : ", unbound ") << target->width << " x " << target->height << " pitch "
+             << target->pitch << " at (" << target->x << ", " << target->y << ") + " << target->misalignment;
+    text << ", mask " << call.hasMask << ", clip " << call.clip << ", align " << call.alignCode << ", in place "
+         << call.isInPlace << ", columns " << call.sumsColumns << ", coverage " << int{call.coverageValue};
+    return text.str();
+}
+
+} // namespace kip::test
