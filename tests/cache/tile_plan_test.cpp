@@ -136,6 +136,9 @@ TEST(TilePlan, TilesAndScanByGeometry)
 
 TEST(TilePlan, RecordedSizeFollowsTheScaleAndMemoryTheRows)
 {
+    const BuiltPlan whole({{10.0 + 1e-7, 20.0, 1, 0, 0, 1}, 2, 8, 8, 100});
+    EXPECT_EQ(whole.plan.startX, (10 << 16) + 1); // a start without a fraction is lifted
+    EXPECT_EQ(whole.plan.startY, (20 << 16) + 1);
     // One column at a scale below 1: the recorded size holds two bytes where a row writes three samples.
     const BuiltPlan narrow({{5.5, 5.5, 0.3, 0, 0, 0.3}, 2, 1, 40, 100}, true);
     EXPECT_EQ(narrow.plan.scratchBytes, 2);
@@ -144,13 +147,6 @@ TEST(TilePlan, RecordedSizeFollowsTheScaleAndMemoryTheRows)
     const BuiltPlan wide({{5.5, 5.5, 20.3, 0, 0, 0.01}, 3, 90, 40, 4000}, true);
     EXPECT_EQ(wide.plan.scratchBytes, 4 * 21 * 90 + 4);
     EXPECT_GE(wide.plan.allocatedBytes, 2 * static_cast<size_t>(wide.plan.spanCount[0] + 3));
-}
-
-TEST(TilePlan, LiftsStartsWithoutAFraction)
-{
-    const BuiltPlan built({{10.0 + 1e-7, 20.0, 1, 0, 0, 1}, 2, 8, 8, 100});
-    EXPECT_EQ(built.plan.startX, (10 << 16) + 1);
-    EXPECT_EQ(built.plan.startY, (20 << 16) + 1);
 }
 
 TEST(TilePlan, FailuresChangeNothing)

@@ -125,46 +125,6 @@ TEST(ClippingTest, EveryMarginIsRoundedAsTheWalksRound)
     }
 }
 
-TEST(ClippingTest, AgreesWithThePositionsOfRandomSamplings)
-{
-    Random random(31);
-    int counts[2] = {};
-    for (int i = 0; i < 4000; ++i) {
-        const Reach reach = random.pick(kReaches);
-        const kimg_windowConst source =
-            window(random.between32(7, 300), random.between32(7, 300), random.between32(-900, 900),
-                   random.between32(-900, 900), reach.isLarge ? 40000 : 400);
-        const double size = random.between(1.0, 200.0);
-        const double angle = random.between(0.0, 6.3);
-        const double skew = random.between(-0.7, 0.7);
-        const kip_affineSampleParams params = {{source.x + random.between(0.0, source.width),
-                                                source.y + random.between(0.0, source.height), size * std::cos(angle),
-                                                -size * std::sin(angle + skew), size * std::sin(angle),
-                                                size * std::cos(angle + skew)},
-                                               reach.mode,
-                                               random.between32(1, 60),
-                                               random.between32(1, 60)};
-        const double scale = random.between(0.5, 2.0);
-        const kmath_xformLinear map = {(1 - scale) * source.x, (1 - scale) * source.y, scale, 0, 0, scale};
-
-        double room = kInfinity; // of the corner sample that lies nearest to the margin or furthest beyond it
-        for (const double u : {0.5 / params.destWidth, 1 - 0.5 / params.destWidth}) {
-            for (const double v : {0.5 / params.destHeight, 1 - 0.5 / params.destHeight}) {
-                const double x = scale * (params.rect.e0 * u + params.rect.e1 * v + params.rect.tx - source.x);
-                const double y = scale * (params.rect.e2 * u + params.rect.e3 * v + params.rect.ty - source.y);
-                room = std::min({room, x - reach.margin, y - reach.margin, source.width - reach.margin - x,
-                                 source.height - reach.margin - y});
-            }
-        }
-        if (std::fabs(room) < 1e-4)
-            continue; // the test above has the edges
-        ASSERT_EQ(willClip(params, source, map), room > 0 ? 0 : 1) << "case " << i << ", room " << room;
-        ++counts[room > 0 ? 0 : 1];
-    }
-    EXPECT_GT(counts[0], 300);
-    EXPECT_GT(counts[1], 300);
-}
-
 TEST(ClippingTest, WindowsBelowTheLeastSizeClip)
 {
     const int32_t least[] = {1, 2, 5, 7}; // two pixels, as no position keeps half a pixel from both edges of one
@@ -239,74 +199,6 @@ TEST(ClippingTest, PitchAndHeightMakeAWindowLarge)
         EXPECT_EQ(willClip(sampleAt(32767, 50, mode), wide), 0);
         EXPECT_EQ(willClip(sampleAt(32767 + kSixteenth, 50, mode), wide), 1);
         EXPECT_EQ(willClip(sampleAt(39000, 50, mode), wide), 1);
-    }
-}
-
-TEST(ClippingTest, RefusesSizesModesAndSourcesInThatOrder)
-{
-    const kmath_xformLinear bad = {kNan, 0, 1, 0, 0, 1};
-    for (const int32_t size : {5, 0, INT32_MIN}) {
-        for (const uint32_t mode : {0u, 1u, 2u, 3u, 4u, UINT32_MAX}) {
-            for (const int32_t pitch : {100, 40000}) {
-                int32_t expected = kmath_statusNotFinite;
-                if (size < 1)
-                    expected = kip_statusSizeBelowOne;
-                else if (mode > kip_affineModeBicubic)
-                    expected = kip_statusUnknownMode;
-                else if (pitch > 32767 && mode > kip_affineModeBilinear)
-                    expected = kip_statusSourceTooLarge;
-                for (const auto &[width, height] : {Step{size, 5}, {5, size}}) {
-                    const kip_affineSampleParams params = {{10, 10, 5, 0, 0, 5}, mode, width, height};
-                    const kimg_windowConst source = window(100, 100, 0, 0, pitch);
-                    int32_t flag = kUntouched;
-                    EXPECT_EQ(kip_affineSampleParams_getWillClipWindow(&params, &source, &bad, &flag), expected)
-                        << width << " x " << height << ", mode " << mode << ", pitch " << pitch;
-                    EXPECT_EQ(flag, expected == kmath_statusNotFinite ? 1 : kUntouched);
-                }
-            }
-        }
-    }
-}
-
-// Whatever the numbers are, the answer is that the sampling clips.
-TEST(ClippingTest, AbsurdGeometryClips)
-{
-    const kimg_windowConst sources[] = {window(100, 100), window(100, 100, 0, 0, 40000),
-                                        window(100, 100, INT32_MAX, INT32_MIN)};
-    Random random(32);
-    for (int i = 0; i < 2000; ++i) {
-        const double numbers[] = {kNan, kInfinity, -kInfinity, 1.7e308, -1e308, 1e18, -3e9, 4e5};
-        const double bad = random.pick(numbers);
-        const kimg_windowConst source = random.pick(sources);
-        const uint32_t mode = kAllModes[random.next() % (source.pitch > 32767 ? 2 : 4)];
-        kip_affineSampleParams params = {{40, 40, 9, 1, -1, 9}, mode, 8, 8};
-        kmath_xformLinear map = kIdentity;
-        kmath_xformLinear &spoilt = random.oneIn(2) ? map : params.rect;
-        spoilt.*random.pick(kElements) = bad;
-        int32_t flag = kUntouched;
-        const int32_t status = kip_affineSampleParams_getWillClipWindow(&params, &source, &map, &flag);
-        EXPECT_EQ(flag, 1) << bad << ", mode " << mode;
-        EXPECT_TRUE(std::isfinite(bad) || status < 0) << bad << ", mode " << mode;
-    }
-}
-
-TEST(ClippingTest, ImagesAreTestedByTheirPlaceAndMap)
-{
-    Random random(33);
-    Image image(1, 40, 30);
-    for (int i = 0; i < 300; ++i) {
-        const kmath_xformLinear map = {random.between(-9.0, 9.0), random.between(-9.0, 9.0), 2, 0, 0, 2};
-        image.place(random.between32(-99, 99), random.between32(-99, 99));
-        image.setMap(map);
-        const kimg_windowConst source = window(40, 30, image.get()->x, image.get()->y);
-        const kip_affineSampleParams params = {
-            {0.5 * source.x + random.between(-10.0, 20.0), 0.5 * source.y + random.between(-10.0, 15.0), 5, 1, -1, 4},
-            kAllModes[i % 4],
-            7,
-            9};
-        int32_t flag = kUntouched;
-        EXPECT_EQ(kip_affineSampleParams_getWillClip(&params, image.get(), &flag), 0);
-        EXPECT_EQ(flag, willClip(params, source, map));
     }
 }
 

@@ -24,17 +24,6 @@ void expectSameBits(const kip_affineSampleParams &expected, const kip_affineSamp
     EXPECT_EQ(actual.destHeight, expected.destHeight);
 }
 
-TEST(SampleParamsInit, StoresWhateverItIsGiven)
-{
-    for (const kip_affineSampleParams &given :
-         {kip_affineSampleParams{{1.5, -2.0, 30.0, 0.25, -0.5, 40.0}, kip_affineModeNearest, 30, 40},
-          {{kNan, kInfinity, -kInfinity, 1e308, -0.0, 5e-324}, UINT32_MAX, INT32_MIN, INT32_MAX}}) {
-        kip_affineSampleParams params = kUntouched;
-        EXPECT_EQ(kip_affineSampleParams_init(&params, given.mode, &given.rect, given.destWidth, given.destHeight), 0);
-        expectSameBits(given, params);
-    }
-}
-
 TEST(SampleParamsInitRectStandard, TakesOneSamplePerUnitOfMappedLength)
 {
     constexpr int32_t kFails = -1; // a width
@@ -47,7 +36,6 @@ TEST(SampleParamsInitRectStandard, TakesOneSamplePerUnitOfMappedLength)
         std::optional<kmath_xformLinear> map = {};
     } rows[] = {
         {"rounds up and down", {0, 0, 99.6, 0, 0, 10.4}, 100, 10},
-        {"place does not count", {-1e6, 1e6, 99.6, 0, 0, 10.4}, 100, 10},
         {"lengths of slanted sides", {3, 4, 30, -12, 40, 5}, 50, 13},
         {"sides are not swapped by a turn", {0, 0, 0, -20, 11, 0}, 11, 20},
         {"no length at all", {1, 1, 0, 0.25, 0, 0.25}, 0, 0},
@@ -59,9 +47,7 @@ TEST(SampleParamsInitRectStandard, TakesOneSamplePerUnitOfMappedLength)
         {"a shearing map", {0, 0, 8, 0, 0, 4}, 8, 5, kmath_xformLinear{0, 0, 1, 0.75, 0, 1}},
         {"side that is no number", {0, 0, kNan, 0, 0, 1}, kFails, 0},
         {"infinite side", {0, 0, 1, 0, 0, -kInfinity}, kFails, 0},
-        {"side that is no number, mapped", {0, 0, kNan, 0, 0, 1}, kFails, 0, kIdentity},
         {"infinite map", {1, 2, 30, 0, 0, 40}, kFails, 0, kmath_xformLinear{0, 0, kInfinity, 0, 0, 1}},
-        {"map whose place is no number", {1, 2, 30, 0, 0, 40}, kFails, 0, kmath_xformLinear{kNan, 0, 1, 0, 0, 1}},
         {"mapped beyond the doubles", {1, 2, 30, 0, 0, 40}, kFails, 0, kmath_xformLinear{0, 0, 1e308, 0, 0, 1}},
     };
     for (const auto &row : rows) {
@@ -120,33 +106,6 @@ TEST(SampleParamsPlacement, TakesTheRectanglesCornersToTheDestinations)
             const double y = rect.e2 * u + rect.e3 * v + rect.ty;
             EXPECT_NEAR(placement.e0 * x + placement.e1 * y + placement.tx, u * params.destWidth, 1e-7) << "case " << i;
             EXPECT_NEAR(placement.e2 * x + placement.e3 * y + placement.ty, v * rows, 1e-7) << "case " << i;
-        }
-    }
-}
-
-TEST(SampleParamsPlacement, FailsWithoutAnInverseAndKeepsTheOutput)
-{
-    const struct {
-        const char *name;
-        kmath_shapeAffineRect rect;
-        bool isSingular;
-    } rows[] = {
-        {"parallel sides", {5, 5, 30, 15, 10, 5}, true},
-        {"opposite sides", {5, 5, 4, -4, 8, -8}, true},
-        {"x side of no length", {5, 5, 0, 0, 0, 40}, true},
-        {"a single point", {5, 5, 0, 0, 0, 0}, true},
-        {"no number", {5, kNan, 30, 0, 0, 40}, false},
-        {"infinite side", {5, 5, 30, 0, 0, kInfinity}, false},
-        {"an inverse beyond the doubles", {1e308, 0, 1e-10, 0, 0, 1e-10}, false},
-    };
-    for (const auto &row : rows) {
-        for (const int32_t oneRow : {0, 1}) {
-            const kip_affineSampleParams params = {row.rect, 1, 16, 8};
-            kmath_xformLinear placement = kUntouched.rect;
-            const int32_t status = kip_affineSampleParams_getDestImageFromClientXform(&params, oneRow, &placement);
-            EXPECT_LT(status, 0) << row.name;
-            EXPECT_EQ(status == kmath_statusSingular, row.isSingular) << row.name;
-            EXPECT_EQ(placement, kUntouched.rect) << row.name;
         }
     }
 }

@@ -97,27 +97,13 @@ TEST(SourceFootprint, EnclosesEverySampleTightly)
 
 TEST(SourceFootprint, FailsWhereNoRectangleHoldsIt)
 {
-    const kmath_shapeAffineRect plain = {10, 10, 8, 0, 0, 8};
-    const auto expectFailure = [](const kmath_shapeAffineRect &rect, const kmath_xformLinear &map) {
-        kstd_rect32 found;
-        EXPECT_LT(footprint({rect, 1, 8, 8}, map, &found), 0);
-        EXPECT_EQ(found, kUntouched);
-    };
-    for (const auto element : kElements) {
-        for (const double bad : {kNan, kInfinity, -kInfinity, 1e308, 2e10, -2e10}) {
-            kmath_shapeAffineRect rect = plain;
-            rect.*element = bad;
-            expectFailure(rect, kIdentity);
-            kmath_xformLinear map = kIdentity;
-            map.*element = bad;
-            expectFailure(plain, map);
-        }
-    }
     const struct {
         const char *name;
         kmath_shapeAffineRect rect;
         kmath_xformLinear map = kIdentity;
     } rows[] = {
+        {"no number", {10, kNan, 8, 0, 0, 8}},
+        {"no number in the map", {10, 10, 8, 0, 0, 8}, {0, 0, 1, kNan, 0, 1}},
         {"beyond the doubles", {10, 10, 1e308, 0, 0, 8}, {0, 0, 100, 0, 0, 1}},
         {"corner beyond the doubles", {1.5e308, 0, 1.5e308, 0, 0, 8}},
         {"wider than 32 bits", {-2e9, 10, 4e9, 0, 0, 8}},
@@ -126,12 +112,9 @@ TEST(SourceFootprint, FailsWhereNoRectangleHoldsIt)
         {"the margin crosses the greatest coordinate", {2147483637.0, 10, 8, 0, 0, 8}},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        expectFailure(row.rect, row.map);
-    }
-    for (const int32_t size : {0, -1, INT32_MIN}) { // no failure is promised, only that nothing breaks
         kstd_rect32 found;
-        EXPECT_TRUE(footprint({plain, 1, size, 8}, kIdentity, &found) >= 0 || found == kUntouched);
+        EXPECT_LT(footprint({row.rect, 1, 8, 8}, row.map, &found), 0) << row.name;
+        EXPECT_EQ(found, kUntouched) << row.name;
     }
 }
 
