@@ -5,10 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <latch>
 #include <set>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -219,102 +216,51 @@ TEST(Image, SharesPixelsAndKeepsMapsWhateverFails)
     EXPECT_EQ(allocator.liveBlocks(), 0);
 }
 
-TEST(Image, CanBeSharedByThreads)
+// The pixels of windows in the middle are for the operations to show.
+TEST(Window, NarrowsNearTheEndsOf32Bits)
 {
-    const Image source(1, 64, 4);
-    firstByte(*source.get())[63] = 5;
-    std::latch start(4); // or the first would be done before the last exists
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&source, &start] {
-            start.arrive_and_wait();
-            for (int i = 0; i < 3000; ++i) {
-                Image own;
-                EXPECT_EQ(kimg_image_assign(own.get(), source.get()), 0);
-                EXPECT_EQ(firstByte(*own.get())[63], 5);
-            }
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(firstByte(*source.get())[63], 5);
-}
-
-TEST(Window, NarrowsToTheCommonPixels)
-{
-    Random random(31);
-    unsigned char pixels[4 * 400];
-    for (int round = 0; round < 10000; ++round) {
-        // Near 0 or near an end of 32 bits, the rectangle now and then far from the image.
-        const int32_t bases[] = {0, kMin32, kMax32};
-        const auto near = [&random](int64_t base, int32_t least, int32_t greatest) {
-            return static_cast<int32_t>(std::clamp<int64_t>(base + random.between32(least, greatest), kMin32, kMax32));
-        };
-        const int32_t base = random.pick(bases);
-        const int32_t base2 = random.oneIn(8) ? random.pick(bases) : base;
-        const int32_t sizes[] = {kMax32, kMin32, random.between32(-1, 16), random.between32(-1, 16)};
-        const int32_t bytesPerPixel = 1 << random.between32(0, 2);
-        const int32_t pitch = random.between32(8, 11) * random.sign();
+    unsigned char pixels[80] = {};
+    const struct {
+        const char *name;
+        kstd_rect32 asked;
+        int32_t x, y; // of the image of 8 x 6 pixels
+        kstd_rect32 common;
+        bool clips;
+    } rows[] = {
+        {"inside", {-1, 2, 3, 2}, -2, 1, {-1, 2, 3, 2}, false},
+        {"all of the plane", {kMin32, kMin32, kMax32, kMax32}, -20, -30, {-20, -30, 8, 6}, true},
+        {"across the last column", {kMax32 - 3, 0, kMax32, 2}, kMax32 - 7, 0, {kMax32 - 3, 0, 4, 2}, true},
+        {"across the first row", {0, kMin32, 2, 3}, 0, kMin32, {0, kMin32, 2, 3}, false},
+        {"at the other end", {kMax32 - 1, 0, 9, 9}, kMin32, 0, {kMin32, 0, 0, 0}, true},
+        {"of a negative size", {0, 0, -3, 4}, 0, 0, {0, 0, 0, 0}, false},
+        {"of the least size", {kMax32, kMax32, kMin32, kMin32}, 0, 0, {0, 0, 0, 0}, false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
         kimg_image image;
-        ASSERT_EQ(kimg_image_constructExternal(&image, bytesPerPixel, 8, 6, pitch, pixels + 800), 0);
-        image.x = near(base, -5, 5);
-        image.y = near(base, -5, 5);
-        const kstd_rect32 rect{near(base2, -9, 15), near(base2, -9, 15), random.pick(sizes), random.pick(sizes)};
-        // The model: the pixels of the image that lie in the rectangle.
-        int64_t count = 0;
-        int64_t left = image.x;
-        int64_t top = image.y;
-        for (int64_t y = int64_t{image.y} + 5; y >= image.y; --y) {
-            for (int64_t x = int64_t{image.x} + 7; x >= image.x; --x) {
-                if (x >= rect.x && x < int64_t{rect.x} + rect.width && y >= rect.y &&
-                    y < int64_t{rect.y} + rect.height) {
-                    ++count;
-                    left = x;
-                    top = y;
-                }
-            }
-        }
-        kimg_window window;
-        ASSERT_EQ(kimg_window_initWindow(&window, &image, &rect, 0), 0);
-        ASSERT_EQ(window.width * window.height, count);
-        ASSERT_TRUE(count > 0 || (window.width == 0 && window.height == 0));
-        ASSERT_EQ(window.x, left);
-        ASSERT_EQ(window.y, top);
-        ASSERT_EQ(window.pixels, pixels + 800 + ((top - image.y) * pitch + left - image.x) * bytesPerPixel);
-        ASSERT_EQ(window.fullWidth, 8);
-        ASSERT_EQ(window.fullHeight, 6);
-
-        kimg_windowConst narrowed;
+        ASSERT_EQ(kimg_image_constructExternal(&image, 1, 8, 6, -9, pixels + 60), 0);
+        image.x = row.x;
+        image.y = row.y;
+        kimg_windowConst window;
+        kimg_windowConst_init(&window, &image);
+        const kimg_windowConst whole = window;
+        const auto &[x, y, width, height] = row.asked;
         int32_t clipped = -1;
-        ASSERT_EQ(kimg_windowConst_init(&narrowed, &image), 0);
-        ASSERT_EQ(kimg_windowConst_window(&narrowed, rect.x, rect.y, rect.width, rect.height, &clipped), 0);
-        ASSERT_EQ(narrowed.pixels, window.pixels);
-        ASSERT_EQ(narrowed.width, window.width);
-        ASSERT_EQ(clipped != 0, int64_t{std::max(rect.width, 0)} * std::max(rect.height, 0) != count);
-
-        const kimg_windowConst asked{rect.width, rect.height, rect.x, rect.y, 0, 0, 0, 0, 16, pixels, 1};
-        const kimg_image askedImage{rect.width, rect.height, rect.x, rect.y, nullptr};
-        kimg_windowConst_init(&narrowed, &image);
-        kstd_rect32 common[2] = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
-        int32_t empty[2] = {-1, -1};
-        ASSERT_EQ(kimg_windowConst_gcr(&narrowed, &asked, &common[0], &empty[0]), 0);
-        ASSERT_EQ(kimg_imageConst_gcr(&askedImage, &image, &common[1], &empty[1]), 0);
-        const kstd_rect32 expected{window.x, window.y, window.width, window.height};
-        for (int i = 0; i < 2; ++i) {
-            ASSERT_EQ(empty[i] != 0, count == 0);
-            ASSERT_EQ(common[i], count == 0 ? kstd_rect32{} : expected);
-        }
-        ASSERT_EQ(kimg_image_destruct(&image), 0);
+        EXPECT_EQ(kimg_windowConst_window(&window, x, y, width, height, &clipped), 0);
+        EXPECT_EQ((kstd_rect32{window.x, window.y, window.width, window.height}), row.common);
+        EXPECT_EQ(clipped != 0, row.clips);
+        const unsigned char *const first = pixels + 60 - 9 * (window.y - row.y) + (window.x - row.x);
+        EXPECT_TRUE(window.width == 0 || window.pixels == first);
+        const kimg_windowConst asked{width, height, x, y, 0, 0, 0, 0, 16, pixels, 1};
+        kstd_rect32 common = {-1, -1, -1, -1};
+        int32_t empty = -1;
+        EXPECT_EQ(kimg_windowConst_gcr(&whole, &asked, &common, &empty), 0);
+        EXPECT_EQ(empty != 0, row.common.width == 0);
+        EXPECT_EQ(common, empty != 0 ? kstd_rect32{} : row.common);
+        EXPECT_EQ(kimg_image_destruct(&image), 0);
     }
-}
-
-TEST(Window, OfNothingOrOfAnEndlessPitchHolds)
-{
     kimg_window window;
-    std::memset(&window, 0x55, sizeof window);
     EXPECT_EQ(kimg_window_initUnbound(&window), 0);
-    EXPECT_EQ(window.width | window.height | window.originX | window.originY | window.pitch, 0);
-    EXPECT_EQ(window.pixels, nullptr);
     int32_t clipped = 0;
     EXPECT_EQ(kimg_window_window(&window, 3, 3, 5, 5, &clipped), 0);
     EXPECT_NE(clipped, 0);
@@ -322,13 +268,4 @@ TEST(Window, OfNothingOrOfAnEndlessPitchHolds)
     window = {4, 4, 0, 0, 0, 0, 4, 4, 4, nullptr, 1}; // sized by its maker, pixels still to come
     EXPECT_EQ(kimg_window_window(&window, 1, 1, 2, 2, nullptr), 0);
     EXPECT_EQ(window.pixels, nullptr);
-
-    unsigned char pixels[4] = {};
-    kimg_image image;
-    ASSERT_EQ(kimg_image_constructExternal(&image, 1, 4, 1, kMin32, pixels), 0);
-    window = windowOf(image);
-    EXPECT_EQ(window.pitch, kMin32);
-    EXPECT_EQ(kimg_window_window(&window, 1, 0, 2, 1, nullptr), 0);
-    EXPECT_EQ(window.pixels, pixels + 1);
-    EXPECT_EQ(kimg_image_destruct(&image), 0);
 }

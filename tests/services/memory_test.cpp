@@ -172,20 +172,6 @@ TEST(Memory, blocksKeepTheirBytesAndTheirAllocator)
         ksys_memory_free_internal(&block.at);
 }
 
-TEST(Memory, incompleteHooksAreNotInstalled)
-{
-    FailingAllocator allocator;
-    const auto &[alloc, realloc, free, context] = kPlainHooks;
-    for (const ksys_memoryHooks &hooks : {ksys_memoryHooks{nullptr, realloc, free, context},
-                                          {alloc, nullptr, free, context},
-                                          {alloc, realloc, nullptr, context}})
-        EXPECT_EQ(ksys_memory_setHooks(&hooks), ksys_statusBadArgument);
-    void *block = nullptr;
-    EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
-    EXPECT_EQ(allocator.requests(), 1);
-    ksys_memory_free_internal(&block);
-}
-
 // Run under the thread sanitizer: hooks change while other threads take, resize and free blocks.
 TEST(Memory, hooksChangeUnderRunningThreads)
 {
@@ -214,34 +200,6 @@ TEST(Memory, hooksChangeUnderRunningThreads)
         thread.join();
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(allocator.liveBlocks(), 0);
-}
-
-TEST(Memory, copiesRectangles)
-{
-    Random random(52);
-    for (int round = 0; round < 3000; ++round) {
-        const int32_t rowBytes = random.between32(-1, 7);
-        const int32_t rows = random.between32(-1, 5);
-        const auto pitch = [&] { return random.oneIn(3) ? rowBytes : random.between32(7, 13) * random.sign(); };
-        const int32_t sourcePitch = random.oneIn(9) ? 0 : pitch(); // one row, spread out
-        const int32_t destinationPitch = pitch();
-        std::vector<uint8_t> source(140);
-        writeCounting(source.data(), source.size());
-        std::vector<uint8_t> destination(140, 0xEE);
-        std::vector<uint8_t> expected = destination;
-        for (int32_t y = 0; y < rows; ++y) {
-            for (int32_t x = 0; x < rowBytes; ++x)
-                expected[static_cast<size_t>(60 + y * destinationPitch + x)] =
-                    source[static_cast<size_t>(60 + y * sourcePitch + x)];
-        }
-        uint8_t *const from = source.data() + 60;
-        ASSERT_EQ(ksys_memory_copyRect(rowBytes, rows, sourcePitch, destinationPitch, from, destination.data() + 60),
-                  0);
-        ASSERT_EQ(destination, expected) << rowBytes << " x " << rows << ", " << sourcePitch << ", "
-                                         << destinationPitch;
-        ASSERT_EQ(ksys_memory_copyRect(rowBytes, rows, sourcePitch, sourcePitch, from, from), 0);
-        ASSERT_TRUE(isCounting(source.data(), source.size()));
-    }
 }
 
 } // namespace

@@ -207,28 +207,15 @@ TEST(CopyAndFill, WriteExactlyTheirPixelsOrRefuse)
 
 TEST(Maximum, LooksAtEveryPixelOfTheWindowAndAtNoOther)
 {
-    Random random(23);
-    for (int round = 0; round < 2000; ++round) {
-        Bytes buffer = randomBytes(random, 800);
-        const kimg_window window = randomWindow(random, buffer, 4);
-        uint32_t expected = 0;
-        for (int32_t y = 0; y < window.height; ++y) {
-            for (int32_t x = 0; x < window.width; ++x) {
-                uint32_t value;
-                std::memcpy(&value, at(window, x, y), sizeof value);
-                expected = std::max(expected, value);
-            }
-        }
-        uint32_t maximum = 0;
-        const kimg_windowConst readable = readOnly(window);
-        EXPECT_EQ(kip_pelUnaryMaxWindow32(&readable, &maximum), 0);
-        EXPECT_EQ(maximum, expected) << describe(window);
-    }
+    const uint32_t values[] = {9, 1, 2, 7, 3, 8, 5, 9};
     uint32_t maximum = 77;
     uint16_t pixel = 5;
+    const kimg_windowConst window = {2, 2, 0, 0, 0, 0, 2, 2, 3, values + 1, 4};
     const kimg_windowConst none{};
     const kimg_windowConst narrow = readOnly(windowOver(&pixel, 2, 1, 1, 1));
     EXPECT_EQ(kip_pelUnaryMaxWindow32(&none, &maximum), kip_pelStatusEmpty);
     EXPECT_EQ(kip_pelUnaryMaxWindow32(&narrow, &maximum), kip_pelStatusPixelSize);
     EXPECT_EQ(maximum, 77u);
+    EXPECT_EQ(kip_pelUnaryMaxWindow32(&window, &maximum), 0);
+    EXPECT_EQ(maximum, 8u);
 }

@@ -17,34 +17,6 @@ constexpr size_t kNoiseBytes = size_t{1} << 17;
 constexpr kmath_xformLinear kMapBefore = {7, -3, 2, 0.5, 0.25, 4};
 constexpr uint8_t kBefore = 0x5A; // what results hold before a call
 
-constexpr int32_t kStatuses[] = {
-    kip_statusProjectionSourceUnbound,
-    kip_statusProjectionWouldClip,
-    kip_statusProjectionOutsideSource,
-    kip_statusTransformSourceUnbound,
-    kip_statusTransformWouldClip,
-    kip_statusTransformOutsideSource,
-    kip_statusSizeBelowOne,
-    kip_statusSourceTooLarge,
-    kip_statusProjectionModeUnsupported,
-    kip_statusUnknownMode,
-    kip_statusWindowMismatch,
-    kip_statusPixelDepth,
-    kip_statusCacheNotConstructed,
-    kip_statusMisaligned,
-    kip_pelStatusOverlap,
-    kimg_statusNoPixels,
-    kimg_statusBadSize,
-    kimg_statusTooLarge,
-    kmath_statusNotFinite,
-    kmath_statusSingular,
-    kmath_statusOutOfRange,
-    kstd_statusNegativeSize,
-    kstd_statusTooLarge,
-    ksys_statusOutOfMemory,
-    ksys_statusSizeTooLarge,
-};
-
 int32_t resultPixelBytes(const SamplingCall &call)
 {
     return isProjection(call.operation) || isSum(call.operation) ? 4 : call.bytesPerPixel;
@@ -358,11 +330,11 @@ struct Written {
 Written writtenInFailure(const SamplingCall &call, int32_t status)
 {
     const bool isOutside = status == kip_statusTransformOutsideSource || status == kip_statusProjectionOutsideSource;
-    const bool isRefusal = std::find(std::begin(kStatuses), std::end(kStatuses), status) != std::end(kStatuses) &&
-                           status != ksys_statusOutOfMemory && status != ksys_statusSizeTooLarge && !isOutside;
+    const bool isOfMemory = status == ksys_statusOutOfMemory || status == ksys_statusSizeTooLarge;
+    const bool isRefusal = status != kStopped && !isOfMemory && !isOutside;
     switch (call.operation) {
     case Operation::transformClipped: // stopped by attention, it has not begun
-        return {isOutside || status == ksys_statusOutOfMemory || status == ksys_statusSizeTooLarge, false};
+        return {isOutside || isOfMemory, false};
     case Operation::projectClipped:
     case Operation::projectClippedWindow:
         return {!isRefusal, !isRefusal && !isOutside};
@@ -552,9 +524,8 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
     outcome.status = invoke(in);
     if (aroundInvocation != nullptr)
         aroundInvocation(false);
-    const int32_t *const end = std::end(kStatuses);
-    if (outcome.status < 0 && outcome.status != kStopped && std::find(kStatuses, end, outcome.status) == end)
-        outcome.fault = "unknown status; ";
+    if (outcome.status < 0 && outcome.status != kStopped && static_cast<uint32_t>(outcome.status) >> 12 != 0x80000)
+        outcome.fault = "a status of no library; ";
     outcome.fault += in.fault;
     if (call.isInPlace || call.operation == Operation::analyse)
         outcome.fault += result.strayWrite();

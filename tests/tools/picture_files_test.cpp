@@ -82,31 +82,6 @@ TEST(PictureFiles, EveryCutIsRefused)
     }
 }
 
-// Whatever the bytes, decoding gives a picture or a Failure.
-TEST(PictureFiles, DamageNeverDoesMore)
-{
-    std::mt19937 random(7);
-    int refused = 0;
-    for (const RoundTrip &c : kRoundTrips) {
-        const Bytes whole = encode(c.format, randomPicture(13, 5, c.channels, c.depth, 8));
-        for (int i = 0; i < 400; ++i) {
-            Bytes damaged = whole;
-            for (int flips = 1 + i % 4; flips > 0; --flips)
-                damaged[random() % std::min<size_t>(damaged.size(), i % 2 == 0 ? 64 : damaged.size())] ^=
-                    static_cast<uint8_t>(1 + random() % 255);
-            Format format{};
-            try {
-                const Picture picture = decodePicture(damaged, &format);
-                EXPECT_EQ(rowSamples(picture) * static_cast<size_t>(picture.height),
-                          std::visit([](const auto &samples) { return samples.size(); }, picture.samples));
-            } catch (const Failure &) {
-                ++refused;
-            }
-        }
-    }
-    EXPECT_GT(refused, 1000);
-}
-
 TEST(PictureFiles, PgmHeaders)
 {
     const auto decode = [](const std::string &text) { return decodePgm(Bytes(text.begin(), text.end())); };
@@ -137,7 +112,6 @@ struct PngKind {
     int colourType, bits, interlace;
 };
 
-// A file whose last row is empty ends after its first one.
 Bytes writePng(const PngKind &kind, uint32_t width, const std::vector<Bytes> &rows,
                const std::vector<png_color> &palette)
 {
@@ -163,12 +137,8 @@ Bytes writePng(const PngKind &kind, uint32_t width, const std::vector<Bytes> &ro
     for (const Bytes &row : rows)
         pointers.push_back(row.data());
     png_set_interlace_handling(png);
-    if (!rows.back().empty()) {
-        png_write_image(png, const_cast<png_bytepp>(pointers.data()));
-        png_write_end(png, nullptr);
-    } else {
-        png_write_row(png, pointers[0]);
-    }
+    png_write_image(png, const_cast<png_bytepp>(pointers.data()));
+    png_write_end(png, nullptr);
     png_destroy_write_struct(&png, &info);
     return file;
 }
@@ -176,36 +146,28 @@ Bytes writePng(const PngKind &kind, uint32_t width, const std::vector<Bytes> &ro
 TEST(PictureFiles, OtherKindsOfPng)
 {
     const std::vector<png_color> palette = {{200, 200, 200}, {10, 20, 30}, {0, 0, 255}};
-    const auto grey = [](const Bytes &file) { return samples8(toGrey(decodePng(file))); };
     for (const int interlace : {PNG_INTERLACE_NONE, PNG_INTERLACE_ADAM7}) {
-        EXPECT_EQ(grey(writePng({"1 bit", PNG_COLOR_TYPE_GRAY, 1, interlace}, 3, {{0xa0}, {0x40}}, {})),
-                  (Bytes{255, 0, 255, 0, 255, 0}));
-        EXPECT_EQ(grey(writePng({"2 bits", PNG_COLOR_TYPE_GRAY, 2, interlace}, 4, {{0x1b}}, {})),
-                  (Bytes{0, 85, 170, 255}));
-        EXPECT_EQ(grey(writePng({"4 bits", PNG_COLOR_TYPE_GRAY, 4, interlace}, 3, {{0x1f, 0x50}}, {})),
-                  (Bytes{17, 255, 85}));
-        EXPECT_EQ(grey(writePng({"palette", PNG_COLOR_TYPE_PALETTE, 2, interlace}, 3, {{0x18}}, palette)),
-                  (Bytes{200, 18, 29}));
-        EXPECT_EQ(grey(writePng({"grey, alpha", PNG_COLOR_TYPE_GRAY_ALPHA, 8, interlace}, 2, {{9, 0, 8, 255}}, {})),
-                  (Bytes{9, 8}));
-        EXPECT_EQ(grey(writePng({"colour, alpha", PNG_COLOR_TYPE_RGB_ALPHA, 8, interlace}, 1, {{10, 20, 30, 0}}, {})),
-                  (Bytes{18}));
+        const struct {
+            PngKind kind;
+            uint32_t width;
+            std::vector<Bytes> rows;
+            Bytes grey;
+        } rows[] = {
+            {{"1 bit", PNG_COLOR_TYPE_GRAY, 1, interlace}, 3, {{0xa0}, {0x40}}, {255, 0, 255, 0, 255, 0}},
+            {{"2 bits", PNG_COLOR_TYPE_GRAY, 2, interlace}, 4, {{0x1b}}, {0, 85, 170, 255}},
+            {{"4 bits", PNG_COLOR_TYPE_GRAY, 4, interlace}, 3, {{0x1f, 0x50}}, {17, 255, 85}},
+            {{"palette", PNG_COLOR_TYPE_PALETTE, 2, interlace}, 3, {{0x18}}, {200, 18, 29}},
+            {{"grey, alpha", PNG_COLOR_TYPE_GRAY_ALPHA, 8, interlace}, 2, {{9, 0, 8, 255}}, {9, 8}},
+            {{"colour, alpha", PNG_COLOR_TYPE_RGB_ALPHA, 8, interlace}, 1, {{10, 20, 30, 0}}, {18}},
+        };
+        for (const auto &row : rows) {
+            const bool hasPalette = row.kind.colourType == PNG_COLOR_TYPE_PALETTE;
+            const Bytes file = writePng(row.kind, row.width, row.rows, hasPalette ? palette : std::vector<png_color>{});
+            EXPECT_EQ(samples8(toGrey(decodePng(file))), row.grey) << row.kind.name;
+        }
         const Picture wide =
             decodePng(writePng({"16 bits, alpha", PNG_COLOR_TYPE_GRAY_ALPHA, 16, interlace}, 1, {{1, 2, 3, 4}}, {}));
         EXPECT_EQ(std::get<1>(wide.samples), (std::vector<uint16_t>{0x0102}));
-    }
-}
-
-TEST(PictureFiles, PngThatClaimsMorePixelsThanItCanHoldIsRefused)
-{
-    std::vector<Bytes> rows(4000);
-    rows[0] = samples8(randomPicture(60000, 1, 1, 8, 10)); // more than libpng holds back
-    const Bytes file = writePng({"first row only", PNG_COLOR_TYPE_GRAY, 8, PNG_INTERLACE_NONE}, 60000, rows, {});
-    try {
-        decodePng(file);
-        ADD_FAILURE();
-    } catch (const Failure &failure) {
-        EXPECT_STREQ(failure.what(), "damaged PNG: the file is too short for its size in pixels");
     }
 }
 
@@ -219,18 +181,12 @@ struct TiffKind {
 
 const TiffKind kTiffKinds[] = {
     {"1 bit, white is 0", 1, 1, PHOTOMETRIC_MINISWHITE, PLANARCONFIG_CONTIG, COMPRESSION_CCITTFAX4, 7, "w"},
-    {"2 bits", 2, 1, PHOTOMETRIC_MINISBLACK, PLANARCONFIG_CONTIG, COMPRESSION_NONE, 100, "w"},
     {"4 bits, tiles", 4, 1, PHOTOMETRIC_MINISBLACK, PLANARCONFIG_CONTIG, COMPRESSION_PACKBITS, 0, "w"},
     {"8 bits, tiles", 8, 1, PHOTOMETRIC_MINISBLACK, PLANARCONFIG_CONTIG, COMPRESSION_LZW, 0, "w8"},
-    {"8 bits, white is 0", 8, 1, PHOTOMETRIC_MINISWHITE, PLANARCONFIG_CONTIG, COMPRESSION_ADOBE_DEFLATE, 1, "wl"},
-    {"16 bits, big-endian", 16, 1, PHOTOMETRIC_MINISBLACK, PLANARCONFIG_CONTIG, COMPRESSION_NONE, 4, "wb"},
     {"16 bits, white is 0", 16, 1, PHOTOMETRIC_MINISWHITE, PLANARCONFIG_CONTIG, COMPRESSION_LZW, 0, "wb"},
-    {"grey with alpha", 8, 2, PHOTOMETRIC_MINISBLACK, PLANARCONFIG_CONTIG, COMPRESSION_NONE, 5, "w"},
     {"grey with alpha, planes", 16, 2, PHOTOMETRIC_MINISBLACK, PLANARCONFIG_SEPARATE, COMPRESSION_NONE, 5, "w"},
     {"colour with alpha", 8, 4, PHOTOMETRIC_RGB, PLANARCONFIG_CONTIG, COMPRESSION_LZW, 3, "w"},
-    {"colour, planes", 8, 3, PHOTOMETRIC_RGB, PLANARCONFIG_SEPARATE, COMPRESSION_LZW, 6, "w"},
     {"colour, planes, tiles", 16, 3, PHOTOMETRIC_RGB, PLANARCONFIG_SEPARATE, COMPRESSION_ADOBE_DEFLATE, 0, "wb"},
-    {"palette, 4 bits", 4, 1, PHOTOMETRIC_PALETTE, PLANARCONFIG_CONTIG, COMPRESSION_NONE, 9, "w"},
     {"palette, tiles", 8, 1, PHOTOMETRIC_PALETTE, PLANARCONFIG_CONTIG, COMPRESSION_LZW, 0, "w"},
 };
 
@@ -355,39 +311,6 @@ TEST(PictureFiles, OtherKindsOfTiff)
             EXPECT_THROW(decodeTiff(Bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length))), Failure);
     }
     std::filesystem::remove(path);
-}
-
-TEST(PictureFiles, TiffOfPhotographs)
-{
-    if (TIFFIsCODECConfigured(COMPRESSION_JPEG) == 0)
-        GTEST_SKIP() << "this libtiff knows no JPEG";
-    const std::string path = testing::TempDir() + "kip_tiff_photograph.tif";
-    TIFF *tiff = TIFFOpen(path.c_str(), "w");
-    ASSERT_NE(tiff, nullptr);
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, 20);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, 16);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR);
-    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
-    TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
-    for (uint32_t y = 0; y < 16; ++y) { // dark above, orange below
-        Bytes row;
-        for (int x = 0; x < 20; ++x)
-            for (const int sample : {220, 120, 40})
-                row.push_back(static_cast<uint8_t>(y < 8 ? 30 : sample));
-        ASSERT_EQ(TIFFWriteScanline(tiff, row.data(), y, 0), 1);
-    }
-    TIFFClose(tiff);
-    const Picture picture = readPicture(path).picture;
-    std::filesystem::remove(path);
-    ASSERT_EQ(picture.channels, 3);
-    const uint8_t *const above = &samples8(picture)[0], *const below = &samples8(picture)[(15 * 20 + 10) * 3];
-    for (const auto &[got, expected] :
-         {std::pair<int, int>{above[0], 30}, {below[0], 220}, {below[1], 120}, {below[2], 40}})
-        EXPECT_NEAR(got, expected, 6);
 }
 
 TEST(PictureFiles, TiffOfFloatsIsRefused)

@@ -5,6 +5,7 @@
 #include "status_names.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -283,56 +284,50 @@ TEST_F(Tool, ClipFillsWithBlackAndTellsWhere)
     }
 }
 
-TEST_F(Tool, TimeTellsMillisecondsAndMegapixels)
+TEST_F(Tool, PrintsAndWritesWhatItFound)
 {
-    const Outcome result = run("transform in16.png out.png --rect 10,12,30,20 --angle 5 --time");
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.out.rfind("30 x 20, 16 bits, bilinear: ", 0), 0u) << result.out;
-    EXPECT_NE(result.out.find(" ms, "), std::string::npos) << result.out;
-    EXPECT_NE(result.out.find(" Mpixel/s (median of "), std::string::npos) << result.out;
-}
-
-TEST_F(Tool, InfoTellsSizeDepthAndValues)
-{
-    Picture picture = makePicture(2, 2, 1, 16);
-    picture.samples = std::vector<uint16_t>{7, 4000, 40, 300};
-    writePicture(at("four.tif"), picture);
-    EXPECT_EQ(run("info four.tif").out,
-              "format: TIFF, grey\nsize: 2 x 2\ndepth: 16 bits\nvalues: 7 to 4000, mean 1086.75\n");
-}
-
-TEST_F(Tool, SumsOfRowsAndColumnsOfAWindow)
-{
-    Picture picture = makePicture(4, 3, 1, 8);
-    picture.samples = std::vector<uint8_t>{1, 2, 3, 4, 10, 20, 30, 40, 100, 200, 255, 255};
-    writePicture(at("small.pgm"), picture);
-    EXPECT_EQ(run("sums small.pgm --axis rows").out, "row,sum\n0,10\n1,100\n2,810\n");
-    EXPECT_EQ(run("sums small.pgm --axis columns --window 1,0,3,2").out, "column,sum\n0,22\n1,33\n2,44\n");
-    EXPECT_EQ(run("sums small.pgm --axis columns --window 4,1,0,2").out, "column,sum\n");
-    EXPECT_EQ(run("sums small.pgm --axis columns -o out.json --plot plot.svg").out, "");
-    EXPECT_EQ(textOf(at("out.json")), "{\"axis\": \"column\", \"quantity\": \"sum\", \"samples\": 3, \"first\": 0, "
-                                      "\"end\": 4,\n \"values\": [111, 222, 288, 299]}\n");
-    EXPECT_NE(textOf(at("plot.svg")).find("</svg>"), std::string::npos);
-}
-
-TEST_F(Tool, ProjectAddsUpColumnsOfARectangle)
-{
-    Picture picture = makePicture(8, 4, 1, 16);
-    auto &samples = std::get<std::vector<uint16_t>>(picture.samples);
+    Picture four = makePicture(2, 2, 1, 16);
+    four.samples = std::vector<uint16_t>{7, 4000, 40, 300};
+    writePicture(at("four.tif"), four);
+    Picture small = makePicture(4, 3, 1, 8);
+    small.samples = std::vector<uint8_t>{1, 2, 3, 4, 10, 20, 30, 40, 100, 200, 255, 255};
+    writePicture(at("small.pgm"), small);
+    Picture steps = makePicture(8, 4, 1, 16);
+    auto &samples = std::get<std::vector<uint16_t>>(steps.samples);
     for (size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<uint16_t>(i % 8 < 2 ? 40 : 1000 * (i / 8));
-    writePicture(at("steps.tif"), picture);
-    EXPECT_EQ(run("project steps.tif --rect 1,1,3,2").out, "column,sum\n0,80\n1,3000\n2,3000\n");
-    EXPECT_EQ(run("project steps.tif --rect 1,1,3,2 --mean --clip").out, "column,mean\n0,40\n1,1500\n2,1500\n");
-    EXPECT_EQ(run("project steps.tif --rect 2,1,3,3 --angle 90").out, "column,sum\n0,3000\n1,6000\n2,9000\n");
-    EXPECT_EQ(run("project steps.tif --rect=-1,-1,3,3 --clip").out, "column,sum,coverage\n0,0,0\n1,80,2\n2,80,2\n");
-    EXPECT_EQ(run("project steps.tif --rect=-1,-1,3,3 --clip --mean -o out.json --plot plot.png").out, "");
-    EXPECT_EQ(textOf(at("out.json")),
-              "{\"axis\": \"column\", \"quantity\": \"mean\", \"samples\": 3, \"first\": 1, \"end\": 3,\n"
-              " \"values\": [null, 40, 40],\n \"coverage\": [0, 2, 2]}\n");
+    writePicture(at("steps.tif"), steps);
+    const struct {
+        const char *arguments, *out;
+        const char *json = ""; // in out.json
+    } rows[] = {
+        {"info four.tif", "format: TIFF, grey\nsize: 2 x 2\ndepth: 16 bits\nvalues: 7 to 4000, mean 1086.75\n"},
+        {"sums small.pgm --axis rows", "row,sum\n0,10\n1,100\n2,810\n"},
+        {"sums small.pgm --axis columns --window 1,0,3,2", "column,sum\n0,22\n1,33\n2,44\n"},
+        {"sums small.pgm --axis columns --window 4,1,0,2", "column,sum\n"},
+        {"sums small.pgm --axis columns -o out.json --plot plot.svg", "",
+         "{\"axis\": \"column\", \"quantity\": \"sum\", \"samples\": 3, \"first\": 0, \"end\": 4,\n \"values\": [111, "
+         "222, 288, 299]}\n"},
+        {"project steps.tif --rect 1,1,3,2", "column,sum\n0,80\n1,3000\n2,3000\n"},
+        {"project steps.tif --rect 1,1,3,2 --mean --clip", "column,mean\n0,40\n1,1500\n2,1500\n"},
+        {"project steps.tif --rect 2,1,3,3 --angle 90", "column,sum\n0,3000\n1,6000\n2,9000\n"},
+        {"project steps.tif --rect=-1,-1,3,3 --clip", "column,sum,coverage\n0,0,0\n1,80,2\n2,80,2\n"},
+        {"project steps.tif --rect=-1,-1,3,3 --clip --mean -o out.json --plot plot.png", "",
+         "{\"axis\": \"column\", \"quantity\": \"mean\", \"samples\": 3, \"first\": 1, \"end\": 3,\n \"values\": "
+         "[null, "
+         "40, 40],\n \"coverage\": [0, 2, 2]}\n"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(run(row.arguments).out, row.out) << row.arguments;
+        EXPECT_TRUE(*row.json == '\0' || textOf(at("out.json")) == row.json) << row.arguments;
+    }
+    EXPECT_NE(textOf(at("plot.svg")).find("</svg>"), std::string::npos);
     EXPECT_EQ(readPicture(at("plot.png")).picture.width, 800);
-    const Outcome timed = run("project steps.tif --rect 1,1,3,2 --time");
-    EXPECT_EQ(timed.error.rfind("3 x 2 samples, bilinear: ", 0), 0u) << timed.error;
+    const Outcome timed = run("transform in16.png out.png --rect 10,12,30,20 --angle 5 --time");
+    EXPECT_EQ(timed.out.rfind("30 x 20, 16 bits, bilinear: ", 0), 0u) << timed.out;
+    EXPECT_NE(timed.out.find(" Mpixel/s (median of "), std::string::npos) << timed.out;
+    const Outcome project = run("project steps.tif --rect 1,1,3,2 --time");
+    EXPECT_EQ(project.error.rfind("3 x 2 samples, bilinear: ", 0), 0u) << project.error;
 }
 
 // The overlay helps most when the rectangle is refused, so it is drawn then too.
@@ -384,16 +379,15 @@ TEST_F(Tool, ComposeEnlargesByWholeFactorsAndReduces)
     writePicture(at("large.pgm"), large);
     ASSERT_EQ(run("compose over.png one=dots.png - large.pgm --width 16").exitCode, 0);
     const Picture over = readPicture(at("over.png")).picture;
-    size_t red = 0, darkest = 0, grey = 0;
-    for (size_t i = 0; i < samples8(over).size(); i += 3) {
-        const uint8_t *p = &samples8(over)[i];
-        red += p[0] == 255 && p[1] == 0 && p[2] == 0;
-        darkest += p[0] == 1 && p[1] == 2 && p[2] == 3;
-        grey += p[0] == 90 && p[1] == 90 && p[2] == 90;
-    }
-    EXPECT_EQ(red, 25u); // 16 / 3 = 5 times
-    EXPECT_EQ(darkest, 25u);
-    EXPECT_EQ(grey, 15u * 8u); // 100 / 7 and 50 / 7, rounded up
+    const auto count = [&](std::array<uint8_t, 3> colour) {
+        size_t found = 0;
+        for (size_t i = 0; i < samples8(over).size(); i += 3)
+            found += std::equal(colour.begin(), colour.end(), &samples8(over)[i]);
+        return found;
+    };
+    EXPECT_EQ(count({255, 0, 0}), 25u); // 16 / 3 = 5 times
+    EXPECT_EQ(count({1, 2, 3}), 25u);
+    EXPECT_EQ(count({90, 90, 90}), 15u * 8u); // 100 / 7 and 50 / 7, rounded up
 }
 
 TEST(Drawing, LinesFarOutsideDoNoHarm)

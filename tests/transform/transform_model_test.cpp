@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include "support/crash_note.h"
-#include "support/depths.h"
 #include "support/draw_call.h"
 #include "support/levels.h"
 #include "support/sampling_call.h"
@@ -28,8 +27,8 @@ constexpr Operation kSampling[] = {
     Operation::project,       Operation::projectNorm,    Operation::transformClipped,
     Operation::projectWindow, Operation::projectClipped, Operation::projectClippedWindow};
 
-// Depth and mode.
-class SamplingModel : public testing::TestWithParam<DepthAndMode> {
+// Bytes per pixel and mode.
+class SamplingModel : public testing::TestWithParam<std::tuple<int32_t, uint32_t>> {
 protected:
     ~SamplingModel() override { ksys_jobThreadGroup_setThreadCount(0); }
 
@@ -78,7 +77,8 @@ protected:
     Random random{30100 + 10 * std::get<1>(GetParam()) + static_cast<uint64_t>(std::get<0>(GetParam()))};
 };
 
-INSTANTIATE_TEST_SUITE_P(DepthsAndModes, SamplingModel, depthsAndModes(3), depthAndModeName);
+INSTANTIATE_TEST_SUITE_P(BytesAndModes, SamplingModel,
+                         testing::Combine(testing::Values(1, 2), testing::Values(0u, 1u, 2u, 3u)));
 
 // Sides are drawn between two lengths; so is the pitch, or it is hardly longer than a row.
 struct Scene {
