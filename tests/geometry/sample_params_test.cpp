@@ -1,4 +1,3 @@
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -6,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <kip/kip.h>
 
-#include "support/random.h"
 #include "support/records.h"
 
 namespace {
@@ -81,32 +79,6 @@ TEST(SampleParamsPlacement, IsExactForDyadicRectangles)
         kmath_xformLinear placement{};
         ASSERT_GE(kip_affineSampleParams_getDestImageFromClientXform(&row.params, row.oneRow, &placement), 0);
         EXPECT_EQ(placement, row.expected) << row.name;
-    }
-}
-
-TEST(SampleParamsPlacement, TakesTheRectanglesCornersToTheDestinations)
-{
-    Random random(11);
-    for (int i = 0; i < 500; ++i) {
-        const double angle = random.between(0.0, 6.3);
-        const double width = random.between(1.0, 900.0);
-        const double height = random.between(1.0, 900.0);
-        const double shear = random.between(-0.5, 0.5);
-        const kmath_shapeAffineRect rect = {
-            random.between(-1e4, 1e4),         random.between(-1e4, 1e4), width * std::cos(angle),
-            -height * std::sin(angle + shear), width * std::sin(angle),   height * std::cos(angle + shear),
-        };
-        const kip_affineSampleParams params = {rect, 0, random.between32(1, 700), random.between32(1, 700)};
-        const int32_t oneRow = random.between32(0, 1);
-        kmath_xformLinear placement;
-        ASSERT_GE(kip_affineSampleParams_getDestImageFromClientXform(&params, oneRow, &placement), 0);
-        const double rows = oneRow != 0 ? 1.0 : params.destHeight;
-        for (const auto &[u, v] : {kmath_vect{0, 0}, {1, 0}, {0, 1}}) {
-            const double x = rect.e0 * u + rect.e1 * v + rect.tx;
-            const double y = rect.e2 * u + rect.e3 * v + rect.ty;
-            EXPECT_NEAR(placement.e0 * x + placement.e1 * y + placement.tx, u * params.destWidth, 1e-7) << "case " << i;
-            EXPECT_NEAR(placement.e2 * x + placement.e3 * y + placement.ty, v * rows, 1e-7) << "case " << i;
-        }
     }
 }
 

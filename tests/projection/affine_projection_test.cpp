@@ -74,7 +74,7 @@ TEST(AffineProjection, SumsWrap)
 TEST(AffineProjection, WindowsWithoutPixels)
 {
     Pixels pixels(1, 64, 48);
-    kimg_windowConst source = pixels.windowConst();
+    kimg_windowConst source = {64, 48, 0, 0, 0, 0, 64, 48, 64, pixels.memory.data(), 1};
     const kmath_xformLinear map = {0, 0, 1, 0, 0, 1};
     const kip_affineSampleParams inside = {{20.25, 8.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16};
     const kip_affineSampleParams aligned = {{20, 8, 32, 0, 0, 16}, kip_affineModeBilinear, 32, 16};

@@ -1,9 +1,6 @@
 // Sums of rows and columns in every orientation against a model, at every level of the processor.
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -11,46 +8,19 @@
 #include <kip/kip.h>
 
 #include "projection/sum_kernels.h"
-#include "projection/window_sums.h"
 #include "projection/window_sums_packed.h"
-#include "support/call_meaning.h"
 #include "support/crash_note.h"
 #include "support/levels.h"
 #include "support/random.h"
+#include "support/sampling_call.h"
 #include "support/target_region.h"
+#include "support/turns.h"
 
 namespace kip::test {
 
 namespace {
 
 using Sums = std::vector<uint32_t>;
-
-constexpr struct Orientation {
-    kip_affine_imageAlignment code;
-    bool ofColumns, isReversed;
-} kOrientations[] = {
-    {kip_affine_alignIdentity, true, false},
-    {kip_affine_alignRotate90, false, false},
-    {kip_affine_alignRotate180, true, true},
-    {kip_affine_alignRotate270, false, true},
-    {kip_affine_alignTranspose, false, false},
-    {kip_affine_alignRotate90Transpose, true, true},
-    {kip_affine_alignRotate180Transpose, false, true},
-    {kip_affine_alignRotate270Transpose, true, false},
-    {kip_affine_alignNone, false, false},
-    {INT32_MIN, false, false},
-};
-
-Sums modelSums(const kimg_windowConst &window, const Orientation &orientation)
-{
-    Sums sums(static_cast<size_t>(orientation.ofColumns ? window.width : window.height));
-    for (int32_t y = 0; y < window.height; ++y)
-        for (int32_t x = 0; x < window.width; ++x)
-            sums[static_cast<size_t>(orientation.ofColumns ? x : y)] += static_cast<uint32_t>(valueAt(window, x, y));
-    if (orientation.isReversed)
-        std::reverse(sums.begin(), sums.end());
-    return sums;
-}
 
 std::vector<Level> allLevels()
 {
@@ -59,58 +29,45 @@ std::vector<Level> allLevels()
     return levels;
 }
 
-// Pixels between unreadable pages, some of them all of the greatest value.
-kimg_windowConst drawWindow(Random &random, const GuardedMemory &memory, int32_t bytes, int32_t width, int32_t height)
-{
-    const int32_t pitch = (width + random.between32(0, random.oneIn(3) ? 70 : 3)) * random.sign();
-    const void *first = memory.end(); // where there is nothing to read
-    if (width > 0 && height > 0) {
-        const auto rows = placeRows<uint8_t>(memory, random.pick(kGuards), width * bytes, height, pitch * bytes);
-        const bool isFull = random.oneIn(3);
-        for (int32_t y = 0; y < height; ++y)
-            for (int32_t x = 0; x < rows.width; ++x)
-                rows.row(y)[x] = isFull ? 0xFF : static_cast<uint8_t>(random.next() >> 32);
-        first = rows.first;
-    }
-    return {width, height, 5, -3, 0, 0, width, height, pitch, first, bytes};
-}
-
-void expectModelsSums(Random &random, int32_t bytes, int32_t width, int32_t height)
-{
-    static const GuardedMemory pixels(4 << 20);
-    static const GuardedMemory sums(1 << 16);
-    const kimg_windowConst window = drawWindow(random, pixels, bytes, width, height);
-    for (const Orientation &orientation : kOrientations) {
-        const Sums expected = modelSums(window, orientation);
-        const auto count = static_cast<int32_t>(expected.size());
-        const auto row = placeRows<uint8_t>(sums, random.pick(kGuards), count * 4, 1, count * 4,
-                                            random.oneIn(2) ? random.between32(0, 7) : 0);
-        putCanaries(sums, row);
-        const kimg_window destination = {count, 1, 0, 0, 0, 0, count, 1, count, row.first, 4};
-        const auto project = bytes == 1 ? projectWindowOriented8 : projectWindowOriented16;
-        noteForCrash(std::to_string(width) + " x " + std::to_string(height));
-        EXPECT_EQ(project(window, destination, orientation.code), 0);
-        EXPECT_EQ(findDeadCanary(sums, row), "");
-        ASSERT_TRUE(count == 0 || std::memcmp(expected.data(), row.first, expected.size() * 4) == 0)
-            << width << " x " << height << " of pitch " << window.pitch << ", code " << orientation.code;
-    }
-}
-
+// Of windows, and of rectangles of whole pixels in every orientation.
 TEST(WindowSums, AreTheModels)
 {
+    static constexpr Operation kSums[] = {Operation::sumImage,  Operation::sumImageIntoVector,
+                                          Operation::sumWindow, Operation::sumWindowIntoVector,
+                                          Operation::project,   Operation::projectWindow};
+    const CallMemory memory{};
     Random random(4711);
-    std::vector<int32_t> widths = {191, 256, 300, 1009, 2048};
-    for (int32_t width = 0; width <= 131; ++width)
-        widths.push_back(width);
     for (const Level &level : allLevels()) {
         SCOPED_TRACE(level.name);
         const ProcessorLevel set(level.features);
-        for (const int32_t width : widths) {
+        for (int n = 1; n < 700; ++n) {
             // Few rows, some bands and the ends of them, about the 256 rows that partial sums hold.
-            static constexpr int32_t kHeights[][2] = {{0, 9}, {10, 40}, {0, 9}, {254, 514}};
+            static constexpr int32_t kHeights[][2] = {{1, 9}, {10, 40}, {1, 9}, {254, 514}};
             const auto &heights = kHeights[random.next() % 4];
-            expectModelsSums(random, level.features == 0 ? 2 : 1, width, random.between32(heights[0], heights[1]));
-            expectModelsSums(random, 1, width, random.between32(heights[0], heights[1]));
+            SamplingCall call;
+            call.operation = random.pick(kSums);
+            call.width = n > 660 ? random.between32(132, 2048) : 1 + n % 131;
+            call.height = random.between32(heights[0], heights[1]);
+            call.pitch = (call.width + random.between32(0, random.oneIn(3) ? 70 : 3)) * random.sign();
+            call.isWhite = random.oneIn(3);
+            call.seed = random.next();
+            call.sourceGuard = random.pick(kGuards);
+            call.destinationGuard = random.pick(kGuards);
+            call.sumsColumns = random.oneIn(2);
+            int32_t count = call.sumsColumns ? call.width : call.height;
+            if (isProjection(call.operation)) {
+                const Turn turn = random.pick(kTurns);
+                const int32_t columns = turn.swapsAxes() ? call.height : call.width;
+                const int32_t rows = turn.swapsAxes() ? call.width : call.height;
+                call.bytesPerPixel = random.between32(1, 2);
+                call.params = {turn.rect(0, 0, columns, rows), 0, columns, rows};
+                count = columns;
+            }
+            call.result = {true, count, 1, count, 0, 0, random.between32(0, 7)};
+            noteForCrash(describe(call));
+            const Outcome outcome = runCall(call, memory, nullptr, Check::meaning);
+            ASSERT_EQ(outcome.fault, "") << describe(call);
+            ASSERT_GE(outcome.status, 0) << describe(call);
         }
     }
 }
@@ -192,7 +149,7 @@ TEST(WindowSums, CoresAskTheHook)
     }
     kprt_isOptimizationInhibitedFP = before;
 
-    // Windows made by hand may have no pixels, or no row to write to.
+    // Windows made by hand may have no pixels, no row to write to, or nothing to sum.
     uint32_t sums[3] = {1, 1, 1};
     kimg_windowConst noPixels = source;
     noPixels.pixels = nullptr;
@@ -204,6 +161,10 @@ TEST(WindowSums, CoresAskTheHook)
     destination.pixels = nullptr;
     EXPECT_EQ(kip_projectVerticalWindow8(&source, &destination, nullptr), kimg_statusNoPixels);
     EXPECT_EQ(Sums(sums, sums + 3), Sums(3, 1));
+    const kimg_windowConst flat = {3, 0, 0, 0, 0, 0, 3, 0, 3, nullptr, 1};
+    destination.pixels = sums;
+    EXPECT_EQ(kip_projectVerticalWindow8(&flat, &destination, nullptr), 0);
+    EXPECT_EQ(Sums(sums, sums + 3), Sums(3, 0));
 }
 
 } // namespace

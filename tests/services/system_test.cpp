@@ -224,4 +224,39 @@ TEST(Attention, asksTheHandlerOfTheCallingThread)
     EXPECT_EQ(ksys_attention_check(), 0);
 }
 
+TEST(SystemServices, refuseMissingPointers)
+{
+    ksys_criticalSection section = {};
+    uint32_t word = 0;
+    int block = 0;
+    void *data = &block;
+    ksys_jobThreadGroup group{};
+    ksys_jobParams params{};
+    ksys_jobRequestSet requests{};
+    ksys_jobResultSet results{};
+    const ksys_cleanupRoutine release = [](void *) { return 0; };
+    const ksys_jobFunction job = [](const ksys_jobParams *) { return 0; };
+    for (const int32_t status : {
+             ksys_criticalSection_constructSingleton(nullptr, &word),
+             ksys_criticalSection_constructSingleton(&section, nullptr),
+             ksys_criticalSection_wait(nullptr, nullptr),
+             ksys_criticalSection_release(nullptr),
+             ksys_cpuinfo_init(nullptr),
+             ksys_cpuinfo_get(nullptr),
+             ksys_memory_alloc_internal(1, nullptr),
+             ksys_memory_realloc_internal(1, nullptr),
+             ksys_jobParams_takeData(nullptr, &data, release),
+             ksys_jobParams_takeData(&params, nullptr, release),
+             ksys_jobParams_getDataConst(nullptr, &data),
+             ksys_jobParams_getDataConst(&params, nullptr),
+             ksys_jobRequestSet_addFuncAndParams(nullptr, job, &params),
+             ksys_jobRequestSet_addFuncAndParams(&requests, job, nullptr),
+             ksys_jobThreadGroup_dispatchAndWait(nullptr, &requests, &results),
+             ksys_jobThreadGroup_dispatchAndWait(&group, nullptr, &results),
+             ksys_jobThreadGroup_dispatchAndWait(&group, &requests, nullptr),
+         })
+        EXPECT_EQ(status, ksys_statusBadArgument);
+    EXPECT_EQ(ksys_memory_free_internal(nullptr), 0);
+}
+
 } // namespace

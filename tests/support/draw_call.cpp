@@ -149,6 +149,7 @@ void drawImages(Random &random, SamplingCall *call)
     call->sourceGuard = random.pick(kGuards);
     call->destinationGuard = random.pick(kGuards);
     call->seed = random.next();
+    call->isWhite = random.oneIn(16);
     const uint32_t modes = isProjection(call->operation) && call->bytesPerPixel == 2 && !random.oneIn(16) ? 2 : 4;
     call->params.mode = static_cast<uint32_t>(random.next() % modes);
 }

@@ -14,76 +14,25 @@
 
 namespace kip::test {
 
-// Pixels in memory of their own, with spare rows above and below and whatever the pitch leaves beside them. A
-// test compares all of the memory, so a write that goes astray is seen wherever it lands.
-class Pixels {
-public:
-    // Random pixels, the spare ones too. rowPitch: 0 for rows without gaps, below 0 for bottom-up rows.
-    Pixels(int32_t pixelBytes, int32_t columns, int32_t rows, int32_t rowPitch = 0, uint64_t seed = 1)
+// Random pixels in memory of their own; the bytes behind the rows are random, too.
+struct Pixels {
+    Pixels(int32_t pixelBytes, int32_t columns, int32_t rows, int32_t rowPitch = 0)
         : bytesPerPixel(pixelBytes), width(columns), height(rows), pitch(rowPitch == 0 ? columns : rowPitch),
-          memory(static_cast<size_t>(rows + 2 * kSpareRows) * static_cast<size_t>(std::abs(pitch)) *
-                 static_cast<size_t>(pixelBytes))
+          memory(static_cast<size_t>(pitch * height * bytesPerPixel))
     {
-        Random random(seed);
+        Random random(1);
         for (unsigned char &byte : memory)
             byte = static_cast<unsigned char>(random.next());
     }
 
-    uint32_t at(int32_t x, int32_t y) const
+    void set(int32_t x, int32_t y, uint16_t value)
     {
-        uint16_t value = memory[offset(x, y)];
-        if (bytesPerPixel == 2)
-            std::memcpy(&value, &memory[offset(x, y)], sizeof value);
-        return value;
-    }
-
-    void set(int32_t x, int32_t y, uint32_t value)
-    {
-        if (bytesPerPixel == 1) {
-            memory[offset(x, y)] = static_cast<unsigned char>(value);
-        } else {
-            const auto wide = static_cast<uint16_t>(value);
-            std::memcpy(&memory[offset(x, y)], &wide, sizeof wide);
-        }
-    }
-
-    void *first() { return &memory[offset(0, 0)]; }
-
-    kimg_window window() { return {width, height, 0, 0, 0, 0, width, height, pitch, first(), bytesPerPixel}; }
-
-    kimg_windowConst windowConst() const
-    {
-        return {width, height, 0, 0, 0, 0, width, height, pitch, &memory[offset(0, 0)], bytesPerPixel};
-    }
-
-    // Tells where the memory of two blocks of the same shape differs first.
-    friend testing::AssertionResult isSameMemory(const Pixels &expected, const Pixels &actual)
-    {
-        for (size_t i = 0; i < expected.memory.size(); ++i) {
-            if (expected.memory[i] == actual.memory[i])
-                continue;
-            for (int32_t y = 0; y < expected.height; ++y)
-                for (int32_t x = 0; x < expected.width; ++x)
-                    if (expected.at(x, y) != actual.at(x, y))
-                        return testing::AssertionFailure() << "pixel (" << x << ", " << y << ") is " << actual.at(x, y)
-                                                           << " instead of " << expected.at(x, y);
-            return testing::AssertionFailure() << "byte " << i << ", outside the pixels, was written";
-        }
-        return testing::AssertionSuccess();
+        const auto narrow = static_cast<uint8_t>(value);
+        unsigned char *const at = &memory[static_cast<size_t>((y * pitch + x) * bytesPerPixel)];
+        bytesPerPixel == 1 ? std::memcpy(at, &narrow, 1) : std::memcpy(at, &value, 2);
     }
 
     int32_t bytesPerPixel, width, height, pitch;
-
-private:
-    static constexpr int32_t kSpareRows = 2;
-
-    size_t offset(int32_t x, int32_t y) const
-    {
-        const int32_t row = pitch > 0 ? y : height - 1 - y;
-        return (static_cast<size_t>(row + kSpareRows) * static_cast<size_t>(std::abs(pitch)) + static_cast<size_t>(x)) *
-               static_cast<size_t>(bytesPerPixel);
-    }
-
     std::vector<unsigned char> memory;
 };
 
@@ -98,7 +47,7 @@ public:
     explicit Image(Pixels &pixels)
     {
         EXPECT_EQ(kimg_image_constructExternal(&record, pixels.bytesPerPixel, pixels.width, pixels.height, pixels.pitch,
-                                               pixels.first()),
+                                               pixels.memory.data()),
                   0);
     }
     Image(const Image &) = delete;

@@ -505,8 +505,9 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
             return outcome;
         }
     }
-    source.fill(0);
-    source.fillRows(memory.noise, call.seed);
+    source.fill(0xFF);
+    if (!call.isWhite)
+        source.fillRows(memory.noise, call.seed);
     result.fill(kBefore);
     second.fill(kBefore);
     Meaning meaning;
@@ -584,7 +585,7 @@ std::string describe(const SamplingCall &call)
          << "}, rect {" << r.tx << ", " << r.ty << ", " << r.e0 << ", " << r.e1 << ", " << r.e2 << ", " << r.e3
          << "} onto " << call.params.destWidth << " x " << call.params.destHeight << ", guards "
          << static_cast<int>(call.sourceGuard) << " " << static_cast<int>(call.destinationGuard) << ", seed "
-         << call.seed;
+         << call.seed << (call.isWhite ? ", white" : "");
     for (const Target *target : {&call.result, &call.second})
         text << (target->isBound ? ", bound " : ", unbound ") << target->width << " x " << target->height << " pitch "
              << target->pitch << " at (" << target->x << ", " << target->y << ") + " << target->misalignment;

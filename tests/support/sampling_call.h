@@ -69,7 +69,8 @@ struct SamplingCall {
     bool hasOtherWindow = false;
     int32_t windowWidth = 0, windowHeight = 0;
     Guard sourceGuard = Guard::behind, destinationGuard = Guard::behind;
-    uint64_t seed = 0; // of the pixels
+    uint64_t seed = 0;    // of the pixels
+    bool isWhite = false; // all of the greatest value
 };
 
 const char *nameOf(Operation operation);
