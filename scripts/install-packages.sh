@@ -16,7 +16,7 @@ packages_for() {
     test) echo "$build_packages libgtest-dev" ;;
     bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
     clang) echo "$build_packages clang libclang-rt-dev" ;;
-    fuzz) echo "$(packages_for clang)" ;;
+    fuzz) echo "$(packages_for clang) libgtest-dev" ;;
     coverage) echo "$(packages_for test) gcovr" ;;
     windows) echo "$build_packages g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev googletest wine wine64" ;;
     aarch64 | s390x) echo "$(packages_for test) g++-$1-linux-gnu googletest qemu-user" ;;
