@@ -2,13 +2,9 @@
 
 #include <array>
 #include <bit>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <kip/kip.h>
-
-#include "support/failing_allocator.h"
 
 namespace {
 
@@ -41,32 +37,6 @@ TEST(CubicWeightTable, HoldsTheKernel)
     EXPECT_EQ(sums[0], 25);
     EXPECT_EQ(sums[1], 205);
     EXPECT_EQ(sums[2], 26);
-}
-
-TEST(CubicWeightTable, FailsWithoutALeakAndIsBuiltOnceWhenRaced)
-{
-    ksys_shutdown_run(); // forgets a table that another test built
-    kip::test::FailingAllocator allocator;
-    for (int64_t refused = 1, status = -1; status < 0; ++refused) {
-        ASSERT_LE(refused, 3) << "two allocations, both of which count";
-        allocator.failOnly(refused);
-        status = kip_affineTransform_setup();
-        EXPECT_EQ(status < 0, refused < 3);
-        EXPECT_TRUE(status >= 0 || allocator.liveBlocks() == 0);
-    }
-
-    ksys_shutdown_run();
-    allocator.failNone();
-    std::vector<std::thread> callers;
-    for (int n = 0; n < 4; ++n)
-        callers.emplace_back([] { EXPECT_GE(kip_affineTransform_setup(), 0); });
-    for (std::thread &caller : callers)
-        caller.join();
-    const int64_t once = allocator.liveBlocks();
-    EXPECT_GE(kip_affineTransform_setup(), 0);
-    EXPECT_EQ(allocator.liveBlocks(), once);
-    ksys_shutdown_run();
-    EXPECT_EQ(allocator.liveBlocks(), 0);
 }
 
 } // namespace

@@ -23,13 +23,6 @@ constexpr double kGreatest = std::numeric_limits<double>::max();
 constexpr double kLeast = std::numeric_limits<double>::denorm_min();
 constexpr Map kUntouched{-1, -2, -3, -4, -5, -6};
 
-Map compose(const Map &a, const Map &b)
-{
-    Map result = kUntouched;
-    EXPECT_EQ(kmath_xformLinear_initCompose(&result, &a, &b), 0);
-    return result;
-}
-
 Map inverseOf(const Map &map)
 {
     Map result = kUntouched;
@@ -68,17 +61,13 @@ TEST(Scalar, SaturatesAndTakesEpsilonsAsAbsolute)
             EXPECT_EQ(kqfICeil(value), saturated(std::ceil(value))) << value;
         }
     }
-    EXPECT_EQ(kqfFrac(3.25), 0.25);
-    EXPECT_EQ(kqfFrac(-3.25), 0.75);
-    EXPECT_EQ(kqfFrac(-1e-30), 1.0); // the nearest double to what is just below 1
-    for (const double whole : {-4.0, 1e300, kInfinity, -kInfinity, kNan})
-        EXPECT_EQ(kqfFrac(whole), 0.0) << whole;
+    for (const auto &[value, fraction] : {kmath_vect{3.25, 0.25}, {-3.25, 0.75}, {-4, 0}, {1e300, 0}, {kInfinity, 0}})
+        EXPECT_EQ(kqfFrac(value), fraction);
+    EXPECT_EQ(kqfFrac(kNan), 0.0);
 
-    EXPECT_TRUE(kmath_double_epsilonEqual(1.0, 1.25, 0.25));
     EXPECT_TRUE(kmath_double_epsilonEqual(-1.0, -1.25, 0.25));
     EXPECT_FALSE(kmath_double_epsilonEqual(1.0, 1.25, 0.2499));
     EXPECT_FALSE(kmath_double_epsilonEqual(1e15, 1e15 + 1, 1e-12)) << "not relative to the size of the numbers";
-    EXPECT_FALSE(kmath_double_epsilonEqual(kNan, kNan, 1.0));
     EXPECT_FALSE(kmath_double_epsilonEqual(kInfinity, kInfinity, 1.0));
 }
 
@@ -88,68 +77,67 @@ TEST(Lengths, HaveTheBitsOfThePlainFormulaAndTheRangeOfDoubles)
     for (int i = 0; i < 2000; ++i) {
         const double a = random.between(-5000.0, 5000.0);
         const double b = random.between(-5000.0, 5000.0);
-        const double length = std::sqrt(a * a + b * b);
         const double unit = std::ldexp(1.0, random.between32(-960, 1000));
-        EXPECT_EQ(lengthOf(a, b), length);
-        EXPECT_EQ(lengthOf(a * unit, b * unit), length * unit) << unit;
-
+        EXPECT_EQ(lengthOf(a * unit, b * unit), std::sqrt(a * a + b * b) * unit) << unit;
         double scale = 0;
         const double c = random.between(-5000.0, 5000.0);
         const kmath_matrix matrix{a, c, b, -a};
         EXPECT_EQ(kmath_matrix_getScale(&matrix, &scale), 0);
-        EXPECT_EQ(scale, std::max(length, lengthOf(c, a)));
+        EXPECT_EQ(scale, std::max(lengthOf(a, b), lengthOf(c, a)));
     }
     EXPECT_EQ(lengthOf(3 * 0x1p-1060, -4 * 0x1p-1060), 5 * 0x1p-1060);
     EXPECT_EQ(lengthOf(kGreatest, kLeast), kGreatest);
     EXPECT_EQ(lengthOf(kGreatest, kGreatest), kInfinity);
     EXPECT_TRUE(std::isnan(lengthOf(kNan, 0.0)));
-
-    double value = 0;
+    double determinant = 0;
     const kmath_matrix matrix{3, 5, 7, 11};
-    EXPECT_EQ(kmath_matrix_getDeterminant(&matrix, &value), 0);
-    EXPECT_EQ(value, -2.0);
+    EXPECT_EQ(kmath_matrix_getDeterminant(&matrix, &determinant), 0);
+    EXPECT_EQ(determinant, -2.0);
 }
 
-TEST(Compose, AppliesTheSecondMapFirst)
+TEST(Maps, ComposeConvertAndReportWhatIsNotFinite)
 {
     const Map a{1, 2, 1, 4, 8, 1};
     const Map b{3, 5, 7, 11, 13, 17};
-    const Map expected{24, 31, 59, 79, 69, 105};
-    EXPECT_EQ(compose(a, b), expected);
-    EXPECT_EQ((kq2Xform(a) * kq2Xform(b)).record(), expected);
+    const Map composed{24, 31, 59, 79, 69, 105}; // the second is applied first
+    EXPECT_EQ((kq2Xform(a) * kq2Xform(b)).record(), composed);
     Map inPlace = a;
-    kmath_xformLinear_initCompose(&inPlace, &inPlace, &b);
-    EXPECT_EQ(inPlace, expected) << "over the first operand";
-    inPlace = b;
-    kmath_shapeAffineRect_initMap(&inPlace, &a, &inPlace);
-    EXPECT_EQ(inPlace, expected) << "a rectangle carried in place";
-}
+    EXPECT_EQ(kmath_xformLinear_initCompose(&inPlace, &inPlace, &b), 0);
+    EXPECT_EQ(inPlace, composed);
+    EXPECT_EQ(kmath_shapeAffineRect_initMap(&(inPlace = b), &a, &inPlace), 0);
+    EXPECT_EQ(inPlace, composed);
+    EXPECT_EQ((kq2Xform(a) * kq2Vect(kmath_vect{2, 3})).record(), (kmath_vect{15, 21}));
 
-TEST(Maps, ReportWhatIsNotFiniteAndLeaveTheResult)
-{
-    Map spoilt = kIdentity;
-    spoilt.e2 = kNan;
+    const kmath_shapeAffineRect rect{10, 20, 30, -12, 40, 16}; // x side (30, 40), y side (-12, 16)
+    kmath_shapeAffineRectPoints points{};
+    kmath_vect opposite{};
+    kmath_shapeAffineRectCenter center{};
+    EXPECT_EQ(kmath_shapeAffineRect_getPoints(&rect, &points), 0);
+    EXPECT_EQ(points.xEnd, (kmath_vect{40, 60}));
+    EXPECT_EQ(points.yEnd, (kmath_vect{-2, 36}));
+    EXPECT_EQ(kmath_shapeAffineRect_initPoints(&inPlace, &points), 0);
+    EXPECT_EQ(inPlace, rect);
+    EXPECT_EQ(kmath_shapeAffineRectPoints_getPopp(&points, &opposite), 0);
+    EXPECT_EQ(opposite, (kmath_vect{28, 76}));
+    EXPECT_EQ(kmath_shapeAffineRect_getCenter(&rect, &center), 0);
+    EXPECT_EQ((kmath_vect{center.x, center.y}), (kmath_vect{19, 48}));
+    EXPECT_EQ((kmath_vect{center.xSideLength, center.ySideLength}), (kmath_vect{50, 20}));
+
+    const Map spoilt{0, 0, 1, 0, kNan, 1};
     const Map huge{0, 0, 1e200, 0, 0, 1}; // finite, but its square is not
+    const Map far{kGreatest, 0, kGreatest, 0, 0, kGreatest};
     const kmath_shapeAffineRectPoints apart{{-kGreatest, 0}, {kGreatest, 0}, {0, 1}};
     Map result = kUntouched;
-    EXPECT_EQ(kmath_xformLinear_initCompose(&result, &spoilt, &kIdentity), kmath_statusNotFinite);
-    EXPECT_EQ(kmath_xformLinear_initCompose(&result, &kIdentity, &spoilt), kmath_statusNotFinite);
-    EXPECT_EQ(kmath_xformLinear_initCompose(&result, &huge, &huge), kmath_statusNotFinite);
-    EXPECT_EQ(kmath_xformLinear_initInverse(&result, &spoilt), kmath_statusNotFinite);
-    EXPECT_EQ(kmath_shapeAffineRect_initPoints(&result, &apart), kmath_statusNotFinite);
+    for (const int32_t status :
+         {kmath_xformLinear_initCompose(&result, &spoilt, &kIdentity),
+          kmath_xformLinear_initCompose(&result, &kIdentity, &spoilt),
+          kmath_xformLinear_initCompose(&result, &huge, &huge), kmath_xformLinear_initInverse(&result, &spoilt),
+          kmath_shapeAffineRect_initPoints(&result, &apart), kmath_shapeAffineRect_getPoints(&spoilt, &points),
+          kmath_shapeAffineRect_getPoints(&far, &points), kmath_shapeAffineRect_getCenter(&spoilt, &center),
+          kmath_shapeAffineRect_getCenter(&far, &center)})
+        EXPECT_EQ(status, kmath_statusNotFinite);
     EXPECT_EQ(result, kUntouched);
-    for (const Map &map : {spoilt, Map{kGreatest, 0, kGreatest, 0, 0, kGreatest}}) {
-        kmath_shapeAffineRectPoints points{};
-        kmath_shapeAffineRectCenter center{};
-        EXPECT_EQ(kmath_shapeAffineRect_getPoints(&map, &points), kmath_statusNotFinite);
-        EXPECT_EQ(kmath_shapeAffineRect_getCenter(&map, &center), kmath_statusNotFinite);
-    }
-    try {
-        (void)(kq2Xform(huge) * kq2Xform(huge));
-        FAIL() << "an infinite product was not thrown";
-    } catch (const kqException &failure) {
-        EXPECT_EQ(failure.status, kmath_statusNotFinite);
-    }
+    EXPECT_THROW((void)(kq2Xform(huge) * kq2Xform(huge)), kqException);
 }
 
 // Units of source and result are scaled by powers of two, up to where the determinant, or its square, no
@@ -160,9 +148,6 @@ TEST(Inverse, HoldsItsBitsAtEveryScale)
     const Map inverse = inverseOf(map);
     EXPECT_EQ(inverseOf({10, 20, 100, 0, 0, 50}), (Map{-0.1, -0.4, 0.01, 0, 0, 0.02})) << "each quotient rounded once";
     EXPECT_EQ(inverseOf({3, -5, 2, 0.5, -4, 1}), (Map{-1.375, -0.5, 0.25, -0.125, 1, 0.5}));
-    Map inPlace = map;
-    EXPECT_EQ(kmath_xformLinear_initInverse(&inPlace, &inPlace), 0);
-    EXPECT_EQ(inPlace, inverse);
     Random random(14);
     for (int i = 0; i < 2000; ++i) {
         const double p = std::ldexp(1.0, random.between32(-480, 480));
@@ -173,20 +158,14 @@ TEST(Inverse, HoldsItsBitsAtEveryScale)
                            inverse.e1 / q / c, inverse.e2 / p, inverse.e3 / q};
         EXPECT_EQ(inverseOf(scaled), expected) << "scaled by " << p << ", " << q << ", " << c;
     }
-    EXPECT_EQ(inverseOf({1e-300, 1e300, 1e-200, 0, 0, 1e200}),
-              (Map{-1e-300 / 1e-200, -1e300 / 1e200, 1 / 1e-200, 0, 0, 1 / 1e200}));
     EXPECT_EQ(inverseOf({0, 0, 1e200, 1e-200, 1e-200, 1e200}), (Map{0, 0, 1 / 1e200, 0, 0, 1 / 1e200}));
-}
 
-TEST(Inverse, RefusesWhatHasNone)
-{
     const struct {
         const char *name;
         Map map;
         int32_t status;
-    } cases[] = {
+    } refused[] = {
         {"all zero", {0, 0, 0, 0, 0, 0}, kmath_statusSingular},
-        {"no x side", {5, 5, 0, 3, 0, 4}, kmath_statusSingular},
         {"parallel sides", {5, 5, 30, 60, 40, 80}, kmath_statusSingular},
         {"opposite sides", {5, 5, 0.1, -0.1, 0.3, -0.3}, kmath_statusSingular},
         {"huge parallel sides", {5, 5, 1e200, 1e200, 1e300, 1e300}, kmath_statusSingular},
@@ -194,33 +173,14 @@ TEST(Inverse, RefusesWhatHasNone)
         {"a huge inverse", {0, 0, kLeast, 0, 0, 1}, kmath_statusNotFinite},
         {"a huge translation of the inverse", {1e200, 0, 1e-200, 0, 0, 1}, kmath_statusNotFinite},
     };
-    for (const auto &c : cases) {
+    for (const auto &row : refused) {
         Map result = kUntouched;
         kq2Xform object(kUntouched);
-        EXPECT_EQ(kmath_xformLinear_initInverse(&result, &c.map), c.status) << c.name;
-        EXPECT_EQ(kq2Xform(c.map).getInverse(object), c.status) << c.name;
-        EXPECT_EQ(result, kUntouched) << c.name;
-        EXPECT_EQ(object.record(), kUntouched) << c.name;
+        EXPECT_EQ(kmath_xformLinear_initInverse(&result, &row.map), row.status) << row.name;
+        EXPECT_EQ(kq2Xform(row.map).getInverse(object), row.status) << row.name;
+        EXPECT_EQ(result, kUntouched) << row.name;
+        EXPECT_EQ(object.record(), kUntouched) << row.name;
     }
-}
-
-TEST(AffineRect, ConvertsBetweenItsForms)
-{
-    const kmath_shapeAffineRect rect{10, 20, 30, -12, 40, 16}; // x side (30, 40), y side (-12, 16)
-    kmath_shapeAffineRectPoints points{};
-    kmath_shapeAffineRect back = kUntouched;
-    kmath_vect opposite{};
-    kmath_shapeAffineRectCenter center{};
-    ASSERT_EQ(kmath_shapeAffineRect_getPoints(&rect, &points), 0);
-    EXPECT_EQ(points.xEnd, (kmath_vect{40, 60}));
-    EXPECT_EQ(points.yEnd, (kmath_vect{-2, 36}));
-    ASSERT_EQ(kmath_shapeAffineRect_initPoints(&back, &points), 0);
-    EXPECT_EQ(back, rect);
-    EXPECT_EQ(kmath_shapeAffineRectPoints_getPopp(&points, &opposite), 0);
-    EXPECT_EQ(opposite, (kmath_vect{28, 76}));
-    ASSERT_EQ(kmath_shapeAffineRect_getCenter(&rect, &center), 0);
-    EXPECT_EQ((kmath_vect{center.x, center.y}), (kmath_vect{19, 48}));
-    EXPECT_EQ(center.xSideLength + 2 * center.ySideLength, 50 + 2 * 20);
 }
 
 TEST(Enclose, TakesAllFourCornersAndChecksTheirRange)
@@ -242,7 +202,7 @@ TEST(Enclose, TakesAllFourCornersAndChecksTheirRange)
         {"wider than 32 bits", {-2e9, 0, 4e9, 0, 0, 1}, kmath_statusOutOfRange, kNone},
         {"high, in 32 bits", {0, -2e9, 1, 0, 0, 2e9}, 0, {0, -2000000000, 2, 2000000001}},
         {"size beyond 32 bits", {0, -2147483648.0, 1, 0, 0, 2147483647.0}, kmath_statusOutOfRange, kNone},
-        {"far away", {0, 1e300, 1, 0, 0, 1}, kmath_statusOutOfRange, kNone},
+        {"not a number", {0, kNan, 1, 0, 0, 1}, kmath_statusNotFinite, kNone},
     };
     for (const auto &c : cases) {
         kstd_rect32 found = kNone;

@@ -170,34 +170,4 @@ TEST(Memory, blocksKeepTheirBytesAndTheirAllocator)
         ksys_memory_free_internal(&block.at);
 }
 
-// Run under the thread sanitizer: hooks change while other threads take, resize and free blocks.
-TEST(Memory, hooksChangeUnderRunningThreads)
-{
-    FailingAllocator allocator;
-    std::atomic<int> running{4};
-    std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 500; ++i) {
-                uint8_t *block = nullptr;
-                bool good = ksys_memory_alloc_internal(50, &block) == 0;
-                writeCounting(block, 50);
-                good = good && ksys_memory_realloc_internal(500, &block) == 0;
-                failures += good && isAligned(block) && isCounting(block, 50) ? 0 : 1;
-                ksys_memory_free_internal(&block);
-            }
-            --running;
-        });
-    }
-    while (running > 0) {
-        EXPECT_EQ(ksys_memory_setHooks(&kPlainHooks), 0);
-        EXPECT_EQ(ksys_memory_setHooks(nullptr), 0);
-    }
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(allocator.liveBlocks(), 0);
-}
-
 } // namespace

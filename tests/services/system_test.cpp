@@ -1,14 +1,11 @@
-// Clean-up lists, critical section, shutdown callbacks, processor information, attention.
+// Clean-up lists, shutdown callbacks, processor information, attention.
 
 #include <ksys/ksys.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -46,15 +43,6 @@ int32_t noteBlock(void *address)
     return ksys_memory_free_internal(address);
 }
 
-void runThreads(int count, const std::function<void()> &body)
-{
-    std::vector<std::thread> threads;
-    for (int t = 0; t < count; ++t)
-        threads.emplace_back(body);
-    for (std::thread &thread : threads)
-        thread.join();
-}
-
 TEST(Cleanup, releasesEachEntryOnceLastFirstAndKeepsTheFirstFailure)
 {
     const struct {
@@ -89,31 +77,6 @@ TEST(Cleanup, releasesEachEntryOnceLastFirstAndKeepsTheFirstFailure)
         }
         EXPECT_EQ(allocator.liveBlocks(), 0);
     }
-}
-
-TEST(CriticalSection, racingThreadsMakeOneAndExcludeEachOther)
-{
-    static ksys_criticalSection sections[50];
-    static uint32_t onceWords[50];
-    int64_t guarded[50] = {};
-    std::atomic<int> failures{0};
-    FailingAllocator allocator;
-    allocator.failFrom(1);
-    runThreads(4, [&] {
-        for (int i = 0; i < 50; ++i) {
-            failures += ksys_criticalSection_constructSingleton(&sections[i], &onceWords[i]) != 0 ? 1 : 0;
-            for (int round = 0; round < 20; ++round) {
-                uint32_t word = 0;
-                failures += ksys_criticalSection_wait(&sections[i], round % 2 == 0 ? &word : nullptr) != 0 ? 1 : 0;
-                ++guarded[i];
-                failures += ksys_criticalSection_release(&sections[i]) != 0 ? 1 : 0;
-            }
-        }
-    });
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(allocator.requests(), 0);
-    for (const int64_t count : guarded)
-        EXPECT_EQ(count, 4 * 20);
 }
 
 int32_t noteAndRegister(void *object)

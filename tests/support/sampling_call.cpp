@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "support/call_meaning.h"
+#include "support/placed_image.h"
 #include "support/random.h"
 #include "support/turns.h"
 
@@ -14,131 +15,11 @@ namespace kip::test {
 namespace {
 
 constexpr size_t kNoiseBytes = size_t{1} << 17;
-constexpr kmath_xformLinear kMapBefore = {7, -3, 2, 0.5, 0.25, 4};
-constexpr uint8_t kBefore = 0x5A; // what results hold before a call
 
 int32_t resultPixelBytes(const SamplingCall &call)
 {
     return isProjection(call.operation) || isSum(call.operation) ? 4 : call.bytesPerPixel;
 }
-
-bool isEqual(const kmath_xformLinear &a, const kmath_xformLinear &b)
-{
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-// ---- Images -------------------------------------------------------------------------------------------------------
-
-// An image in guarded memory, or an unbound one. Its rows are taken as bytes.
-class PlacedImage {
-public:
-    PlacedImage(const GuardedMemory &guarded, Guard guard, const Target &target, int32_t usualPixelBytes)
-        : memory(guarded), place(target), bytesPerPixel(target.pixelBytes != 0 ? target.pixelBytes : usualPixelBytes)
-    {
-        kimg_image_constructUnbound(&image);
-        status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
-        if (!place.isBound || status < 0)
-            return;
-        rows = placeRows<uint8_t>(memory, guard, place.width * bytesPerPixel, place.height, place.pitch * bytesPerPixel,
-                                  place.misalignment);
-        kimg_image_destruct(&image);
-        status =
-            kimg_image_constructExternal(&image, bytesPerPixel, place.width, place.height, place.pitch, rows.first);
-        if (status >= 0)
-            status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
-        image.x = place.x;
-        image.y = place.y;
-    }
-    ~PlacedImage() { kimg_image_destruct(&image); }
-    PlacedImage(const PlacedImage &) = delete;
-    PlacedImage &operator=(const PlacedImage &) = delete;
-
-    kimg_windowConst window() const
-    {
-        kimg_windowConst window;
-        kimg_windowConst_init(&window, &image);
-        return window;
-    }
-    kmath_xformLinear map() const
-    {
-        kmath_xformLinear map;
-        kimg_imageConst_getLinearImageFromClientXform(&image, &map);
-        return map;
-    }
-
-    void fill(uint8_t value) const
-    {
-        if (!place.isBound)
-            return;
-        putCanaries(memory, rows);
-        for (int32_t y = 0; y < place.height; ++y)
-            std::memset(rows.row(y), value, static_cast<size_t>(rows.width));
-    }
-    void fillRows(const std::vector<uint8_t> &noise, uint64_t seed) const
-    {
-        for (int32_t y = 0; place.isBound && y < place.height; ++y) {
-            size_t at = (seed + 977 * uint64_t(y)) % noise.size();
-            for (size_t done = 0; done < size_t(rows.width); at = 0) {
-                const size_t count = std::min(size_t(rows.width) - done, noise.size() - at);
-                std::memcpy(rows.row(y) + done, noise.data() + at, count);
-                done += count;
-            }
-        }
-    }
-
-    std::string strayWrite() const { return place.isBound ? findDeadCanary(memory, rows) : ""; }
-
-    // Whether only pixels at columns below width and rows below height, as the image is placed, were written.
-    std::string writtenBeyond(int64_t width, int64_t height) const
-    {
-        for (int32_t y = 0; place.isBound && y < place.height; ++y) {
-            const bool isReached = int64_t{place.y} + y >= 0 && int64_t{place.y} + y < height;
-            const int64_t left = isReached ? std::clamp<int64_t>(-int64_t{place.x}, 0, place.width) : place.width;
-            const int64_t right = isReached ? std::clamp<int64_t>(width - place.x, left, place.width) : place.width;
-            if (!isAll(rows.row(y), rows.row(y) + left * bytesPerPixel, kBefore) ||
-                !isAll(rows.row(y) + right * bytesPerPixel, rows.row(y) + rows.width, kBefore))
-                return "write where no result belongs; ";
-        }
-        return "";
-    }
-
-    // Whether it has pixels in columns 0 to width - 1 of row 0.
-    bool holds(int32_t width) const
-    {
-        const kimg_windowConst actual = window();
-        return actual.width > 0 && (width == 0 || (image.x <= 0 && int64_t{image.x} + actual.width >= width &&
-                                                   image.y <= 0 && int64_t{image.y} + actual.height > 0));
-    }
-
-    // Whether it holds what it has in common with a result, all of it if it was unbound.
-    std::string difference(const Picture &result) const
-    {
-        const kimg_windowConst actual = window();
-        if (!place.isBound &&
-            (actual.width != result.width || actual.height != result.height || image.x != 0 || image.y != 0))
-            return "an image of another size; ";
-        const int64_t left = std::max(0, image.x);
-        const int64_t top = std::max(0, image.y);
-        for (int64_t y = top; y < std::min<int64_t>(result.height, int64_t{image.y} + actual.height); ++y) {
-            for (int64_t x = left; x < std::min<int64_t>(result.width, int64_t{image.x} + actual.width); ++x) {
-                const int64_t value = valueAt(actual, x - image.x, y - image.y);
-                if (result.at(x, y) != kUnknown && value != result.at(x, y))
-                    return "at (" + std::to_string(x) + ", " + std::to_string(y) + ") " + std::to_string(value) +
-                           " instead of " + std::to_string(result.at(x, y)) + "; ";
-            }
-        }
-        return "";
-    }
-
-    kimg_image image{};
-    int32_t status = 0;
-
-private:
-    const GuardedMemory &memory;
-    const Target place;
-    const int32_t bytesPerPixel;
-    PixelRows<uint8_t> rows{};
-};
 
 // ---- The call itself ----------------------------------------------------------------------------------------------
 
@@ -361,8 +242,7 @@ std::string brokenPromises(const Invocation &in, int32_t status, const Scalars &
         if ((isWhole && !call.result.isBound && in.result.image.width != 0) ||
             (call.operation == Operation::transformClipped && !call.second.isBound && in.second.image.width != 0))
             fault += "pixels made in failure; ";
-        if ((!written.result && !isEqual(in.result.map(), kMapBefore)) ||
-            (!written.second && !isEqual(in.second.map(), kMapBefore)))
+        if ((!written.result && !in.result.hasMap(kMapBefore)) || (!written.second && !in.second.hasMap(kMapBefore)))
             fault += "a map was written in failure; ";
     }
     const Extent extent = resultExtent(call);
@@ -383,7 +263,7 @@ std::string wrongMap(const SamplingCall &call, const PlacedImage &image, const T
     if (!isWindow && (isWhole || !isClipped || isProjection(call.operation)))
         kip_affineSampleParams_getDestImageFromClientXform(&call.params, isProjection(call.operation) ? 1 : 0,
                                                            &expected);
-    return isEqual(image.map(), expected) || (isSum(call.operation) && !target.isBound) ? "" : "another map; ";
+    return image.hasMap(expected) || (isSum(call.operation) && !target.isBound) ? "" : "another map; ";
 }
 
 std::string difference(const Invocation &in, const Meaning &meaning, int32_t status)

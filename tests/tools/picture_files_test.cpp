@@ -69,19 +69,6 @@ TEST(PictureFiles, RoundTrip)
     }
 }
 
-// A file that was cut anywhere is refused; nothing is read past its end (the sanitizers watch).
-TEST(PictureFiles, EveryCutIsRefused)
-{
-    for (const RoundTrip &c : kRoundTrips) {
-        const Bytes whole = encode(c.format, randomPicture(13, 5, c.channels, c.depth, 6));
-        for (size_t length = 0; length < whole.size(); ++length) {
-            const Bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length));
-            Format format{};
-            EXPECT_THROW(decodePicture(cut, &format), Failure) << formatName(c.format) << " cut to " << length;
-        }
-    }
-}
-
 TEST(PictureFiles, PgmHeaders)
 {
     const auto decode = [](const std::string &text) { return decodePgm(Bytes(text.begin(), text.end())); };

@@ -1,10 +1,9 @@
-// Transforms that run as jobs: the bands they are cut into, and jobs inside a job. That they give the same bytes for
+// Transforms that run as jobs: the bands they are cut into. That they give the same bytes for
 // every number of threads is for the model's test.
 
 #include <atomic>
 #include <cstdint>
 #include <cwchar>
-#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -99,56 +98,6 @@ TEST_F(TransformJobs, PassOnTheStatusOfAJob)
     const Outcome outcome = runCall(turnedCall(2, kip_affineModeBilinear, 32768, 400, 400), memory);
     EXPECT_EQ(outcome.status, int32_t{kip_statusSourceTooLarge});
     EXPECT_EQ(outcome.fault, "");
-}
-
-// A transform that runs as a job itself.
-struct Work {
-    SamplingCall call;
-    std::unique_ptr<CallMemory> memory = std::make_unique<CallMemory>();
-    uint64_t alone = 0, inside = 0;
-};
-
-int32_t runWork(const ksys_jobParams *params)
-{
-    Work *const *work = nullptr;
-    const int32_t status = ksys_jobParams_getDataConst(params, &work);
-    if (status >= 0)
-        (*work)->inside = runCall((*work)->call, *(*work)->memory).digest;
-    return status;
-}
-
-TEST_F(TransformJobs, InsideAJob)
-{
-    Work works[] = {{turnedCall(1, kip_affineModeBilinear, 601, 251, 603)},
-                    {turnedCall(2, kip_affineModeBilinear, 601, 253, 701)},
-                    {turnedCall(1, kip_affineModeNearest, 601, 513, 607)},
-                    {turnedCall(2, kip_affineModeNearest, 601, 90, 60)}}; // too small for jobs of its own
-    ksys_jobThreadGroup_setThreadCount(1);
-    for (Work &work : works)
-        work.alone = runCall(work.call, *work.memory).digest;
-    ksys_jobThreadGroup_setThreadCount(3);
-
-    ksys_jobThreadGroup group;
-    ksys_jobParams params;
-    ksys_jobRequestSet requests;
-    ksys_jobResultSet results;
-    ksys_jobThreadGroup_construct(&group);
-    ksys_jobParams_construct(&params);
-    ksys_jobRequestSet_construct(&requests);
-    ksys_jobResultSet_construct(&results);
-    Work *blocks[] = {&works[0], &works[1], &works[2], &works[3]};
-    for (Work *&work : blocks) {
-        Work **block = &work;
-        ASSERT_EQ(ksys_jobParams_takeData(&params, &block, [](void *) -> int32_t { return 0; }), 0);
-        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, runWork, &params), 0);
-    }
-    EXPECT_EQ(ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results), 0);
-    for (const Work &work : works)
-        EXPECT_EQ(work.inside, work.alone);
-    ksys_jobResultSet_destruct(&results);
-    ksys_jobRequestSet_destruct(&requests);
-    ksys_jobParams_destruct(&params);
-    ksys_jobThreadGroup_destruct(&group);
 }
 
 } // namespace
