@@ -11,7 +11,7 @@ namespace kip::test {
 
 namespace {
 
-// ---- Rectangles inside the source -----------------------------------------------------------------------------------
+// ---- Rectangles -----------------------------------------------------------------------------------
 
 kmath_xformLinear inClient(const SamplingCall &c, const kmath_xformLinear &rectInSource)
 {
@@ -21,12 +21,6 @@ kmath_xformLinear inClient(const SamplingCall &c, const kmath_xformLinear &rectI
         kmath_xformLinear_initCompose(&rect, &clientFromSource, &rectInSource) < 0)
         std::abort();
     return rect;
-}
-
-double marginOf(const SamplingCall &c)
-{
-    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
-    return kMargins[std::min<uint32_t>(c.params.mode, 3)];
 }
 
 // Steps and start of whole and dyadic numbers, along the axes.
@@ -52,49 +46,49 @@ bool drawDyadicCorners(Random &random, const SamplingCall &c, CornerCenters *cor
     return true;
 }
 
-CornerCenters drawFreeCorners(Random &random, const SamplingCall &c)
+// Coordinates of two opposite corners' centres along one axis: well inside, or at the margin of some mode or a little
+// beside it.
+void drawEnds(Random &random, uint32_t mode, int32_t size, bool isAtMargin, double *a, double *b)
 {
-    const double turn = random.between(0.0, 6.283185307179586);
-    const double corner = (1.5707963267948966 + random.between(-1.0, 1.0)) * random.sign(); // mirrored if negative
-    const double ratio = std::exp(random.between(-2.5, 2.5));
-    const double across = c.params.destWidth > 1 ? ratio : 0.0;
-    const double down = c.params.destHeight > 1 ? 1.0 : 0.0;
-    kmath_vect x = {across * std::cos(turn), across * std::sin(turn)};
-    kmath_vect y = {down * std::cos(turn + corner), down * std::sin(turn + corner)};
-
-    // As large as the source allows, or part of that; shaped as the source, or freely.
-    const double margin = marginOf(c);
-    const double roomX = std::max(0.0, c.width - 2 * margin - 0.001);
-    const double roomY = std::max(0.0, c.height - 2 * margin - 0.001);
-    if (random.oneIn(2)) {
-        x = {x.x * roomX, x.y * roomY};
-        y = {y.x * roomX, y.y * roomY};
-    }
-    const double spreadX = std::fabs(x.x) + std::fabs(y.x);
-    const double spreadY = std::fabs(x.y) + std::fabs(y.y);
-    double size = 1.0;
-    if (spreadX > 0.0 || spreadY > 0.0)
-        size = std::min(roomX / std::max(spreadX, 1e-9), roomY / std::max(spreadY, 1e-9));
-    if (!random.oneIn(3))
-        size *= random.unit();
-    x = {x.x * size, x.y * size};
-    y = {y.x * size, y.y * size};
-
-    const auto place = [&](double room, double a, double b) {
-        const double slack = std::max(0.0, room - std::fabs(a) - std::fabs(b));
-        const double least =
-            margin + 0.0005 + (random.oneIn(3) ? (random.oneIn(2) ? 1.0 : 0.0) : random.unit()) * slack;
-        return least - std::min(a, 0.0) - std::min(b, 0.0);
+    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
+    static constexpr double kUnits[] = {0.0, 0.0, 1.0, -1.0, 0.5, -0.5, 0.25, -0.9375, 1.5, 1e-5, -1e-5, 1e-11, -1e-11};
+    const auto inset = [&] {
+        if (!isAtMargin) {
+            const double room = std::max(0.0, size - 2 * kMargins[mode] - 0.001);
+            return kMargins[mode] + 0.0005 + (random.oneIn(3) ? 0.0 : random.unit() * 0.5 * room);
+        }
+        const double margin = random.oneIn(4) ? random.pick(kMargins) : kMargins[mode];
+        const double beyond = random.oneIn(4) ? random.between(-7.0, 1.0) : 0.0;
+        return margin + beyond + random.pick(kUnits) / 65536.0;
     };
-    CornerCenters corners;
-    corners.first = {place(roomX, x.x, y.x), place(roomY, x.y, y.y)};
-    corners.endOfRow = {corners.first.x + x.x, corners.first.y + x.y};
-    corners.endOfColumn = {corners.first.x + y.x, corners.first.y + y.y};
-    corners.singleSample = {random.between(-30.0, 30.0), random.between(-30.0, 30.0)};
+    *a = inset();
+    *b = size - inset();
+    if (random.oneIn(4))
+        *b = *a + (*b - *a) * random.unit();
+    if (random.oneIn(2))
+        std::swap(*a, *b);
+}
+
+// A parallelogram in the box of these ends, two opposite corners in the box's.
+CornerCenters drawCorners(Random &random, const SamplingCall &call, bool isAtMargin)
+{
+    double left, right, top, bottom;
+    drawEnds(random, call.params.mode, call.width, isAtMargin, &left, &right);
+    drawEnds(random, call.params.mode, call.height, isAtMargin, &top, &bottom);
+    double shareX = random.oneIn(2) && isAtMargin ? 1.0 : random.unit();
+    double shareY = random.oneIn(2) && isAtMargin ? 0.0 : random.unit();
+    if (random.oneIn(2))
+        std::swap(shareX, shareY);
+    if (random.oneIn(16)) // the sides all but parallel
+        shareY = shareX + random.sign() * std::ldexp(1.0, -random.between32(3, 50));
+    CornerCenters corners = {{left, top},
+                             {left + (right - left) * shareX, top + (bottom - top) * shareY},
+                             {right - (right - left) * shareX, bottom - (bottom - top) * shareY}};
+    corners.singleSample = {random.between(-9.0, 9.0), random.between(-9.0, 9.0)};
     return corners;
 }
 
-// ---- Calls at the margins -------------------------------------------------------------------------------------------
+// ---- Calls -------------------------------------------------------------------------------------------
 
 constexpr int32_t kRoundTiles[] = {47, 48, 49, 63, 64, 65, 95, 96, 97, 223, 224, 225};
 
@@ -152,43 +146,6 @@ void drawImages(Random &random, SamplingCall *call)
     call->isWhite = random.oneIn(16);
     const uint32_t modes = isProjection(call->operation) && call->bytesPerPixel == 2 && !random.oneIn(16) ? 2 : 4;
     call->params.mode = static_cast<uint32_t>(random.next() % modes);
-}
-
-// Coordinates of two opposite corners' centres along one axis, at the margin of some mode or a little beside it.
-void drawEnds(Random &random, uint32_t mode, int32_t size, double *a, double *b)
-{
-    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
-    static constexpr double kUnits[] = {0.0, 0.0, 1.0, -1.0, 0.5, -0.5, 0.25, -0.9375, 1.5, 1e-5, -1e-5, 1e-11, -1e-11};
-    const auto inset = [&] {
-        const double margin = random.oneIn(4) ? random.pick(kMargins) : kMargins[mode];
-        const double beyond = random.oneIn(4) ? random.between(-7.0, 1.0) : 0.0;
-        return margin + beyond + random.pick(kUnits) / 65536.0;
-    };
-    *a = inset();
-    *b = size - inset();
-    if (random.oneIn(4))
-        *b = *a + (*b - *a) * random.unit();
-    if (random.oneIn(2))
-        std::swap(*a, *b);
-}
-
-// A parallelogram in the box of these ends, two opposite corners in the box's.
-void drawRectangleAtMargins(Random &random, SamplingCall *call)
-{
-    double left, right, top, bottom;
-    drawEnds(random, call->params.mode, call->width, &left, &right);
-    drawEnds(random, call->params.mode, call->height, &top, &bottom);
-    double shareX = random.oneIn(2) ? 1.0 : random.unit();
-    double shareY = random.oneIn(2) ? 0.0 : random.unit();
-    if (random.oneIn(2))
-        std::swap(shareX, shareY);
-    if (random.oneIn(16)) // the sides all but parallel
-        shareY = shareX + random.sign() * std::ldexp(1.0, -random.between32(3, 50));
-    CornerCenters corners = {{left, top},
-                             {left + (right - left) * shareX, top + (bottom - top) * shareY},
-                             {right - (right - left) * shareX, bottom - (bottom - top) * shareY}};
-    corners.singleSample = {random.between(-9.0, 9.0), random.between(-9.0, 9.0)};
-    placeCorners(corners, call);
 }
 
 void drawWholePixels(Random &random, SamplingCall *call)
@@ -295,7 +252,7 @@ void drawRectangle(Random &random, SamplingCall *c)
 {
     CornerCenters corners;
     if (!random.oneIn(4) || !drawDyadicCorners(random, *c, &corners))
-        corners = drawFreeCorners(random, *c);
+        corners = drawCorners(random, *c, false);
     placeCorners(corners, c);
 }
 
@@ -344,7 +301,7 @@ SamplingCall drawCall(Random &random, Operation operation)
     else if (kind == 1)
         drawWholePixels(random, &call);
     else
-        drawRectangleAtMargins(random, &call);
+        placeCorners(drawCorners(random, call, true), &call);
     drawTargets(random, &call);
     return call;
 }
