@@ -1,7 +1,7 @@
 // Projections by examples worked out by hand.
 
+#include <algorithm>
 #include <cstdint>
-#include <numeric>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -68,6 +68,29 @@ TEST(AffineProjection, SumsWrap)
         EXPECT_EQ(sumsOf(result), Sums(2, static_cast<uint32_t>(uint64_t{65535} * kRows)));
         EXPECT_EQ(depth, uint32_t{kRows});
     }
+}
+
+// Sums at odd addresses go through a row of their own, which once was brought home after a success only.
+TEST(AffineProjection, ZerosOutsideTheSourceStandAtOddAddresses)
+{
+    const Pixels pixels(1, 20, 20);
+    const kimg_windowConst source = {20, 20, 0, 0, 0, 0, 20, 20, 20, pixels.memory.data(), 1};
+    const kmath_xformLinear map = {0, 0, 1, 0, 0, 1};
+    const kip_affineSampleParams outside = {{100, 3, 4, 0, 0, 4}, kip_affineModeBilinear, 4, 4};
+    std::vector<uint8_t> memory(40, 0xA5);
+    kimg_window sums = {4, 1, 0, 0, 0, 0, 4, 1, 4, memory.data() + 1, 4};
+    kimg_window nowhere;
+    kimg_window_initUnbound(&nowhere);
+    kmath_xformLinear placement{};
+    uint32_t depth = 7, willClip = 7;
+    EXPECT_EQ(kip_affineProjectClippedWindow(&source, &map, &sums, &nowhere, &outside, nullptr, &placement, 255, &depth,
+                                             &willClip),
+              int32_t{kip_statusProjectionOutsideSource});
+    std::vector<uint8_t> expected(40, 0xA5);
+    std::fill_n(expected.begin() + 1, 16, uint8_t{0});
+    EXPECT_EQ(memory, expected);
+    EXPECT_EQ(depth, 7u);
+    EXPECT_EQ(willClip, 1u);
 }
 
 // A window without pixels takes sums to nowhere; the numbers are given all the same. One without a source's is refused.
