@@ -221,15 +221,11 @@ Picture transformed(Picture source, const kip_affineSampleParams &params)
     const int bytes = depthOf(source) / 8;
     Picture result = makePicture(params.destWidth, params.destHeight, 1, depthOf(source));
     kimg_image from, to;
-    requireSuccess(
-        kimg_image_constructExternal(&from, bytes, source.width, source.height, source.width, bytesOf(source)), "");
-    requireSuccess(kimg_image_constructExternal(&to, bytes, result.width, result.height, result.width, bytesOf(result)),
-                   "");
-    const int32_t status = bytes == 2 ? kip_affineTransform16(&from, &to, &params, nullptr)
-                                      : kip_affineTransform(&from, &to, &params, nullptr);
+    kimg_image_constructExternal(&from, bytes, source.width, source.height, source.width, bytesOf(source));
+    kimg_image_constructExternal(&to, bytes, result.width, result.height, result.width, bytesOf(result));
+    EXPECT_GE((bytes == 2 ? kip_affineTransform16 : kip_affineTransform)(&from, &to, &params, nullptr), 0);
     kimg_image_destruct(&from);
     kimg_image_destruct(&to);
-    requireSuccess(status, "");
     return result;
 }
 
@@ -237,29 +233,26 @@ TEST_F(Tool, TransformGivesWhatTheLibraryGives)
 {
     const double s = std::sqrt(0.5);
     const struct {
-        const char *arguments;
+        const char *arguments, *out;
         kip_affineSampleParams params;
     } cases[] = {
-        {"--rect 10,12,30,20", {{10, 12, 30, 0, 0, 20}, 1, 30, 20}},
-        {"--rect 10,12,30,20 --angle 90 --mode nearest", {{35, 7, 0, -20, 30, 0}, 0, 30, 20}},
-        {"--corners 20.25,8.5,41.5,14.75,13,29.125 --threads 1", {{20.25, 8.5, 21.25, -7.25, 6.25, 20.625}, 1, 22, 22}},
-        {"--corners 20.25,8.5,41.5,14.75,13,29.125 --size 7x53 --mode nearest",
-         {{20.25, 8.5, 21.25, -7.25, 6.25, 20.625}, 0, 7, 53}},
+        {"--rect 10,12,30,20 --angle 90 --mode nearest", "out.png", {{35, 7, 0, -20, 30, 0}, 0, 30, 20}},
+        {"--corners 20.25,8.5,41.5,14.75,13,29.125 --threads 1",
+         "out.tif",
+         {{20.25, 8.5, 21.25, -7.25, 6.25, 20.625}, 1, 22, 22}},
         {"--rect 20,18,20,10 --angle 45 --size 33x17",
+         "out.pgm",
          {{30 - 5 * s, 23 - 15 * s, 20 * s, -10 * s, 20 * s, 10 * s}, 1, 33, 17}},
     };
-    for (const char *in : {"in8", "in16"}) {
-        const Picture source = readPicture(at(in + std::string(".png"))).picture;
-        constexpr const char *kOut[] = {"out.png", "out.tif", "out.pgm"};
-        size_t i = 0;
+    for (const std::string in : {"in8.png ", "in16.png "}) {
         for (const auto &c : cases) {
-            const std::string out = kOut[i++ % 3];
-            const Outcome result = run("transform " + std::string(in) + ".png " + out + " " + c.arguments);
+            const Outcome result = run("transform " + in + c.out + " " + c.arguments);
             ASSERT_EQ(result.exitCode, 0) << c.arguments << ": " << result.error;
             EXPECT_EQ(result.out + result.error, "");
-            const Picture got = readPicture(at(out)).picture, expected = transformed(source, c.params);
+            const Picture got = readPicture(at(c.out)).picture;
+            const Picture expected = transformed(readPicture(at(in.substr(0, in.size() - 1))).picture, c.params);
             EXPECT_EQ(got.width, expected.width);
-            EXPECT_TRUE(got.samples == expected.samples) << in << " " << c.arguments;
+            EXPECT_TRUE(got.samples == expected.samples) << in << c.arguments;
         }
     }
 }
