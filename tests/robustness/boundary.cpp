@@ -40,7 +40,7 @@ struct Batch {
 
 std::vector<uint32_t> runnableFeatures()
 {
-    std::vector<uint32_t> features = {0};
+    std::vector<uint32_t> features = {0, ksys_featurePackedInteger}; // which no processor minds being said to have
     for (const Level &level : availableLevels())
         features.push_back(level.features);
     return features;
