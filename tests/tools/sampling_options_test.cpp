@@ -1,43 +1,34 @@
 #include "sampling_options.h"
 
+#include <array>
 #include <cmath>
 #include <gtest/gtest.h>
 
 namespace {
 
-using kiptool::turnedRectangle;
-
-// tx, ty, x side, y side.
-void expectRect(const kmath_shapeAffineRect &rect, double tx, double ty, kmath_vect x, kmath_vect y)
+// Origin, x side, y side.
+std::array<double, 6> turned(const kmath_shapeAffineRect &upright, double degrees)
 {
-    EXPECT_EQ(rect.tx, tx);
-    EXPECT_EQ(rect.ty, ty);
-    EXPECT_EQ(rect.e0, x.x);
-    EXPECT_EQ(rect.e2, x.y);
-    EXPECT_EQ(rect.e1, y.x);
-    EXPECT_EQ(rect.e3, y.y);
-}
-
-// Any rounding here would keep the library from seeing a map of whole pixels.
-TEST(TurnedRectangle, QuarterTurnsAreExact)
-{
-    const kmath_shapeAffineRect upright = {10, 20, 40, 0, 0, 10};
-    for (const double full : {0.0, 360.0, -360.0, 360.0 * 1e12}) {
-        expectRect(turnedRectangle(upright, full), 10, 20, {40, 0}, {0, 10});
-        expectRect(turnedRectangle(upright, full + 90), 35, 5, {0, 40}, {-10, 0});
-        expectRect(turnedRectangle(upright, full - 90), 25, 45, {0, -40}, {10, 0});
-        expectRect(turnedRectangle(upright, full + 180), 50, 30, {-40, 0}, {0, -10});
-    }
-    expectRect(turnedRectangle({0.1, 0.3, 0.7, 0, 0, 0.9}, 0), 0.1, 0.3, {0.7, 0}, {0, 0.9});
+    const kmath_shapeAffineRect rect = kiptool::turnedRectangle(upright, degrees);
+    return {rect.tx, rect.ty, rect.e0, rect.e2, rect.e1, rect.e3};
 }
 
 TEST(TurnedRectangle, TurnsClockwiseAboutItsCentre)
 {
-    const kmath_shapeAffineRect rect = turnedRectangle({10, 20, 40, 0, 0, 10}, 30);
-    EXPECT_NEAR(rect.e0, 40 * std::sqrt(3) / 2, 1e-12);
-    EXPECT_NEAR(rect.e2, 20, 1e-12); // the x side runs down the screen
-    EXPECT_NEAR(rect.tx + (rect.e0 + rect.e1) / 2, 30, 1e-12);
-    EXPECT_NEAR(rect.ty + (rect.e2 + rect.e3) / 2, 25, 1e-12);
+    using Sides = std::array<double, 6>;
+    const kmath_shapeAffineRect upright = {10, 20, 40, 0, 0, 10};
+    // Any rounding of quarter turns would keep the library from seeing a map of whole pixels.
+    for (const double full : {0.0, 360.0, -360.0, 360.0 * 1e12}) {
+        EXPECT_EQ(turned(upright, full), (Sides{10, 20, 40, 0, 0, 10}));
+        EXPECT_EQ(turned(upright, full + 90), (Sides{35, 5, 0, 40, -10, 0}));
+        EXPECT_EQ(turned(upright, full - 90), (Sides{25, 45, 0, -40, 10, 0}));
+        EXPECT_EQ(turned(upright, full + 180), (Sides{50, 30, -40, 0, 0, -10}));
+    }
+    EXPECT_EQ(turned({0.1, 0.3, 0.7, 0, 0, 0.9}, 0), (Sides{0.1, 0.3, 0.7, 0, 0, 0.9}));
+    const double h = std::sqrt(3) / 2; // the cosine of 30 degrees; the x side runs down the screen
+    const Sides expected = {30 - 20 * h + 2.5, 25 - 10 - 5 * h, 40 * h, 20, -5, 10 * h}, got = turned(upright, 30);
+    for (size_t i = 0; i < got.size(); ++i)
+        EXPECT_NEAR(got[i], expected[i], 1e-12) << i;
 }
 
 } // namespace
