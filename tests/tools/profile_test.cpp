@@ -8,25 +8,17 @@ namespace {
 
 using namespace kiptool;
 
-// Four columns of which the first lies outside and the second a quarter inside.
-Profile partlyInside()
+TEST(Profile, ValuesKeepEveryDigit)
 {
-    return {"column", "mean", {0, 30.5, 20, 60}, {0, 2, 8, 8}, 8, 1, 4, 12};
+    EXPECT_EQ(profileAsCsv({"row", "mean", {4294967295.0, 30.5}, {}, 1, 0, 2, 2}), "row,mean\n0,4294967295\n1,30.5\n");
 }
 
-TEST(Profile, TablesLeaveOutWhatDoesNotExistAndKeepEveryDigit)
-{
-    EXPECT_EQ(profileAsCsv(partlyInside()), "column,mean,coverage\n0,,0\n1,30.5,2\n2,20,8\n3,60,8\n");
-    EXPECT_EQ(profileAsJson(partlyInside()),
-              "{\"axis\": \"column\", \"quantity\": \"mean\", \"samples\": 8, \"first\": 1, \"end\": 4,\n"
-              " \"values\": [null, 30.5, 20, 60],\n \"coverage\": [0, 2, 8, 8]}\n");
-    EXPECT_EQ(profileAsCsv({"row", "sum", {4294967295.0}, {}, 1, 0, 1, 1}), "row,sum\n0,4294967295\n");
-}
-
-// The plot's area is 665 x 300 points from (110, 40): 12 pixels and the values from 20 to 60.
+// Four columns of which the first lies outside and the second a quarter inside. The plot's area is 665 x 300 points
+// from (110, 40): 12 pixels and the values from 20 to 60.
 TEST(Profile, PlotPutsStepsAndShadesWhereTheyBelong)
 {
-    const std::string svg = plotAsSvg(partlyInside());
+    const Profile partlyInside = {"column", "mean", {0, 30.5, 20, 60}, {0, 2, 8, 8}, 8, 1, 4, 12};
+    const std::string svg = plotAsSvg(partlyInside);
     const char *const parts[] = {
         "<polyline points=\"276.25,261.25 442.50,261.25 442.50,340.00 608.75,340.00 608.75,40.00 775.00,40.00 \"",
         "<rect x=\"110.00\" y=\"40.00\" width=\"166.25\" height=\"300.00\" fill=\"#afafaf\"/>", // nothing inside
@@ -38,7 +30,7 @@ TEST(Profile, PlotPutsStepsAndShadesWhereTheyBelong)
     };
     for (const char *part : parts)
         EXPECT_NE(svg.find(part), std::string::npos) << part << " in\n" << svg;
-    const Picture picture = plotAsPicture(partlyInside());
+    const Picture picture = plotAsPicture(partlyInside);
     const auto red = [&picture](size_t x, size_t y) {
         return +samples8(picture)[(y * static_cast<size_t>(picture.width) + x) * 3];
     };
