@@ -100,7 +100,7 @@ struct CallMemory {
 
     GuardedMemory source{size_t{24} << 20};
     GuardedMemory result{size_t{4} << 20};
-    GuardedMemory second{size_t{1} << 20};
+    GuardedMemory second{size_t{4} << 20};
     std::vector<uint8_t> noise; // what the sources are filled with
 };
 
