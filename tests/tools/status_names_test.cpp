@@ -3,7 +3,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <regex>
+#include <string>
 
 namespace {
 
@@ -12,15 +12,15 @@ using Names = std::map<std::string, uint32_t>;
 TEST(StatusNames, CoverTheHeadersExactly)
 {
     Names inHeaders, named;
-    const std::regex status("(\\w+) = \\(int32_t\\)(0x8[0-9a-fA-F]+)");
+    const std::string sign = "(int32_t)0x8"; // name = (int32_t)0x8...u,
     for (const char *header : {"include/kip/kip.h", "services/kimg/kimg.h", "services/kippel/kippel.h",
                                "services/kmath/kmath.h", "services/kstd/kstd.h", "services/ksys/ksys.h"}) {
         std::ifstream file(std::string(KIP_SOURCE_DIR "/") + header);
         EXPECT_TRUE(file) << header;
-        std::smatch match;
-        for (std::string line; std::getline(file, line);)
-            if (std::regex_search(line, match, status))
-                inHeaders[match[1]] = static_cast<uint32_t>(std::stoul(match[2], nullptr, 16));
+        std::string name, equals;
+        for (std::string word; file >> word; name = equals, equals = word)
+            if (word.rfind(sign, 0) == 0 && equals == "=")
+                inHeaders[name] = static_cast<uint32_t>(std::stoul(word.substr(sign.size() - 3), nullptr, 16));
     }
     for (const kiptool::StatusName &known : kiptool::statusNames())
         named[known.name] = static_cast<uint32_t>(known.status);
