@@ -233,6 +233,7 @@ TEST(LargeSources, TilesThatSpreadTooFar)
     } rows[] = {
         {"fine steps", 1.0, 5000, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, kRebased},
         {"mirrored coarse steps", 1.0, 60, 3, {{far, 1.0}, {1.0, 2.0}, {far, 8.0}}, kInDoubles},
+        {"coarse steps, worth jobs", 1.0, 101, 701, {{1.3, 1.1}, {far, 2.2}, {1.9, 7.9}}, kInDoubles},
         {"large client units", 1000.0, 60, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, kInDoubles},
         {"small client units", 0.001, 3000, 3, {{1.0, 1.0}, {far, 2.0}, {1.5, 8.0}}, kInDoubles},
         {"sheared", 1.0, 64, 64, {{1.0, 1.0}, {25000.0, 4.0}, {26000.0, 5.0}}, kInDoubles},
@@ -242,6 +243,7 @@ TEST(LargeSources, TilesThatSpreadTooFar)
         {"enormous side of one row", 1.0, 50, 1, {{3.0, 4.0}, {60.0, 8.0}, {}, {0, -1e9}}, kInDoubles},
     };
     const CallMemory memory{};
+    ksys_jobThreadGroup_setThreadCount(3);
     for (const auto &row : rows) {
         for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
             SCOPED_TRACE(row.name);
@@ -258,6 +260,7 @@ TEST(LargeSources, TilesThatSpreadTooFar)
             EXPECT_EQ(outcome.status, 0);
         }
     }
+    ksys_jobThreadGroup_setThreadCount(0);
 }
 
 // 4.9 * 10^9 pixels, of which only the sampled rows are memory: offsets into them take 64 bits.
