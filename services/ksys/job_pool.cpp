@@ -19,6 +19,8 @@
 #include <thread>
 
 #include "job_pool_platform.h"
+#include "keep_loaded.h"
+#include "process_once.h"
 
 namespace {
 
@@ -58,13 +60,13 @@ struct Pool {
 // The pool is never destroyed: workers that are in a job when the process ends still come back to it.
 alignas(Pool) unsigned char poolStorage[sizeof(Pool)];
 
-// Changes in a child process, where the workers that its parent had are missing.
-std::atomic<uint32_t> processGeneration{0};
-
-Pool &pool()
+// Returns the process's pool; null when there is no memory for noticing forks. A forked child has a copy of its
+// parent's pool but none of the threads, one of which may have locked it: a new pool is made over the copy there.
+Pool *pool()
 {
-    static Pool *const instance = new (poolStorage) Pool;
-    return *instance;
+    static uint32_t once = 0;
+    const bool isMade = makeOncePerProcess(once, [] { new (poolStorage) Pool; });
+    return isMade ? std::launder(reinterpret_cast<Pool *>(poolStorage)) : nullptr; // GCOVR_EXCL_BR_LINE: a few bytes
 }
 
 template <class Condition>
@@ -174,20 +176,12 @@ void work(Pool &shared, Worker &self)
     }
 }
 
-// A forked child has a copy of the pool but none of its threads, one of which may have locked it: the pool is
-// made anew there, over the copy.
-bool prepareForFork()
-{
-    return prepareForThreads([] {
-        processGeneration.fetch_add(1, std::memory_order_relaxed);
-        new (poolStorage) Pool;
-    });
-}
-
 // Starts threads until there are enough or the system refuses; those that are there then do the work.
 void growPool(Pool &shared, int32_t wanted)
 {
     if (shared.isStopping || shared.workerCount >= wanted)
+        return;
+    if (!kCanJoinAtUnload && !keepLoaded(poolStorage)) // then its threads keep it loaded
         return;
     const SignalsBlocked signalsBlocked;
     try {
@@ -203,12 +197,10 @@ void growPool(Pool &shared, int32_t wanted)
 
 void publish(Pool &shared, Dispatch &dispatch)
 {
-    static const bool isPrepared = prepareForFork();
     int32_t called = 0;
     {
         const std::lock_guard lock(shared.mutex);
-        if (isPrepared)
-            growPool(shared, dispatch.seats);
+        growPool(shared, dispatch.seats);
         if (shared.workerCount == 0 || shared.isStopping)
             return;
         Dispatch **last = &shared.oldest;
@@ -249,8 +241,14 @@ void withdraw(Pool &shared, Dispatch &dispatch)
 
 int32_t ksys_jobPool_processorCount()
 {
-    static const auto count =
-        static_cast<int32_t>(std::clamp<unsigned>(std::thread::hardware_concurrency(), 1, ksys_jobPoolThreadLimit));
+    // Asking takes a while. Threads that come here at the same time find the same answer.
+    static constinit std::atomic<int32_t> known{0};
+    int32_t count = known.load(std::memory_order_relaxed);
+    if (count == 0) {
+        count =
+            static_cast<int32_t>(std::clamp<unsigned>(std::thread::hardware_concurrency(), 1, ksys_jobPoolThreadLimit));
+        known.store(count, std::memory_order_relaxed);
+    }
     return count;
 }
 
@@ -258,24 +256,28 @@ void ksys_jobPool_run(const ksys_jobRequestSet &requests, ksys_jobResultSet &res
 {
     const int32_t seats = std::min({threadCount, requests.count, ksys_jobPoolThreadLimit}) - 1;
     Dispatch dispatch{requests.requests, results.statuses, requests.count, seats};
-    if (seats < 1) {
+    Pool *const shared = seats < 1 ? nullptr : pool();
+    if (shared == nullptr) {
         runJobs(dispatch, End::front);
         return;
     }
     std::fegetenv(&dispatch.arithmetic);
     const uint32_t generation = processGeneration.load(std::memory_order_relaxed);
-    publish(pool(), dispatch);
+    publish(*shared, dispatch);
     runJobs(dispatch, End::front);
     // After a fork inside a job, the child must not wait for helpers that stayed in the parent.
     if (generation == processGeneration.load(std::memory_order_relaxed))
-        withdraw(pool(), dispatch);
+        withdraw(*shared, dispatch);
 }
 
 void ksys_jobPool_stop()
 {
     if (!kCanJoinAtUnload)
         return; // the pool keeps the library loaded, and the end of the process has ended its threads
-    Pool &shared = pool();
+    Pool *const made = pool();
+    if (made == nullptr) // GCOVR_EXCL_BR_LINE: a few bytes that no test can refuse
+        return;
+    Pool &shared = *made;
     std::unique_lock lock(shared.mutex);
     shared.isStopping = true;
     shared.published.fetch_add(1, std::memory_order_release);

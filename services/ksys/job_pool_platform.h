@@ -3,11 +3,8 @@
 
 // What the job pool asks of the operating system and the processor beyond the standard library.
 
-#include "keep_loaded.h"
-
 #if !defined(_WIN32)
 #include <csignal>
-#include <pthread.h>
 #endif
 
 /** Tells the processor that this thread spins. */
@@ -23,16 +20,9 @@ inline void relaxProcessor()
 #if defined(_WIN32)
 
 /**
- * Keeps the library loaded from now on: Windows unloads a library under a lock that an ending thread needs
- * too, so that threads cannot be waited for there. Returns whether that worked.
+ * Whether threads can be waited for while the library is being unloaded. Windows unloads it under a lock that an ending
+ * thread needs too.
  */
-inline bool prepareForThreads(void (*)())
-{
-    static const char anchor = 0;
-    return keepLoaded(&anchor);
-}
-
-/** Whether threads can be waited for while the library is being unloaded. */
 constexpr bool kCanJoinAtUnload = false;
 
 /** Windows has no signals to keep away. */
@@ -41,12 +31,6 @@ struct SignalsBlocked {
 };
 
 #else
-
-/** Names what to call in the child after a fork. Returns whether that worked. */
-inline bool prepareForThreads(void (*inChild)())
-{
-    return pthread_atfork(nullptr, nullptr, inChild) == 0;
-}
 
 /** Whether threads can be waited for while the library is being unloaded. */
 constexpr bool kCanJoinAtUnload = true;

@@ -132,11 +132,12 @@ typedef struct {
 } ksys_criticalSection;
 
 /**
- * Makes the section that section's storage stands for, once per process.
+ * Makes the section that section's storage stands for, once per process. A forked child, where the thread that held
+ * its parent's section may be missing, makes it anew when it comes here.
  *
  * section   static storage, zero at load.
  * onceWord  static word, zero at load.
- * Returns 0 when the section exists, also when another thread made it.
+ * Returns 0 when the section exists, also when another thread made it, or #ksys_statusOutOfMemory.
  */
 KSERVICES_API int32_t ksys_criticalSection_constructSingleton(ksys_criticalSection *section, uint32_t *onceWord);
 

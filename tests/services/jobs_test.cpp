@@ -286,27 +286,50 @@ TEST_F(Jobs, runAllOrNoneWhenMemoryRunsOutEachTimeTheyAreDispatched)
 
 #if defined(__unix__) && !KIP_TEST_SANITIZED
 
-TEST_F(Jobs, dispatchInAForkedChild)
+// Takes the locks that there are: the pool's, and a section that is held meanwhile.
+bool areServicesThere()
+{
+    static ksys_criticalSection section;
+    static uint32_t once;
+    std::atomic<int32_t> present{0};
+    if (ksys_criticalSection_constructSingleton(&section, &once) < 0 ||
+        ksys_criticalSection_wait(&section, nullptr) < 0)
+        return false;
+    const bool areMet = dispatch(jobsThatMeet(3, present)).status == 0;
+    return ksys_criticalSection_release(&section) == 0 && areMet;
+}
+
+// Runs work in a forked child, which has a minute; returns whether it worked there.
+bool worksInAChild(const std::function<bool()> &work)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        _exit(work() ? 11 : 12);
+    }
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 11;
+}
+
+TEST_F(Jobs, runInAChildForkedWhileAnotherThreadUsesThem)
 {
     ksys_jobThreadGroup_setThreadCount(3);
-    std::atomic<bool> isOver{false};
-    std::thread other([&isOver] { // so that some of the forks find the pool locked
-        while (!isOver)
-            dispatch(std::vector<Job>(3, [] { return 0; }));
-    });
-    for (int i = 0; i < 20; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
-            std::atomic<int32_t> present{0};
-            _exit(dispatch(jobsThatMeet(3, present)).status == 0 ? 11 : 12);
-        }
-        int status = 0;
-        EXPECT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 11);
+    for (int delay = 0; delay < 300; ++delay) {
+        // Nothing is there yet in a child, and its own child is forked somewhere in the first use or a later one.
+        ASSERT_TRUE(worksInAChild([delay] {
+            std::atomic<bool> isStarted{false};
+            std::thread([&isStarted] {
+                for (isStarted = true;;)
+                    areServicesThere();
+            }).detach();
+            if (!waitFor([&isStarted] { return isStarted.load(); }))
+                return false;
+            const auto end = std::chrono::steady_clock::now() + std::chrono::nanoseconds(200) * delay;
+            while (std::chrono::steady_clock::now() < end) {
+            }
+            return worksInAChild(areServicesThere);
+        })) << delay;
     }
-    isOver = true;
-    other.join();
 }
 
 #endif
