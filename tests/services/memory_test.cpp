@@ -1,16 +1,13 @@
-// Memory: alignment, sizes that no block can have, resizes, changing allocators, rectangles of bytes.
+// Memory: alignment, sizes that no block can have, resizes, changing allocators.
 
 #include <ksys/ksys.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <optional>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -168,6 +165,20 @@ TEST(Memory, blocksKeepTheirBytesAndTheirAllocator)
     }
     for (Block &block : blocks)
         ksys_memory_free_internal(&block.at);
+}
+
+TEST(Memory, incompleteHooksAreNotInstalled)
+{
+    FailingAllocator allocator;
+    const auto &[alloc, realloc, free, context] = kPlainHooks;
+    for (const ksys_memoryHooks &hooks : {ksys_memoryHooks{nullptr, realloc, free, context},
+                                          {alloc, nullptr, free, context},
+                                          {alloc, realloc, nullptr, context}})
+        EXPECT_EQ(ksys_memory_setHooks(&hooks), ksys_statusBadArgument);
+    void *block = nullptr;
+    EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
+    EXPECT_EQ(allocator.requests(), 1);
+    ksys_memory_free_internal(&block);
 }
 
 } // namespace
