@@ -311,7 +311,7 @@ bool worksInAChild(const std::function<bool()> &work)
     return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 11;
 }
 
-TEST_F(Jobs, runInAChildForkedWhileAnotherThreadUsesThem)
+TEST_F(Jobs, runInAForkedChildWhateverOtherThreadsDid)
 {
     ksys_jobThreadGroup_setThreadCount(3);
     for (int delay = 0; delay < 300; ++delay) {
