@@ -53,8 +53,8 @@ int32_t takeCache(kip_affineSampleCache **handle, kip_affineSampleCache *local, 
 struct SumsRow {
     kimg_window window;
     kimg_image temporary;
-    bool isTemporary;
-    bool isWhole; // the caller's window holds all of it
+    bool isTemporary = false;
+    bool isWhole = false; // the caller's window holds all of it
 };
 
 bool holdsRow(const kimg_window &window, int32_t width)
