@@ -1,4 +1,5 @@
-// Sums of rows and columns in every orientation against a model, at every level of the processor.
+// Sums of rows and columns: which routines serve them, under which names they ask, and where sums wrap. That they are
+// the model's at every level is for the boundary test.
 
 #include <cstdint>
 #include <string>
@@ -9,12 +10,8 @@
 
 #include "projection/sum_kernels.h"
 #include "projection/window_sums_packed.h"
-#include "support/crash_note.h"
 #include "support/levels.h"
-#include "support/random.h"
-#include "support/sampling_call.h"
 #include "support/target_region.h"
-#include "support/turns.h"
 
 namespace kip::test {
 
@@ -27,49 +24,6 @@ std::vector<Level> allLevels()
     std::vector<Level> levels = availableLevels();
     levels.insert(levels.begin(), {"portable", 0});
     return levels;
-}
-
-// Of windows, and of rectangles of whole pixels in every orientation.
-TEST(WindowSums, AreTheModels)
-{
-    static constexpr Operation kSums[] = {Operation::sumImage,  Operation::sumImageIntoVector,
-                                          Operation::sumWindow, Operation::sumWindowIntoVector,
-                                          Operation::project,   Operation::projectWindow};
-    const CallMemory memory{};
-    Random random(4711);
-    for (const Level &level : allLevels()) {
-        SCOPED_TRACE(level.name);
-        const ProcessorLevel set(level.features);
-        for (int n = 1; n < 700; ++n) {
-            // Few rows, some bands and the ends of them, about the 256 rows that partial sums hold.
-            static constexpr int32_t kHeights[][2] = {{1, 9}, {10, 40}, {1, 9}, {254, 514}};
-            const auto &heights = kHeights[random.next() % 4];
-            SamplingCall call;
-            call.operation = random.pick(kSums);
-            call.width = n > 660 ? random.between32(132, 2048) : 1 + n % 131;
-            call.height = random.between32(heights[0], heights[1]);
-            call.pitch = (call.width + random.between32(0, random.oneIn(3) ? 70 : 3)) * random.sign();
-            call.isWhite = random.oneIn(3);
-            call.seed = random.next();
-            call.sourceGuard = random.pick(kGuards);
-            call.destinationGuard = random.pick(kGuards);
-            call.sumsColumns = random.oneIn(2);
-            int32_t count = call.sumsColumns ? call.width : call.height;
-            if (isProjection(call.operation)) {
-                const Turn turn = random.pick(kTurns);
-                const int32_t columns = turn.swapsAxes() ? call.height : call.width;
-                const int32_t rows = turn.swapsAxes() ? call.width : call.height;
-                call.bytesPerPixel = random.between32(1, 2);
-                call.params = {turn.rect(0, 0, columns, rows), 0, columns, rows};
-                count = columns;
-            }
-            call.result = {true, count, 1, count, 0, 0, random.between32(0, 7)};
-            noteForCrash(describe(call));
-            const Outcome outcome = runCall(call, memory, nullptr, Check::meaning);
-            ASSERT_EQ(outcome.fault, "") << describe(call);
-            ASSERT_GE(outcome.status, 0) << describe(call);
-        }
-    }
 }
 
 #if defined(KIP_HAS_X86_VARIANTS)

@@ -14,31 +14,6 @@ namespace kip::test {
 
 namespace {
 
-TEST(AlignedTransform, WorkedExample)
-{
-    // 1 2 3
-    // 4 5 6
-    const struct {
-        kip_affine_imageAlignment code;
-        int32_t width;
-        uint8_t expected[6];
-    } rows[] = {
-        {kip_affine_alignIdentity, 3, {1, 2, 3, 4, 5, 6}},  {kip_affine_alignTranspose, 2, {1, 4, 2, 5, 3, 6}},
-        {kip_affine_alignRotate90, 2, {3, 6, 2, 5, 1, 4}},  {kip_affine_alignRotate90Transpose, 3, {3, 2, 1, 6, 5, 4}},
-        {kip_affine_alignRotate180, 3, {6, 5, 4, 3, 2, 1}}, {kip_affine_alignRotate180Transpose, 2, {6, 3, 5, 2, 4, 1}},
-        {kip_affine_alignRotate270, 2, {4, 1, 5, 2, 6, 3}}, {kip_affine_alignRotate270Transpose, 3, {4, 5, 6, 1, 2, 3}},
-    };
-    for (const auto &row : rows) {
-        const uint8_t source[] = {1, 2, 3, 0, 0, 4, 5, 6};
-        uint8_t result[6] = {};
-        const kimg_windowConst from = {3, 2, 0, 0, 0, 0, 3, 2, 5, source, 1};
-        kimg_window to = {row.width, 6 / row.width, 0, 0, 0, 0, 0, 0, row.width, result, 1};
-        ASSERT_EQ(kip_affineTransformAligned(&from, &to, row.code), 0);
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ(result[i], row.expected[i]) << "code " << row.code << ", pixel " << i;
-    }
-}
-
 // One sample between four pixels, by weights worked out by hand: exact ones that round halves down at 16 bits, ones of
 // 16 bits that sum to a little less than 1 at 8.
 TEST(BilinearTransform, WorkedSamples)
