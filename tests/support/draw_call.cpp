@@ -148,9 +148,56 @@ void drawImages(Random &random, SamplingCall *call)
     call->params.mode = static_cast<uint32_t>(random.next() % modes);
 }
 
+// Have exact inverses.
+constexpr kmath_xformLinear kExactMaps[] = {
+    {0, 0, 1, 0, 0, 1},    {0.5, -0.25, 1, 0, 0, 1},   {3, -5, 2, 0, 0, 2}, {0, 0, 4, 0, 0, 0.125},
+    {0, 480, 1, 0, 0, -1}, {64, 0, 0, -0.25, 0.25, 0}, {0, 0, 0, 2, 2, 0},  {0, 0, 1, 0.5, 0, 1},
+};
+
+// At most 2 x 2 samples, a corner of theirs so many sixteenths of a 16.16 unit beside a margin, all in numbers that
+// doubles hold.
+void drawExactMargin(Random &random, SamplingCall *call)
+{
+    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
+    call->srcFromClient = random.pick(kExactMaps);
+    call->params.destWidth = random.between32(1, 2);
+    call->params.destHeight = random.between32(1, 2);
+    int32_t width = call->width, height = call->height;
+    if (call->operation == Operation::analyse && random.oneIn(3)) { // beyond 16.16, or beside it
+        (random.oneIn(2) ? width : height) = random.oneIn(2) ? 40000 : random.between32(32766, 32769);
+        call->hasOtherWindow = true;
+        call->windowWidth = width;
+        call->windowHeight = height;
+        if (random.oneIn(4) && std::max(call->width, call->height) <= 300)
+            call->pitch = random.sign() * random.between32(32766, 32769);
+    }
+    double inwards[2];
+    const auto near = [&](int32_t size, double *direction) {
+        const bool isLower = random.oneIn(2);
+        *direction = isLower ? 1.0 : -1.0;
+        if (random.oneIn(2))
+            return size / 2.0;
+        const double beyond = random.between32(-40, 40) * 0x1p-20;
+        const double upper = size > 32767 && random.oneIn(2) ? 32767.0 : size - kMargins[call->params.mode];
+        return isLower ? kMargins[call->params.mode] + beyond : upper - beyond;
+    };
+    const kmath_vect at = {near(width, &inwards[0]), near(height, &inwards[1])};
+    const auto side = [&] {
+        const bool isOutwards = random.oneIn(8);
+        return kmath_vect{inwards[0] * random.between32(isOutwards ? -2 : 0, call->width / 2) / 2,
+                          inwards[1] * random.between32(isOutwards ? -2 : 0, call->height / 2) / 2};
+    };
+    const kmath_vect x = side(), y = side();
+    const double alongX = random.between32(0, 1), alongY = random.between32(0, 1); // which corner it is
+    const kmath_vect first = {at.x - alongX * x.x - alongY * y.x, at.y - alongX * x.y - alongY * y.y};
+    CornerCenters corners = {first, {first.x + x.x, first.y + x.y}, {first.x + y.x, first.y + y.y}};
+    corners.singleSample = {random.between32(-9, 9) * 0.5, random.between32(-9, 9) * 0.5};
+    placeCorners(corners, call);
+}
+
 void drawWholePixels(Random &random, SamplingCall *call)
 {
-    call->srcFromClient = {0, 0, 1, 0, 0, 1};
+    call->srcFromClient = random.pick(kExactMaps);
     const Turn turn = random.pick(kTurns);
     const auto near = [&](int32_t extent, int32_t size) {
         return random.oneIn(2) ? random.between32(-2, 2) : extent - size + random.between32(-2, 2);
@@ -160,6 +207,9 @@ void drawWholePixels(Random &random, SamplingCall *call)
         turn.rect(near(call->width, turn.swapsAxes() ? h : w), near(call->height, turn.swapsAxes() ? w : h), w, h);
     call->params.rect.tx += call->x;
     call->params.rect.ty += call->y;
+    if (random.oneIn(8)) // the tolerance
+        call->params.rect.*random.pick(kElements) += random.sign() * (random.oneIn(2) ? 0.9e-12 : 1.1e-12);
+    call->params.rect = inClient(*call, call->params.rect);
 }
 
 void drawTarget(Random &random, int32_t width, int32_t height, bool isSums, Target *target)
@@ -300,6 +350,8 @@ SamplingCall drawCall(Random &random, Operation operation)
         drawRectangle(random, &call);
     else if (kind == 1)
         drawWholePixels(random, &call);
+    else if (kind == 2 || (kind < 6 && operation == Operation::analyse))
+        drawExactMargin(random, &call);
     else
         placeCorners(drawCorners(random, call, true), &call);
     drawTargets(random, &call);

@@ -6,8 +6,10 @@
 #include <sstream>
 
 #include "support/call_meaning.h"
+#include "support/geometry_model.h"
 #include "support/placed_image.h"
 #include "support/random.h"
+#include "support/records.h"
 #include "support/turns.h"
 
 namespace kip::test {
@@ -98,7 +100,18 @@ int32_t analyse(Invocation &in)
     }
     if (!in.call.hasOtherWindow && (std::memcmp(&rects[0], &rects[1], sizeof rects[0]) != 0 || flags[0] != flags[1]))
         in.fault += "an image and its window differ; ";
-    check(kip_affine_imageAlignment_compute(&params, &map, &in.scalars.first, &rects[2]), rects[2], kNoRect);
+    const int32_t aligned = kip_affine_imageAlignment_compute(&params, &map, &in.scalars.first, &rects[2]);
+    check(aligned, rects[2], kNoRect);
+    if (params.destWidth >= 1 && params.destHeight >= 1 && params.mode <= kip_affineModeBicubic) {
+        const GeometryModel model = modelGeometry(params, map, in.from);
+        if (statuses[1] >= 0 && model.clips.value_or(flags[1] != 0) != (flags[1] != 0))
+            in.fault += "clips otherwise; ";
+        if (model.footprint && *model.footprint != rects[1])
+            in.fault += "another footprint; ";
+        if (aligned >= 0 && (model.alignment.value_or(in.scalars.first) != in.scalars.first ||
+                             model.block.value_or(rects[2]) != rects[2]))
+            in.fault += "aligned otherwise; ";
+    }
     in.scalars.placement = kNoMap;
     if (params.destWidth >= 1 && params.destHeight >= 1) // the caller's duty
         check(kip_affineSampleParams_getDestImageFromClientXform(&params, in.call.clip & 1, &in.scalars.placement),
