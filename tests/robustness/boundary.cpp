@@ -64,12 +64,18 @@ Random caseRandom(const Options &options, int64_t number)
     return Random(Random(options.seed).next() + static_cast<uint64_t>(number) * 0xD1342543DE82EF95);
 }
 
-// With a cache that holds another call's geometry, or the same.
+// With a cache that holds another call's geometry, or the same, from this form or another.
 Outcome runCached(SamplingCall call, const CallMemory &memory, Random &random)
 {
     kip_affineSampleCache *cache = nullptr;
     kip_affineSampleCache_construct(&cache);
     SamplingCall earlier = call;
+    if (random.oneIn(2))
+        earlier.operation = random.pick(kOperations);
+    if (!takesCache(earlier.operation))
+        earlier.operation = call.operation;
+    if (random.oneIn(4))
+        earlier.bytesPerPixel = 3 - call.bytesPerPixel;
     if (random.oneIn(2))
         earlier.params.mode = static_cast<uint32_t>(random.between(0, 3));
     if (random.oneIn(2))

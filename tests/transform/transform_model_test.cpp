@@ -292,33 +292,6 @@ TEST(LargeSources, FarCornerBeyond32BitOffsets)
     }
 }
 
-// ---- Caches --------------------------------------------------------------------------------------------------------
-
-// One cache goes from form to form, from depth to depth and from geometry to geometry.
-TEST(SamplingCache, ServesAllFormsInTurn)
-{
-    const CallMemory memory{};
-    Random random(4400);
-    kip_affineSampleCache *cache = nullptr;
-    ASSERT_EQ(kip_affineSampleCache_construct(&cache), 0);
-    for (int n = 0; n < 4000; ++n) {
-        SamplingCall call;
-        call.operation = random.pick(kSampling);
-        call.bytesPerPixel = random.between32(1, 2);
-        call.width = 60;
-        call.height = 50;
-        call.pitch = -64;
-        const int32_t rows = random.pick({1, 7});
-        const kmath_shapeAffineRect rects[] = {
-            {10.25, 9.5, 17, 3, -2, 8}, {11, 9, 17, 0, 0, 1.0 * rows}, {50.25, 9.5, 17, 3, -2, 8}};
-        call.params = {random.pick(rects), static_cast<uint32_t>(random.between(1, 3)), 17, rows};
-        const Outcome outcome = runCall(call, memory, &cache);
-        ASSERT_EQ(outcome.fault, "");
-        ASSERT_EQ(outcome.digest, runCall(call, memory).digest) << "call " << n << ": " << describe(call);
-    }
-    EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
-}
-
 } // namespace
 
 } // namespace kip::test
