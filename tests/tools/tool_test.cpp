@@ -33,11 +33,20 @@ int exitCodeOf(int status)
 {
     return status;
 }
+// 9009 is the shell's own: it has not found, or could not start, the program.
+bool wasStarted(int status)
+{
+    return status != -1 && status != 9009;
+}
 #else
 constexpr bool kIsWindows = false;
 int exitCodeOf(int status)
 {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+bool wasStarted(int status)
+{
+    return status != -1;
 }
 #endif
 
@@ -61,7 +70,11 @@ Outcome run(const std::string &arguments)
 {
     static const std::string tool = fs::absolute(KIP_TOOL_PATH).make_preferred().string();
     // A first word without quotes: one system's shell would strip them.
-    const int status = std::system(("cd . && \"" + tool + "\" >printed 2>complained " + arguments).c_str());
+    const std::string command = "cd . && \"" + tool + "\" >printed 2>complained " + arguments;
+    int status = std::system(command.c_str());
+    // Wine, under load, starts one program in some thousands not at all. One that was started is never run again.
+    for (int attempts = 1; attempts < 4 && !wasStarted(status); ++attempts)
+        status = std::system(command.c_str());
     return {exitCodeOf(status), takePrinted("printed"), takePrinted("complained")};
 }
 
