@@ -1,9 +1,10 @@
 #include "support/fixed_point.h"
-#include "transform/kernel_levels.h"
-#include "transform/plan_tiles.h"
+#include "support/processor_features.h"
+#include "transform/plan/plan_tiles.h"
 #include "transform/resample.h"
-#include "transform/tile_size.h"
-#include "transform/tile_walkers.h"
+#include "transform/tiles/tile_kernel_choice.h"
+#include "transform/tiles/tile_size.h"
+#include "transform/tiles/tile_walkers.h"
 
 namespace kip {
 

@@ -6,8 +6,8 @@
 #include "support/cleanup_list.h"
 #include "support/optimized_path.h"
 #include "transform/resample.h"
-#include "transform/tile_kernels.h"
-#include "transform/tile_size.h"
+#include "transform/tiles/tile_kernels.h"
+#include "transform/tiles/tile_size.h"
 
 namespace kip {
 

@@ -10,7 +10,7 @@
 
 #include "support/records.h"
 #include "transform/resample.h"
-#include "transform/tile_walkers.h"
+#include "transform/tiles/tile_walkers.h"
 
 namespace kip::test {
 

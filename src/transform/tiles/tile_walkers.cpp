@@ -1,0 +1,323 @@
+#include "transform/tiles/tile_walkers.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "support/fixed_point.h"
+
+namespace kip {
+
+namespace {
+
+// Destinations up to this size step from tile to tile by whole multiples of the truncated pixel step; larger
+// ones from the doubles, so that the truncation does not add up.
+constexpr int32_t kMaxExtentForSteppedTiles = 1024;
+
+template <typename Coordinate>
+struct Point {
+    Coordinate x, y;
+};
+
+// Per-pixel steps of a destination, in 16.16.
+struct PixelSteps {
+    int32_t rowX, rowY, colX, colY;
+};
+
+PixelSteps fixedPixelSteps(const SamplingGrid &grid)
+{
+    return {fixedStep(grid.rowStep.x), fixedStep(grid.rowStep.y), fixedStep(grid.colStep.x), fixedStep(grid.colStep.y)};
+}
+
+uint32_t unsignedOf(int32_t v)
+{
+    return static_cast<uint32_t>(v);
+}
+
+template <typename Position>
+Tile<Position> tileAt(Position x, Position y, const PixelSteps &steps)
+{
+    return {x, y, steps.rowX, steps.rowY, steps.colX, steps.colY, 0, 0};
+}
+
+bool isSteeper(int32_t a, int32_t b)
+{
+    return std::abs(int64_t{a}) > std::abs(int64_t{b});
+}
+
+// Tells whether all of an interval of 16.16 positions lies in columns (or rows) 0 to size - 1 - reach of the
+// source, counted from base, and in 32 bits.
+bool isIntervalInside(int64_t start, int64_t alongRow, int64_t alongColumn, int64_t base, int32_t size, int32_t reach)
+{
+    const int64_t least = start + std::min<int64_t>(alongRow, 0) + std::min<int64_t>(alongColumn, 0);
+    const int64_t greatest = start + std::max<int64_t>(alongRow, 0) + std::max<int64_t>(alongColumn, 0);
+    return least >= INT32_MIN && greatest <= INT32_MAX && base + (least >> 16) >= 0 &&
+           base + (greatest >> 16) + reach < size;
+}
+
+// A tile is a parallelogram in the source: its corners bound all of its positions, none of which wraps then.
+bool isInside(const FixedTile &tile, const SourceBounds &bounds, int32_t reach, int32_t shift)
+{
+    const int64_t columns = tile.width - 1;
+    const int64_t rows = tile.rows - 1;
+    return isIntervalInside(int64_t{tile.x} - shift, columns * tile.colStepX, rows * tile.rowStepX, bounds.baseX,
+                            bounds.width, reach) &&
+           isIntervalInside(int64_t{tile.y} - shift, columns * tile.colStepY, rows * tile.rowStepY, bounds.baseY,
+                            bounds.height, reach);
+}
+
+// The kernel adds steps where this multiplies them. A tile's sums differ from the products by far less than
+// the guard, in pixels, for any source that memory can hold.
+bool isIntervalInside(double start, double alongRow, double alongColumn, int32_t size, int32_t reach)
+{
+    constexpr double guard = 0.0625;
+    const double least = start + std::min(alongRow, 0.0) + std::min(alongColumn, 0.0);
+    const double greatest = start + std::max(alongRow, 0.0) + std::max(alongColumn, 0.0);
+    return least >= guard && greatest <= static_cast<double>(size) - reach - guard;
+}
+
+bool isInside(const DoubleTile &tile, const SourceBounds &bounds, int32_t reach, double shift)
+{
+    const double columns = tile.width - 1;
+    const double rows = tile.rows - 1;
+    return isIntervalInside(tile.x - shift, columns * tile.colStepX, rows * tile.rowStepX, bounds.width, reach) &&
+           isIntervalInside(tile.y - shift, columns * tile.colStepY, rows * tile.rowStepY, bounds.height, reach);
+}
+
+// ---- Motions: how the start of a tile is carried from tile to tile -----------------------------------------
+//
+// A motion knows the start of the first tile, the steps to the tile to the right and to the one below, and
+// what a kernel is given for a start: a tile and the source pixel that its positions count from.
+
+// 16.16, wrapping.
+struct FixedMotion {
+    using Position = int32_t;
+    using Coordinate = uint32_t;
+    PixelSteps steps;
+    Point<uint32_t> start, tileRow, tileCol;
+
+    FixedMotion(const SamplingGrid &grid, const kip_affineSampleParams &params, int32_t tileSize)
+        : steps(fixedPixelSteps(grid)), start{unsignedOf(fixedPosition(grid.start.x)),
+                                              unsignedOf(fixedPosition(grid.start.y))}
+    {
+        const auto size = static_cast<uint32_t>(tileSize);
+        if (params.destWidth <= kMaxExtentForSteppedTiles && params.destHeight <= kMaxExtentForSteppedTiles) {
+            tileRow = {size * unsignedOf(steps.rowX), size * unsignedOf(steps.rowY)};
+            tileCol = {size * unsignedOf(steps.colX), size * unsignedOf(steps.colY)};
+        } else {
+            tileRow = {unsignedOf(fixedStep(tileSize * grid.rowStep.x)),
+                       unsignedOf(fixedStep(tileSize * grid.rowStep.y))};
+            tileCol = {unsignedOf(fixedStep(tileSize * grid.colStep.x)),
+                       unsignedOf(fixedStep(tileSize * grid.colStep.y))};
+        }
+    }
+
+    static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint32_t>(count) * step; }
+    bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
+
+    FixedTile tile(const Point<uint32_t> &at, SourceBounds *) const
+    {
+        return tileAt(static_cast<int32_t>(at.x), static_cast<int32_t>(at.y), steps);
+    }
+};
+
+// 16.16, wrapping, with the fast path's steps.
+struct FastMotion {
+    using Position = int32_t;
+    using Coordinate = uint32_t;
+    PixelSteps steps;
+    Point<uint32_t> start, tileRow, tileCol;
+
+    FastMotion(const SamplingGrid &grid, const kip_affineSampleParams &, int32_t tileSize)
+        : steps{pixelStep(grid.rowStep.x), pixelStep(grid.rowStep.y), pixelStep(grid.colStep.x),
+                pixelStep(grid.colStep.y)},
+          start{unsignedOf(fixedPosition(grid.start.x)), unsignedOf(fixedPosition(grid.start.y))},
+          tileRow{tileStep(tileSize, grid.rowStep.x), tileStep(tileSize, grid.rowStep.y)},
+          tileCol{tileStep(tileSize, grid.colStep.x), tileStep(tileSize, grid.colStep.y)}
+    {}
+
+    static int32_t pixelStep(double step)
+    {
+        if (step > 32767.0)
+            return INT32_MAX;
+        return step < -32767.0 ? -INT32_MAX : fixedStep(step);
+    }
+    // A tile step that 16.16 cannot hold leads out of any source: nothing is sampled there.
+    static uint32_t tileStep(int32_t tileSize, double step)
+    {
+        const double moved = tileSize * step;
+        return moved > -32768.0 && moved < 32768.0 ? unsignedOf(fixedStep(moved)) : 0;
+    }
+    static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint32_t>(count) * step; }
+    bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
+
+    FixedTile tile(const Point<uint32_t> &at, SourceBounds *) const
+    {
+        return tileAt(static_cast<int32_t>(at.x), static_cast<int32_t>(at.y), steps);
+    }
+};
+
+// 64 bits with 30 fraction bits, rebased to the tile's own source pixel.
+struct RebasedMotion {
+    using Position = int32_t;
+    using Coordinate = uint64_t;
+    static constexpr double kOne = 1073741824.0;
+    PixelSteps steps;
+    Point<uint64_t> start, tileRow, tileCol;
+
+    RebasedMotion(const SamplingGrid &grid, const kip_affineSampleParams &, int32_t tileSize)
+        : steps(fixedPixelSteps(grid)), start{startCoordinate(grid.start.x), startCoordinate(grid.start.y)},
+          tileRow{tileStep(tileSize, grid.rowStep.x), tileStep(tileSize, grid.rowStep.y)},
+          tileCol{tileStep(tileSize, grid.colStep.x), tileStep(tileSize, grid.colStep.y)}
+    {}
+
+    // Rounds to nearest; an exact half of a unit goes up, on either side of zero.
+    static uint64_t startCoordinate(double v)
+    {
+        return static_cast<uint64_t>(truncateToInt64(v * kOne + (v >= 0.0 ? 0.5 : -0.4999999999)));
+    }
+    static uint64_t tileStep(int32_t tileSize, double step)
+    {
+        return static_cast<uint64_t>(truncateToInt64(step * kOne)) * static_cast<uint64_t>(tileSize);
+    }
+    static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint64_t>(count) * step; }
+    bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
+
+    FixedTile tile(const Point<uint64_t> &at, SourceBounds *bounds) const
+    {
+        bounds->baseX = static_cast<int64_t>(at.x) >> 30;
+        bounds->baseY = static_cast<int64_t>(at.y) >> 30;
+        return tileAt(fraction16(at.x), fraction16(at.y), steps);
+    }
+    // The 30-bit fraction rounded to 16 bits, 0 to 1.0.
+    static int32_t fraction16(uint64_t v) { return static_cast<int32_t>(((v & 0x3FFFFFFF) + 0x2000) >> 14); }
+};
+
+struct DoubleMotion {
+    using Position = double;
+    using Coordinate = double;
+    SamplingGrid grid;
+    Point<double> start, tileRow, tileCol;
+
+    DoubleMotion(const SamplingGrid &samplingGrid, const kip_affineSampleParams &, int32_t tileSize)
+        : grid(samplingGrid), start{grid.start.x, grid.start.y},
+          tileRow{tileSize * grid.rowStep.x, tileSize * grid.rowStep.y}, tileCol{tileSize * grid.colStep.x,
+                                                                                 tileSize * grid.colStep.y}
+    {}
+
+    static double times(int64_t count, double step) { return static_cast<double>(count) * step; }
+    bool isColumnSteeper() const { return std::fabs(grid.colStep.y) > std::fabs(grid.rowStep.y); }
+
+    DoubleTile tile(const Point<double> &at, SourceBounds *) const
+    {
+        return {at.x, at.y, grid.rowStep.x, grid.rowStep.y, grid.colStep.x, grid.colStep.y, 0, 0};
+    }
+};
+
+// ---- The walk -------------------------------------------------------------------------------------------------
+
+// One of the two directions in which tiles follow each other.
+template <typename Coordinate>
+struct Direction {
+    int32_t extent;         // destination pixels
+    Point<Coordinate> step; // source step to the next tile
+    int64_t advance;        // bytes of the destination to the next tile
+};
+
+template <typename Pixel, typename Motion>
+int32_t walkTiles(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                  const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
+                  const TileKernels<Pixel, typename Motion::Position> &kernels)
+{
+    using Coordinate = typename Motion::Coordinate;
+
+    SamplingGrid grid;
+    int32_t status = computeSamplingGrid(params, source, srcFromClient, &grid);
+    if (status < 0)
+        return status;
+    const Motion motion(grid, params, tileSize);
+
+    const bool add = accumulate != 0;
+    const int32_t dstPitch = add ? 0 : destination.pitch;
+    const int64_t elementSize = add ? sizeof(uint32_t) : sizeof(Pixel);
+    const Direction<Coordinate> down = {add ? params.destHeight : destination.height, motion.tileRow,
+                                        int64_t{tileSize} * dstPitch * elementSize};
+    const Direction<Coordinate> right = {add ? params.destWidth : destination.width, motion.tileCol,
+                                         tileSize * elementSize};
+
+    // Tiles that follow each other along the source's rows share them in the cache.
+    const bool transposedOrder = motion.isColumnSteeper() && destination.originY == 0;
+    const Direction<Coordinate> &outer = transposedOrder ? right : down;
+    const Direction<Coordinate> &inner = transposedOrder ? down : right;
+
+    const int64_t skipped = -(int64_t{destination.originY} / tileSize);
+    Point<Coordinate> line = {motion.start.x + Motion::times(skipped, outer.step.x),
+                              motion.start.y + Motion::times(skipped, outer.step.y)};
+    int64_t lineOffset = skipped * outer.advance;
+
+    auto *const dst = static_cast<uint8_t *>(destination.pixels);
+    const auto *const src = static_cast<const Pixel *>(source.pixels);
+    for (int64_t o = 0; o < outer.extent; o += tileSize) {
+        const auto outerCount = static_cast<int32_t>(std::min<int64_t>(tileSize, outer.extent - o));
+        Point<Coordinate> at = line;
+        int64_t offset = lineOffset;
+        for (int64_t i = 0; i < inner.extent; i += tileSize) {
+            const auto innerCount = static_cast<int32_t>(std::min<int64_t>(tileSize, inner.extent - i));
+            SourceBounds bounds = {0, 0, source.width, source.height};
+            auto tile = motion.tile(at, &bounds);
+            tile.width = transposedOrder ? outerCount : innerCount;
+            tile.rows = transposedOrder ? innerCount : outerCount;
+            if (isInside(tile, bounds, kernels.reach, kernels.shift))
+                status = kernels.inside(tile, src + (bounds.baseY * source.pitch + bounds.baseX), source.pitch,
+                                        dst + offset, dstPitch);
+            else
+                status = kernels.bounded(tile, src, source.pitch, bounds, dst + offset, dstPitch);
+            if (status < 0)
+                return status;
+            at = {at.x + inner.step.x, at.y + inner.step.y};
+            offset += inner.advance;
+        }
+        line = {line.x + outer.step.x, line.y + outer.step.y};
+        lineOffset += outer.advance;
+    }
+    return status;
+}
+
+} // namespace
+
+int32_t walkTiles8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                   const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
+                   const TileKernels<uint8_t, int32_t> &kernels)
+{
+    return walkTiles<uint8_t, FixedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+}
+
+int32_t walkTiles16(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                    const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
+                    const TileKernels<uint16_t, int32_t> &kernels)
+{
+    return walkTiles<uint16_t, FixedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+}
+
+int32_t walkTilesBilinearFast8(uint32_t accumulate, const kimg_windowConst &source,
+                               const kmath_xformLinear &srcFromClient, const kimg_window &destination,
+                               const kip_affineSampleParams &params, int32_t tileSize,
+                               const TileKernels<uint8_t, int32_t> &kernels)
+{
+    return walkTiles<uint8_t, FastMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+}
+
+int32_t walkTilesRebased8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                          const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
+                          const TileKernels<uint8_t, int32_t> &kernels)
+{
+    return walkTiles<uint8_t, RebasedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+}
+
+int32_t walkTilesDouble8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
+                         const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
+                         const TileKernels<uint8_t, double> &kernels)
+{
+    return walkTiles<uint8_t, DoubleMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+}
+
+} // namespace kip
