@@ -6,6 +6,7 @@
 #include <kip/kip.h>
 
 #include "cache/tile_plan.h"
+#include "support/sampling.h"
 
 // The geometry work of the last call, beside the inputs that it was computed from.
 struct kip_affineSampleCache {
@@ -22,20 +23,18 @@ struct kip_affineSampleCache {
     uint64_t geometry;         // number of the geometry that all but the plans were last computed for
 };
 
-// Makes a call's own cache: invalid, without storage. Returns 0.
-int32_t kip_affineSampleCache_initLocal(kip_affineSampleCache *cache);
+// Makes a call's own cache: invalid, without storage.
+void kip_affineSampleCache_initLocal(kip_affineSampleCache *cache);
 
 // Frees the storage of a call's own cache. Returns the status of the last free.
 int32_t kip_affineSampleCache_release(kip_affineSampleCache *cache);
 
-// Brings a cache up to date with the inputs of a call. The jobs of the call then only read it.
+// Brings the cache of a sampling up to date with its other members. The jobs of the call then only read it.
 //
 // oneRow is the placement's (the rectangle's height as one row) and is not compared: a call that differs in
 // nothing else keeps the placement.
 // Returns a negative status when the geometry has no placement, no alignment or no plan; the cache is then
 // invalid, unless only a plan of a known geometry failed.
-int32_t kip_affineSampleCache_update(kip_affineSampleCache *cache, const kimg_windowConst *source,
-                                     const kmath_xformLinear *srcFromClient, const kimg_window *destination,
-                                     const kip_affineSampleParams *params, int32_t oneRow);
+int32_t kip_affineSampleCache_update(const kip::Sampling &sampling, int32_t oneRow);
 
 #endif

@@ -89,11 +89,12 @@ double areaOf(const Band &band)
 }
 
 // The map from the destination window's pixel coordinates to the source window's.
-int32_t composeDestToSourceMap(const kip_affineSampleParams &params, const kimg_windowConst &source,
-                               const kmath_xformLinear &srcFromClient, double dx, double dy, kmath_xformLinear *map)
+int32_t composeDestToSourceMap(const Sampling &sampling, kmath_xformLinear *map)
 {
+    const kip_affineSampleParams &params = sampling.params;
     kmath_xformLinear place;
-    int32_t status = kmath_xformLinear_initMatrixTransElements(&place, 1.0, 0.0, 0.0, 1.0, dx, dy);
+    int32_t status = kmath_xformLinear_initMatrixTransElements(&place, 1.0, 0.0, 0.0, 1.0, sampling.destination.x,
+                                                               sampling.destination.y);
     if (status < 0)
         return status;
     status = unitSquareFromDest(params.destWidth, params.destHeight, map);
@@ -105,9 +106,9 @@ int32_t composeDestToSourceMap(const kip_affineSampleParams &params, const kimg_
     status = kmath_xformLinear_initCompose(map, &params.rect, map);
     if (status < 0)
         return status;
-    status = kmath_xformLinear_initCompose(map, &srcFromClient, map);
-    map->tx -= source.x;
-    map->ty -= source.y;
+    status = kmath_xformLinear_initCompose(map, &sampling.srcFromClient, map);
+    map->tx -= sampling.source.x;
+    map->ty -= sampling.source.y;
     return status;
 }
 
@@ -119,11 +120,8 @@ double withLeastFraction(double coordinate)
 // The position of the first destination pixel's centre, where pixel centres are whole numbers.
 int32_t computeStart(const kmath_xformLinear &map, kmath_vect *start)
 {
-    kmath_vect half;
-    int32_t status = kmath_vect_init(&half, 0.5, 0.5);
-    if (status < 0)
-        return status;
-    status = kmath_xformLinear_mapPoint(&map, &half, start);
+    const kmath_vect half = {0.5, 0.5};
+    int32_t status = kmath_xformLinear_mapPoint(&map, &half, start);
     if (status < 0)
         return status;
     status = kmath_vect_initSubtract(start, start, &half);
@@ -309,10 +307,11 @@ struct EntrySizes {
 constexpr EntrySizes kEntries8 = {1, 2, 1};
 constexpr EntrySizes kEntries16 = {2, 4, 4};
 
-int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const kimg_windowConst &source,
-                      const kmath_xformLinear &srcFromClient, const kimg_window &destination,
-                      const kip_affineSampleParams &params)
+int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const Sampling &sampling)
 {
+    const kimg_windowConst &source = sampling.source;
+    const kimg_window &destination = sampling.destination;
+    const kip_affineSampleParams &params = sampling.params;
     const int32_t width = destination.width;
     const int32_t height = params.destHeight;
     if (width < 1 || height < 1 || params.destWidth < 1)
@@ -320,7 +319,7 @@ int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const k
     const bool cubic = params.mode == kip_affineModeBicubic;
 
     kmath_xformLinear map;
-    int32_t status = composeDestToSourceMap(params, source, srcFromClient, destination.x, destination.y, &map);
+    int32_t status = composeDestToSourceMap(sampling, &map);
     if (status < 0)
         return status;
     kmath_vect start;
@@ -373,26 +372,22 @@ int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const k
 
 } // namespace
 
-int32_t buildTilePlan8(kip_affineTilePlan *plan, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                       const kimg_window &destination, const kip_affineSampleParams &params)
+int32_t buildTilePlan8(kip_affineTilePlan *plan, const Sampling &sampling)
 {
-    return buildTilePlan(plan, kEntries8, source, srcFromClient, destination, params);
+    return buildTilePlan(plan, kEntries8, sampling);
 }
 
-int32_t buildTilePlan16(kip_affineTilePlan *plan, const kimg_windowConst &source,
-                        const kmath_xformLinear &srcFromClient, const kimg_window &destination,
-                        const kip_affineSampleParams &params)
+int32_t buildTilePlan16(kip_affineTilePlan *plan, const Sampling &sampling)
 {
-    return buildTilePlan(plan, kEntries16, source, srcFromClient, destination, params);
+    return buildTilePlan(plan, kEntries16, sampling);
 }
 
 } // namespace kip
 
-int32_t kip_affineTilePlan_init(kip_affineTilePlan *plan)
+void kip_affineTilePlan_init(kip_affineTilePlan *plan)
 {
     plan->builtFor = 0;
     plan->scratch = nullptr;
-    return 0;
 }
 
 int32_t kip_affineTilePlan_free(kip_affineTilePlan *plan)
@@ -401,9 +396,8 @@ int32_t kip_affineTilePlan_free(kip_affineTilePlan *plan)
     return ksys_memory_free_internal(&plan->scratch);
 }
 
-bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t geometry, const kimg_windowConst &source,
-                                     const kimg_window &destination)
+bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t geometry, const kip::Sampling &sampling)
 {
-    return plan.builtFor != geometry || plan.sourcePitch != static_cast<uint32_t>(source.pitch) ||
-           plan.destinationPitch != static_cast<uint32_t>(destination.pitch);
+    return plan.builtFor != geometry || plan.sourcePitch != static_cast<uint32_t>(sampling.source.pitch) ||
+           plan.destinationPitch != static_cast<uint32_t>(sampling.destination.pitch);
 }

@@ -6,6 +6,8 @@
 
 #include <kip/kip.h>
 
+#include "support/sampling.h"
+
 // How a table-driven mode resamples a destination: its tiles, the order in which the source is scanned, and
 // the fixed-point positions and steps of the two passes. Built once per geometry; the kernels only read it,
 // but for the scratch memory.
@@ -48,25 +50,21 @@ struct kip_affineTilePlan {
     uint64_t builtFor;     // number of the geometry that the plan was built for; 0: never built
 };
 
-// Gives a plan no storage; it then needs a build. Returns 0.
-int32_t kip_affineTilePlan_init(kip_affineTilePlan *plan);
+// Gives a plan no storage; it then needs a build.
+void kip_affineTilePlan_init(kip_affineTilePlan *plan);
 
 // Frees a plan's storage. Returns the status of the free.
 int32_t kip_affineTilePlan_free(kip_affineTilePlan *plan);
 
 // Tells whether a plan was built for another geometry or other pitches, or never.
-bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t geometry, const kimg_windowConst &source,
-                                     const kimg_window &destination);
+bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t geometry, const kip::Sampling &sampling);
 
 namespace kip {
 
 // Build a plan of mode 2 or 3 for 8-bit and for all other sources. On failure (kip_statusSizeBelowOne, a status of
 // the geometry or of the allocation) the plan is unchanged.
-int32_t buildTilePlan8(kip_affineTilePlan *plan, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                       const kimg_window &destination, const kip_affineSampleParams &params);
-int32_t buildTilePlan16(kip_affineTilePlan *plan, const kimg_windowConst &source,
-                        const kmath_xformLinear &srcFromClient, const kimg_window &destination,
-                        const kip_affineSampleParams &params);
+int32_t buildTilePlan8(kip_affineTilePlan *plan, const Sampling &sampling);
+int32_t buildTilePlan16(kip_affineTilePlan *plan, const Sampling &sampling);
 
 } // namespace kip
 

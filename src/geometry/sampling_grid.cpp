@@ -8,11 +8,8 @@ namespace {
 int32_t mapIntoWindow(const kmath_xformLinear &map, double x, double y, const kimg_windowConst &source,
                       kmath_vect *result)
 {
-    kmath_vect point;
-    int32_t status = kmath_vect_init(&point, x, y);
-    if (status < 0)
-        return status;
-    status = kmath_xformLinear_mapPoint(&map, &point, result);
+    const kmath_vect point = {x, y};
+    const int32_t status = kmath_xformLinear_mapPoint(&map, &point, result);
     if (status < 0)
         return status;
     result->x -= source.x;
@@ -27,9 +24,9 @@ int32_t unitSquareFromDest(double width, double height, kmath_xformLinear *xform
     return kmath_xformLinear_initMatrixTransElements(xform, 1.0 / width, 0.0, 0.0, 1.0 / height, 0.0, 0.0);
 }
 
-int32_t computeSamplingGrid(const kip_affineSampleParams &params, const kimg_windowConst &source,
-                            const kmath_xformLinear &srcFromClient, SamplingGrid *grid)
+int32_t computeSamplingGrid(const Sampling &sampling, SamplingGrid *grid)
 {
+    const kip_affineSampleParams &params = sampling.params;
     kmath_xformLinear map;
     int32_t status = unitSquareFromDest(params.destWidth, params.destHeight, &map);
     if (status < 0)
@@ -37,19 +34,19 @@ int32_t computeSamplingGrid(const kip_affineSampleParams &params, const kimg_win
     status = kmath_xformLinear_initCompose(&map, &params.rect, &map);
     if (status < 0)
         return status;
-    status = kmath_xformLinear_initCompose(&map, &srcFromClient, &map);
+    status = kmath_xformLinear_initCompose(&map, &sampling.srcFromClient, &map);
     if (status < 0)
         return status;
 
     kmath_vect below;
     kmath_vect right;
-    status = mapIntoWindow(map, 0.5, 0.5, source, &grid->start);
+    status = mapIntoWindow(map, 0.5, 0.5, sampling.source, &grid->start);
     if (status < 0)
         return status;
-    status = mapIntoWindow(map, 0.5, 1.5, source, &below);
+    status = mapIntoWindow(map, 0.5, 1.5, sampling.source, &below);
     if (status < 0)
         return status;
-    status = mapIntoWindow(map, 1.5, 0.5, source, &right);
+    status = mapIntoWindow(map, 1.5, 0.5, sampling.source, &right);
     if (status < 0)
         return status;
 

@@ -3,6 +3,8 @@
 
 #include <kip/kip.h>
 
+#include "support/sampling.h"
+
 namespace kip {
 
 // Where the destination's pixel centres lie in a source window, in source pixels.
@@ -15,9 +17,8 @@ struct SamplingGrid {
 // The map from the destination's pixel coordinates to the unit square, (x / width, y / height).
 int32_t unitSquareFromDest(double width, double height, kmath_xformLinear *xform);
 
-// Computes the grid of a sampling, relative to the source window's first pixel.
-int32_t computeSamplingGrid(const kip_affineSampleParams &params, const kimg_windowConst &source,
-                            const kmath_xformLinear &srcFromClient, SamplingGrid *grid);
+// Computes the grid of a sampling, relative to the source window's first pixel. Returns a status of the geometry.
+int32_t computeSamplingGrid(const Sampling &sampling, SamplingGrid *grid);
 
 } // namespace kip
 

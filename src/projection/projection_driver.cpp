@@ -33,30 +33,23 @@ int32_t checkSampling(const kimg_windowConst &source, uint32_t mode)
 }
 
 // Every sample is added to the sum of its column as it is made: there is no picture of the rectangle.
-int32_t sampleProjection8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                          const kimg_window &sums, const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+int32_t sampleProjection8(const Sampling &sampling)
 {
-    clearSums(sums);
-    const int32_t status = isInhibited(L"kip_affineProcess")
-                               ? kip_statusOptimizationDeclined
-                               : resampleFast8(1, source, srcFromClient, sums, params, cache);
-    if (!isDeclined(status))
-        return status;
-    return resamplePortable8(1, source, srcFromClient, sums, params, cache);
+    clearSums(sampling.destination);
+    return resample<uint8_t>(isInhibited(L"kip_affineProcess"), sampling);
 }
 
-int32_t sampleProjection16(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                           const kimg_window &sums, const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+// Here the hook is not asked.
+int32_t sampleProjection16(const Sampling &sampling)
 {
-    clearSums(sums);
-    return resamplePortable16(1, source, srcFromClient, sums, params, cache);
+    clearSums(sampling.destination);
+    return resample<uint16_t>(false, sampling);
 }
 
 // What differs between the two depths.
 struct Depth {
     int32_t bytesPerPixel;
-    int32_t (*sample)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, const kimg_window &sums,
-                      const kip_affineSampleParams &params, kip_affineSampleCache &cache);
+    int32_t (*sample)(const Sampling &sampling);
     int32_t (*sumAligned)(const kimg_windowConst &source, const kimg_window &sums, kip_affine_imageAlignment alignCode);
 };
 
@@ -79,7 +72,7 @@ int32_t sumAligned(const Depth &depth, const kimg_windowConst &source, const kim
 }
 
 int32_t project(const Depth &depth, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                const kimg_window &sums, const kip_affineSampleParams &params, kip_affineSampleCache &cache,
+                kimg_window &sums, const kip_affineSampleParams &params, kip_affineSampleCache &cache,
                 kmath_xformLinear *placement, uint32_t *sampleCount)
 {
     int32_t status = ksys_cpuinfo_get(&processor);
@@ -89,13 +82,14 @@ int32_t project(const Depth &depth, const kimg_windowConst &source, const kmath_
     if (status < 0)
         return status;
     constexpr int32_t oneRow = 1;
-    status = kip_affineSampleCache_update(&cache, &source, &srcFromClient, &sums, &params, oneRow);
+    const Sampling sampling = {source, srcFromClient, sums, params, cache, 1};
+    status = kip_affineSampleCache_update(sampling, oneRow);
     if (status < 0)
         return status;
     if (cache.alignCode == kip_affine_alignNone) {
         status = checkSampling(source, params.mode);
         if (status >= 0)
-            status = depth.sample(source, srcFromClient, sums, params, cache);
+            status = depth.sample(sampling);
     } else {
         status = sumAligned(depth, source, sums, cache);
     }

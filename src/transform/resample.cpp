@@ -1,118 +1,95 @@
 #include "transform/resample.h"
 
-#include <algorithm>
-#include <cmath>
+#include <type_traits>
 
-#include "geometry/sampling_grid.h"
-#include "support/fixed_point.h"
+#include "support/optimized_path.h"
 #include "support/processor_features.h"
 #include "transform/plan/plan_tiles.h"
+#include "transform/route.h"
 #include "transform/tiles/tile_kernel_choice.h"
-#include "transform/tiles/tile_kernels.h"
-#include "transform/tiles/tile_size.h"
 #include "transform/tiles/tile_walkers.h"
 
 namespace kip {
 
 namespace {
 
-constexpr double kFixedSpan = 32768.0; // source pixels that a tile's 16.16 positions reach
+constexpr uint32_t kNoFeatures = 0;
 
-bool isAddressableInFixedPoint(const kimg_windowConst &source)
+int32_t selectWalker8(const Sampling &sampling, const Route &route)
 {
-    return source.pitch <= kFixedMaxExtent && source.height <= kFixedMaxExtent;
+    const auto kernels = fixedTileKernels8(sampling.accumulate, sampling.params.mode);
+    switch (route.walker) {
+    case Walker::inDoubles:
+        return walkTilesDouble8(sampling, route.tileSize,
+                                doubleTileKernels8(sampling.accumulate, sampling.params.mode));
+    case Walker::rebased:
+        return walkTilesRebased8(sampling, route.tileSize, kernels);
+    default:
+        return walkTiles8(sampling, route.tileSize, kernels);
+    }
 }
 
-// Source pixels that the positions of a tile spread over along one axis. A side of a single sample takes no
-// step, however long it is.
-double tileSpread(int32_t columns, double colStep, int32_t rows, double rowStep)
+int32_t selectFastWalker8(const Sampling &sampling, const Route &route)
 {
-    double spread = 0.0;
-    if (columns > 1)
-        spread += (columns - 1) * std::fabs(colStep);
-    if (rows > 1)
-        spread += (rows - 1) * std::fabs(rowStep);
-    return spread;
+    const auto kernels = fastTileKernels8(processorFeatures(), sampling.accumulate, sampling.params.mode);
+    return route.walker == Walker::fast ? walkTilesBilinearFast8(sampling, route.tileSize, kernels)
+                                        : walkTiles8(sampling, route.tileSize, kernels);
 }
 
-int32_t selectWalker8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                      const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize)
+// Both 16-bit paths: they differ in what of the processor they use, and so in no value.
+int32_t resample16(Path path, uint32_t features, const Sampling &sampling)
 {
-    Walker8 walker;
-    const int32_t status = chooseWalker8(source, srcFromClient, params, tileSize, &walker);
+    Route route;
+    const int32_t status = findRoute<uint16_t>(path, sampling, &route);
     if (status < 0)
         return status;
-    switch (walker) {
-    case Walker8::inDoubles:
-        return walkTilesDouble8(accumulate, source, srcFromClient, destination, params, tileSize,
-                                doubleTileKernels8(accumulate, params.mode));
-    case Walker8::rebased:
-        return walkTilesRebased8(accumulate, source, srcFromClient, destination, params, tileSize,
-                                 fixedTileKernels8(accumulate, params.mode));
-    default:
-        return walkTiles8(accumulate, source, srcFromClient, destination, params, tileSize,
-                          fixedTileKernels8(accumulate, params.mode));
-    }
+    if (route.walker == Walker::plan)
+        return processPlanTiles16(sampling, features);
+    return walkTiles16(sampling, route.tileSize, tileKernels16(features, sampling.accumulate, sampling.params.mode));
 }
 
 } // namespace
 
-int32_t chooseWalker8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                      const kip_affineSampleParams &params, int32_t tileSize, Walker8 *walker)
+int32_t resamplePortable8(const Sampling &sampling)
 {
-    *walker = Walker8::fixed;
-    if (isAddressableInFixedPoint(source))
-        return 0;
-
-    *walker = Walker8::inDoubles;
-    kmath_shapeAffineRectCenter center;
-    int32_t status = kmath_shapeAffineRect_getCenter(&params.rect, &center);
+    Route route;
+    const int32_t status = findRoute<uint8_t>(Path::portable, sampling, &route);
     if (status < 0)
         return status;
-    if (tileSize * center.xSideLength / params.destWidth >= kFixedSpan ||
-        tileSize * center.ySideLength / params.destHeight >= kFixedSpan)
-        return status;
+    return route.walker == Walker::plan ? processPlanTiles8(sampling) : selectWalker8(sampling, route);
+}
 
-    // Side lengths are in client units. What a tile's positions have to hold is source pixels, and a sheared
-    // tile spreads over the sum of both its sides.
-    SamplingGrid grid;
-    status = computeSamplingGrid(params, source, srcFromClient, &grid);
+int32_t resamplePortable16(const Sampling &sampling)
+{
+    return resample16(Path::portable, kNoFeatures, sampling);
+}
+
+int32_t resampleFast8(const Sampling &sampling)
+{
+    Route route;
+    const int32_t status = findRoute<uint8_t>(Path::optimised, sampling, &route);
     if (status < 0)
         return status;
-    const int32_t columns = std::min(tileSize, params.destWidth);
-    const int32_t rows = std::min(tileSize, params.destHeight);
-    constexpr double margin = 2.0; // the start within its own pixel, the half-pixel shift and rounding
-    if (tileSpread(columns, grid.colStep.x, rows, grid.rowStep.x) < kFixedSpan - margin &&
-        tileSpread(columns, grid.colStep.y, rows, grid.rowStep.y) < kFixedSpan - margin)
-        *walker = Walker8::rebased;
-    return status;
+    return route.walker == Walker::plan ? processTilePlanPacked8(sampling, processorFeatures())
+                                        : selectFastWalker8(sampling, route);
 }
 
-int32_t resamplePortable8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                          const kimg_window &destination, const kip_affineSampleParams &params,
-                          kip_affineSampleCache &cache)
+int32_t resampleFast16(const Sampling &sampling)
 {
-    if (params.mode > kip_affineModeBicubic)
-        return kip_statusUnknownMode;
-    if (params.mode <= kip_affineModeBilinear)
-        return selectWalker8(accumulate, source, srcFromClient, destination, params, kTileSizePortable8);
-    if (!isAddressableInFixedPoint(source))
-        return kip_statusSourceTooLarge;
-    return processPlanTiles8(accumulate, params, cache.plan8, source, destination.pixels);
+    return resample16(Path::optimised, processorFeatures(), sampling);
 }
 
-int32_t resamplePortable16(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                           const kimg_window &destination, const kip_affineSampleParams &params,
-                           kip_affineSampleCache &cache)
+template <typename Pixel>
+int32_t resample(bool isInhibited, const Sampling &sampling)
 {
-    if (params.mode > kip_affineModeBicubic)
-        return kip_statusUnknownMode;
-    if (params.mode >= kip_affineModeBilinearSeparable)
-        return processPlanTiles16(accumulate, params, cache.plan16, source, destination.pixels);
-    if (!isAddressableInFixedPoint(source))
-        return kip_statusSourceTooLarge;
-    return walkTiles16(accumulate, source, srcFromClient, destination, params, tileSizeForPitch(source.pitch),
-                       tileKernels16(processorFeatures(), accumulate, params.mode));
+    constexpr bool is8 = std::is_same_v<Pixel, uint8_t>;
+    constexpr ResamplePath *optimised = is8 ? resampleFast8 : resampleFast16;
+    constexpr ResamplePath *portable = is8 ? resamplePortable8 : resamplePortable16;
+    const int32_t status = isInhibited ? kip_statusOptimizationDeclined : optimised(sampling);
+    return isDeclined(status) ? portable(sampling) : status;
 }
+
+template int32_t resample<uint8_t>(bool isInhibited, const Sampling &sampling);
+template int32_t resample<uint16_t>(bool isInhibited, const Sampling &sampling);
 
 } // namespace kip

@@ -3,35 +3,26 @@
 
 #include <cstdint>
 
-#include <kip/kip.h>
-
-#include "cache/sample_cache.h"
+#include "support/sampling.h"
 
 namespace kip {
 
-// A resampling path: fills a destination window (or a band of it) from the sampling's rectangle, or adds the
-// samples to column sums (accumulate not 0; the destination's first pixel is then the first of destWidth
-// zeroed uint32_t sums).
-using ResamplePath = int32_t(uint32_t accumulate, const kimg_windowConst &source,
-                             const kmath_xformLinear &srcFromClient, const kimg_window &destination,
-                             const kip_affineSampleParams &params, kip_affineSampleCache &cache);
+// A path fills a destination, or a band of it, with samples, or adds them to sums that have been zeroed. Its walker and
+// tiles are those of findRoute, and so are its refusals, with which nothing is written; a status of the geometry or of
+// the cubic weights may come on top.
+using ResamplePath = int32_t(const Sampling &sampling);
 
-// The portable paths serve every request. Returns kip_statusSourceTooLarge for a source that 16.16 cannot
-// address (16-bit pixels), kip_statusUnknownMode for a mode above 3, or a status of the geometry.
+// The portable paths serve every sampling that can be served, with portable kernels alone.
 ResamplePath resamplePortable8;
 ResamplePath resamplePortable16;
 
-// The optimised 8-bit path: serves a request wholly or answers kip_statusOptimizationDeclined at once.
+// The optimised paths serve a sampling wholly, with the variants that the processor has, or decline it at once.
 ResamplePath resampleFast8;
+ResamplePath resampleFast16;
 
-// Tells whether resampleFast8 would serve a source.
-bool isServedByFast8(const kimg_windowConst &source);
-
-// The walker that the portable 8-bit path uses for a request of mode 0 or 1.
-enum class Walker8 { fixed, rebased, inDoubles };
-
-int32_t chooseWalker8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                      const kip_affineSampleParams &params, int32_t tileSize, Walker8 *walker);
+// Resamples by the optimised path, or by the portable one if that is inhibited or declines. For uint8_t and uint16_t.
+template <typename Pixel>
+int32_t resample(bool isInhibited, const Sampling &sampling);
 
 } // namespace kip
 

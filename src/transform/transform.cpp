@@ -1,30 +1,20 @@
 #include <cstdint>
+#include <type_traits>
 
 #include <kip/kip.h>
 
 #include "cache/sample_cache.h"
 #include "support/cleanup_list.h"
 #include "support/pixel_check.h"
+#include "support/pixel_functions.h"
 #include "support/sampling_source.h"
 #include "transform/transform_driver.h"
 
 namespace {
 
-// What differs between the two depths.
-struct Depth {
-    int32_t bytesPerPixel;
-    int32_t (*transformWindow)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                               kimg_window &destination, const kip_affineSampleParams &params,
-                               kip_affineSampleCache &cache);
-    int32_t (*copy)(const kimg_imageConst *source, kimg_image *destination);
-};
-
-constexpr Depth kDepth8 = {1, kip::kip_affineTransformWindow8, kip_pelCopy8};
-constexpr Depth kDepth16 = {2, kip::kip_affineTransformWindow16, kip_pelCopy16};
-
 // Opens a bound source that can be sampled as asked.
-int32_t checkSource(const Depth &depth, const kimg_imageConst *image, const kip_affineSampleParams &params,
-                    kip::SamplingSource *source)
+template <typename Pixel>
+int32_t checkSource(const kimg_imageConst *image, const kip_affineSampleParams &params, kip::SamplingSource *source)
 {
     int32_t bound;
     int32_t status = kimg_imageConst_getIsBound(image, &bound);
@@ -41,7 +31,7 @@ int32_t checkSource(const Depth &depth, const kimg_imageConst *image, const kip_
         return kip_statusTransformWouldClip;
 
     status = kip::openSamplingSource(image, source);
-    return status < 0 ? status : kip::checkPixels(source->window, depth.bytesPerPixel);
+    return status < 0 ? status : kip::checkPixels(source->window, sizeof(Pixel));
 }
 
 bool canWriteInPlace(const kimg_image &destination, const kip_affineSampleParams &params)
@@ -50,39 +40,52 @@ bool canWriteInPlace(const kimg_image &destination, const kip_affineSampleParams
            destination.y == 0;
 }
 
-int32_t transformInPlace(const Depth &depth, const kip::SamplingSource &source, kimg_window destination,
+template <typename Pixel>
+int32_t transformWindow(const kip::SamplingSource &source, kimg_window &destination,
+                        const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+{
+    constexpr auto transform =
+        std::is_same_v<Pixel, uint8_t> ? kip::kip_affineTransformWindow8 : kip::kip_affineTransformWindow16;
+    return transform({source.window, source.fromClient, destination, params, cache, 0});
+}
+
+template <typename Pixel>
+int32_t transformInPlace(const kip::SamplingSource &source, kimg_window destination,
                          const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
     const int32_t status = kimg_window_window(&destination, 0, 0, params.destWidth, params.destHeight, nullptr);
     if (status < 0)
         return status;
-    return depth.transformWindow(source.window, source.fromClient, destination, params, cache);
+    return transformWindow<Pixel>(source, destination, params, cache);
 }
 
 // Makes the result in an image of its own, then copies it into a bound destination or lets an unbound one have it.
-int32_t transformThroughTemporary(const Depth &depth, const kip::SamplingSource &source, kimg_image *destination,
-                                  bool isBound, const kip_affineSampleParams &params, kip_affineSampleCache &cache)
+template <typename Pixel>
+int32_t transformThroughTemporary(const kip::SamplingSource &source, kimg_image *destination, bool isBound,
+                                  const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
     kip::CleanupList cleanup;
     kimg_image temporary;
-    int32_t status = kimg_image_construct(&temporary, depth.bytesPerPixel, params.destWidth, params.destHeight);
+    int32_t status = kimg_image_construct(&temporary, sizeof(Pixel), params.destWidth, params.destHeight);
     kip::addCleanup<kimg_image_destruct>(cleanup, &temporary);
 
     kimg_window window;
     if (status >= 0)
         status = kimg_window_init(&window, &temporary);
     if (status >= 0)
-        status = depth.transformWindow(source.window, source.fromClient, window, params, cache);
+        status = transformWindow<Pixel>(source, window, params, cache);
     if (status >= 0)
-        status = isBound ? depth.copy(&temporary, destination) : kimg_image_assign(destination, &temporary);
+        status = isBound ? kip::PixelFunctions<Pixel>::copy(&temporary, destination)
+                         : kimg_image_assign(destination, &temporary);
     return kip::runCleanup(cleanup, status);
 }
 
-int32_t transformChecked(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *destination,
+template <typename Pixel>
+int32_t transformChecked(const kimg_imageConst *sourceImage, kimg_image *destination,
                          const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
     kip::SamplingSource source;
-    int32_t status = checkSource(depth, sourceImage, params, &source);
+    int32_t status = checkSource<Pixel>(sourceImage, params, &source);
     if (status < 0)
         return status;
 
@@ -94,13 +97,13 @@ int32_t transformChecked(const Depth &depth, const kimg_imageConst *sourceImage,
     status = kimg_window_init(&window, destination);
     if (status < 0)
         return status;
-    status = kip::checkPixels(window, depth.bytesPerPixel);
+    status = kip::checkPixels(window, sizeof(Pixel));
     if (status < 0)
         return status;
 
     status = bound != 0 && canWriteInPlace(*destination, params)
-                 ? transformInPlace(depth, source, window, params, cache)
-                 : transformThroughTemporary(depth, source, destination, bound != 0, params, cache);
+                 ? transformInPlace<Pixel>(source, window, params, cache)
+                 : transformThroughTemporary<Pixel>(source, destination, bound != 0, params, cache);
     if (status < 0)
         return status;
     return kimg_image_setLinearImageFromClientXform(destination, &cache.destImageFromClient);
@@ -124,8 +127,9 @@ int32_t checkMemoryOverlap(const kimg_imageConst *source, const kimg_image *dest
     return kip_pelfunc_checkMemoryOverlap(&read, &write);
 }
 
-int32_t transform(const Depth &depth, const kimg_imageConst *source, kimg_image *destination,
-                  const kip_affineSampleParams *params, kip_affineSampleCache **cache)
+template <typename Pixel>
+int32_t transform(const kimg_imageConst *source, kimg_image *destination, const kip_affineSampleParams *params,
+                  kip_affineSampleCache **cache)
 {
     const int32_t status = checkMemoryOverlap(source, destination);
     if (status < 0)
@@ -133,13 +137,13 @@ int32_t transform(const Depth &depth, const kimg_imageConst *source, kimg_image 
 
     if (cache != nullptr)
         return *cache == nullptr ? kip_statusCacheNotConstructed
-                                 : transformChecked(depth, source, destination, *params, **cache);
+                                 : transformChecked<Pixel>(source, destination, *params, **cache);
 
     kip::CleanupList cleanup;
     kip_affineSampleCache local;
     kip_affineSampleCache_initLocal(&local);
     kip::addCleanup<kip_affineSampleCache_release>(cleanup, &local);
-    return kip::runCleanup(cleanup, transformChecked(depth, source, destination, *params, local));
+    return kip::runCleanup(cleanup, transformChecked<Pixel>(source, destination, *params, local));
 }
 
 } // namespace
@@ -147,13 +151,13 @@ int32_t transform(const Depth &depth, const kimg_imageConst *source, kimg_image 
 int32_t kip_affineTransform(const kimg_imageConst *source, kimg_image *destination,
                             const kip_affineSampleParams *params, kip_affineSampleCache **cache)
 {
-    return transform(kDepth8, source, destination, params, cache);
+    return transform<uint8_t>(source, destination, params, cache);
 }
 
 int32_t kip_affineTransform16(const kimg_imageConst *source, kimg_image *destination,
                               const kip_affineSampleParams *params, kip_affineSampleCache **cache)
 {
-    return transform(kDepth16, source, destination, params, cache);
+    return transform<uint16_t>(source, destination, params, cache);
 }
 
 int32_t kip_affine8(const kip_affineSampleParams *params, const kimg_imageConst *source, kimg_image *destination)

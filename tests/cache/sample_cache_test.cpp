@@ -20,10 +20,10 @@ struct Inputs {
     int32_t oneRow = 0;
 };
 
-int32_t update(kip_affineSampleCache &cache, const Inputs &inputs)
+int32_t update(kip_affineSampleCache &cache, Inputs inputs)
 {
-    return kip_affineSampleCache_update(&cache, &inputs.source, &inputs.srcFromClient, &inputs.destination,
-                                        &inputs.params, inputs.oneRow);
+    return kip_affineSampleCache_update(
+        {inputs.source, inputs.srcFromClient, inputs.destination, inputs.params, cache, 0}, inputs.oneRow);
 }
 
 // Marks every result of the geometry work, so that one can see which of them is made again.

@@ -1,5 +1,7 @@
 #include "cache/tile_plan.h"
 
+#include "cache/sample_cache.h"
+
 #include <cmath>
 #include <string>
 
@@ -32,11 +34,12 @@ struct BuiltPlan {
     kip_affineTilePlan plan = {};
     int32_t status;
 
-    explicit BuiltPlan(const PlanCase &input, bool is8 = false)
+    explicit BuiltPlan(PlanCase input, bool is8 = false)
     {
+        kip_affineSampleCache cache;
         kip_affineTilePlan_init(&plan);
         const auto build = is8 ? kip::buildTilePlan8 : kip::buildTilePlan16;
-        status = build(&plan, input.source, input.srcFromClient, input.destination, input.params);
+        status = build(&plan, {input.source, input.srcFromClient, input.destination, input.params, cache, 0});
     }
     ~BuiltPlan() { kip_affineTilePlan_free(&plan); }
     BuiltPlan(const BuiltPlan &) = delete;
@@ -162,10 +165,12 @@ TEST(TilePlan, FailuresChangeNothing)
 
     kip::test::FailingAllocator allocator;
     BuiltPlan built({{10.3, 20.6, 1.0, 0.0, 0.0, 1.0}, 2, 64, 48, 200});
-    const PlanCase larger({1.5, 2.5, 3.0, 0.0, 0.0, 1.0}, 3, 200, 90, 300);
+    PlanCase larger({1.5, 2.5, 3.0, 0.0, 0.0, 1.0}, 3, 200, 90, 300);
     const std::string before(reinterpret_cast<const char *>(&built.plan), sizeof(built.plan));
     allocator.failOnly(1);
-    EXPECT_LT(kip::buildTilePlan16(&built.plan, larger.source, larger.srcFromClient, larger.destination, larger.params),
+    kip_affineSampleCache cache;
+    EXPECT_LT(kip::buildTilePlan16(&built.plan,
+                                   {larger.source, larger.srcFromClient, larger.destination, larger.params, cache, 0}),
               0);
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(&built.plan), sizeof(built.plan)), before);
 }

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "cache/cubic_weight_table.h"
+#include "cache/sample_cache.h"
 #include "cache/tile_plan.h"
 
 namespace kip::test {
@@ -177,11 +178,6 @@ int32_t tileSizeOf(const kimg_windowConst &source)
 bool isInReachOf16(const kimg_windowConst &source)
 {
     return source.pitch <= 32767 && source.height <= 32767;
-}
-
-double spread(double step, int32_t count)
-{
-    return count > 1 ? std::fabs(step) * (count - 1) : 0.0;
 }
 
 // ---- Through a plan ------------------------------------------------------------------------------------------------
@@ -411,9 +407,14 @@ ModelWalker modelWalker(const kimg_windowConst &source, const kmath_xformLinear 
     const SlowModel grid = makeSlowModel(source, srcFromClient, params, ModelWalker::rebased, size);
     const int32_t columns = std::min(size, params.destWidth);
     const int32_t rows = std::min(size, params.destHeight);
-    const double spreadX = spread(grid.colStep.x, columns) + spread(grid.rowStep.x, rows);
-    const double spreadY = spread(grid.colStep.y, columns) + spread(grid.rowStep.y, rows);
-    return std::max(spreadX, spreadY) >= 32766.0 ? ModelWalker::inDoubles : ModelWalker::rebased;
+    // 16.16 holds what lies between the corners of a tile, each counted from the pixel of the first.
+    for (const int32_t c : {0, columns - 1})
+        for (const int32_t r : {0, rows - 1})
+            for (const double distance : {(c == 0 ? 0.0 : c * grid.colStep.x) + (r == 0 ? 0.0 : r * grid.rowStep.x),
+                                          (c == 0 ? 0.0 : c * grid.colStep.y) + (r == 0 ? 0.0 : r * grid.rowStep.y)})
+                if (!(std::fabs(distance) < 32766.0))
+                    return ModelWalker::inDoubles;
+    return ModelWalker::rebased;
 }
 
 std::vector<int64_t> resampleSlowly(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
@@ -429,7 +430,8 @@ std::vector<int64_t> resampleSlowly(const kimg_windowConst &source, const kmath_
         kip_affineTilePlan plan = {};
         kip_affineTilePlan_init(&plan);
         const auto build = is8 ? buildTilePlan8 : buildTilePlan16;
-        if (build(&plan, source, srcFromClient, destination, params) >= 0)
+        kip_affineSampleCache cache;
+        if (build(&plan, {source, srcFromClient, destination, params, cache, 0}) >= 0)
             pixels = PlanModel{plan, source, params.mode == kip_affineModeBicubic, isFast}.run(params.destWidth,
                                                                                                params.destHeight);
         kip_affineTilePlan_free(&plan);

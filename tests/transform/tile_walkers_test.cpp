@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cache/sample_cache.h"
 #include "support/records.h"
 #include "transform/resample.h"
 #include "transform/tiles/tile_walkers.h"
@@ -54,10 +55,11 @@ int32_t recordWalk(Walker walker, const kmath_xformLinear &m, int32_t columns, i
     const kip_affineSampleParams params = {
         {m.tx, m.ty, m.e0 * columns, m.e1 * rows, m.e2 * columns, m.e3 * rows}, 0, columns, rows};
     const kimg_windowConst source = {width, height, 0, 0, 0, 0, width, height, width + 1, memory, 1};
-    const kimg_window destination = {columns, rows, 0, 0, 0, 0, 0, 0, 2000, memory, 1};
+    kimg_window destination = {columns, rows, 0, 0, 0, 0, 0, 0, 2000, memory, 1};
+    kip_affineSampleCache cache;
     const int32_t shift = reach * 0x8000;
     const auto walk = [&](auto function, const auto &kernels) {
-        return function(0, source, kIdentity, destination, params, 64, kernels);
+        return function({source, kIdentity, destination, params, cache, 0}, 64, kernels);
     };
     switch (walker) {
     case Walker::fixed8:
@@ -146,11 +148,11 @@ TEST(TileWalkers, TheFastPathDeclinesWithoutATrace)
         std::vector<uint8_t> source(3 * 32768);
         uint8_t destination[] = {77, 77, 77, 77};
         const kimg_windowConst from = {3, isWide ? 3 : 32768, 0, 0, 0, 0, 3, 3, isWide ? 32768 : 3, source.data(), 1};
-        const kimg_window to = {2, 2, 0, 0, 0, 0, 2, 2, 2, destination, 1};
+        kimg_window to = {2, 2, 0, 0, 0, 0, 2, 2, 2, destination, 1};
         const kip_affineSampleParams params = {{0.25, 0.25, 2, 0, 0, 2}, kip_affineModeBilinear, 2, 2};
         kip_affineSampleCache cache;
         kip_affineSampleCache_initLocal(&cache);
-        EXPECT_EQ(resampleFast8(0, from, kIdentity, to, params, cache), int32_t{kip_statusOptimizationDeclined});
+        EXPECT_EQ(resampleFast8({from, kIdentity, to, params, cache, 0}), int32_t{kip_statusOptimizationDeclined});
         EXPECT_EQ(std::count(destination, destination + 4, 77), 4);
     }
 }

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include <kip/kip.h>
+
 #include "cache/cubic_weight_table.h"
-#include "support/processor_features.h"
+#include "cache/sample_cache.h"
 #include "transform/plan/plan_bands.h"
 #include "transform/plan/plan_kernel_choice.h"
 #include "transform/plan/plan_rows.h"
@@ -440,7 +442,7 @@ void processTile(const Scan<Rule> &scan, const TileStart &tile, int32_t c, void 
 }
 
 template <typename Rule>
-int32_t processPlan(uint32_t accumulate, const kip_affineTilePlan &plan, const kimg_windowConst &source, void *dst,
+int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan,
                     const PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> &kernels)
 {
     int32_t status = ensureCubicWeightTable();
@@ -451,9 +453,10 @@ int32_t processPlan(uint32_t accumulate, const kip_affineTilePlan &plan, const k
     if (status < 0)
         return status;
 
-    const bool add = accumulate != 0;
+    const bool add = sampling.adds();
     auto *const line = static_cast<typename Rule::Entry *>(plan.scratch);
-    const Scan<Rule> scan = {plan, scanSourceOf<typename Rule::Pixel>(source, plan), kernels, weights, line, add};
+    const Scan<Rule> scan = {plan, scanSourceOf<typename Rule::Pixel>(sampling.source, plan), kernels, weights, line,
+                             add};
     // A row leaves out samples that lie wholly outside; what they hold must not depend on earlier calls.
     std::fill_n(line, plan.lineEntries, typename Rule::Entry{0});
 
@@ -468,7 +471,7 @@ int32_t processPlan(uint32_t accumulate, const kip_affineTilePlan &plan, const k
             const int64_t column = int64_t{tx} * plan.tileWidth[0];
             const int64_t row = int64_t{ty} * plan.tileHeight[0];
             processTile(scan, tile, rowClass + (tx == plan.tilesX - 1 ? 1 : 0),
-                        static_cast<uint8_t *>(dst) + (row * dstPitch + column) * elementSize);
+                        static_cast<uint8_t *>(sampling.destination.pixels) + (row * dstPitch + column) * elementSize);
             at.move(plan.tileColumnStepX, plan.tileColumnStepY);
         }
         rowStart.move(plan.tileRowStepX, plan.tileRowStepY);
@@ -478,31 +481,28 @@ int32_t processPlan(uint32_t accumulate, const kip_affineTilePlan &plan, const k
 
 } // namespace
 
-int32_t processPlanTiles8(uint32_t accumulate, const kip_affineSampleParams &params, const kip_affineTilePlan &plan,
-                          const kimg_windowConst &source, void *dst)
+int32_t processPlanTiles8(const Sampling &sampling)
 {
-    return params.mode == kip_affineModeBicubic
-               ? processPlan<Cubic8>(accumulate, plan, source, dst, portableRowKernels<Cubic8>(accumulate))
-               : processPlan<Linear8>(accumulate, plan, source, dst, portableRowKernels<Linear8>(accumulate));
+    const kip_affineTilePlan &plan = sampling.cache.plan8;
+    return sampling.params.mode == kip_affineModeBicubic
+               ? processPlan<Cubic8>(sampling, plan, portableRowKernels<Cubic8>(sampling.accumulate))
+               : processPlan<Linear8>(sampling, plan, portableRowKernels<Linear8>(sampling.accumulate));
 }
 
-int32_t processPlanTiles16(uint32_t accumulate, const kip_affineSampleParams &params, const kip_affineTilePlan &plan,
-                           const kimg_windowConst &source, void *dst)
+int32_t processPlanTiles16(const Sampling &sampling, uint32_t features)
 {
-    const uint32_t features = processorFeatures();
-    return params.mode == kip_affineModeBicubic
-               ? processPlan<Cubic16>(accumulate, plan, source, dst, planRowKernels<Cubic16>(features, accumulate))
-               : processPlan<Linear16>(accumulate, plan, source, dst, planRowKernels<Linear16>(features, accumulate));
+    const kip_affineTilePlan &plan = sampling.cache.plan16;
+    return sampling.params.mode == kip_affineModeBicubic
+               ? processPlan<Cubic16>(sampling, plan, planRowKernels<Cubic16>(features, sampling.accumulate))
+               : processPlan<Linear16>(sampling, plan, planRowKernels<Linear16>(features, sampling.accumulate));
 }
 
-int32_t processTilePlanPacked8(uint32_t accumulate, const kip_affineSampleParams &params,
-                               const kip_affineTilePlan &plan, const kimg_windowConst &source, void *dst)
+int32_t processTilePlanPacked8(const Sampling &sampling, uint32_t features)
 {
-    const uint32_t features = processorFeatures();
-    return params.mode == kip_affineModeBicubic
-               ? processPlan<CubicPacked8>(accumulate, plan, source, dst,
-                                           planRowKernels<CubicPacked8>(features, accumulate))
-               : processPlan<Linear8>(accumulate, plan, source, dst, planRowKernels<Linear8>(features, accumulate));
+    const kip_affineTilePlan &plan = sampling.cache.plan8;
+    return sampling.params.mode == kip_affineModeBicubic
+               ? processPlan<CubicPacked8>(sampling, plan, planRowKernels<CubicPacked8>(features, sampling.accumulate))
+               : processPlan<Linear8>(sampling, plan, planRowKernels<Linear8>(features, sampling.accumulate));
 }
 
 } // namespace kip

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "geometry/sampling_grid.h"
 #include "support/fixed_point.h"
 
 namespace kip {
@@ -224,19 +225,21 @@ struct Direction {
 };
 
 template <typename Pixel, typename Motion>
-int32_t walkTiles(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                  const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
+int32_t walkTiles(const Sampling &sampling, int32_t tileSize,
                   const TileKernels<Pixel, typename Motion::Position> &kernels)
 {
     using Coordinate = typename Motion::Coordinate;
+    const kimg_windowConst &source = sampling.source;
+    const kimg_window &destination = sampling.destination;
+    const kip_affineSampleParams &params = sampling.params;
 
     SamplingGrid grid;
-    int32_t status = computeSamplingGrid(params, source, srcFromClient, &grid);
+    int32_t status = computeSamplingGrid(sampling, &grid);
     if (status < 0)
         return status;
     const Motion motion(grid, params, tileSize);
 
-    const bool add = accumulate != 0;
+    const bool add = sampling.adds();
     const int32_t dstPitch = add ? 0 : destination.pitch;
     const int64_t elementSize = add ? sizeof(uint32_t) : sizeof(Pixel);
     const Direction<Coordinate> down = {add ? params.destHeight : destination.height, motion.tileRow,
@@ -284,40 +287,29 @@ int32_t walkTiles(uint32_t accumulate, const kimg_windowConst &source, const kma
 
 } // namespace
 
-int32_t walkTiles8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                   const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                   const TileKernels<uint8_t, int32_t> &kernels)
+int32_t walkTiles8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels)
 {
-    return walkTiles<uint8_t, FixedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+    return walkTiles<uint8_t, FixedMotion>(sampling, tileSize, kernels);
 }
 
-int32_t walkTiles16(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                    const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                    const TileKernels<uint16_t, int32_t> &kernels)
+int32_t walkTiles16(const Sampling &sampling, int32_t tileSize, const TileKernels<uint16_t, int32_t> &kernels)
 {
-    return walkTiles<uint16_t, FixedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+    return walkTiles<uint16_t, FixedMotion>(sampling, tileSize, kernels);
 }
 
-int32_t walkTilesBilinearFast8(uint32_t accumulate, const kimg_windowConst &source,
-                               const kmath_xformLinear &srcFromClient, const kimg_window &destination,
-                               const kip_affineSampleParams &params, int32_t tileSize,
-                               const TileKernels<uint8_t, int32_t> &kernels)
+int32_t walkTilesBilinearFast8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels)
 {
-    return walkTiles<uint8_t, FastMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+    return walkTiles<uint8_t, FastMotion>(sampling, tileSize, kernels);
 }
 
-int32_t walkTilesRebased8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                          const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                          const TileKernels<uint8_t, int32_t> &kernels)
+int32_t walkTilesRebased8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels)
 {
-    return walkTiles<uint8_t, RebasedMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+    return walkTiles<uint8_t, RebasedMotion>(sampling, tileSize, kernels);
 }
 
-int32_t walkTilesDouble8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                         const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                         const TileKernels<uint8_t, double> &kernels)
+int32_t walkTilesDouble8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, double> &kernels)
 {
-    return walkTiles<uint8_t, DoubleMotion>(accumulate, source, srcFromClient, destination, params, tileSize, kernels);
+    return walkTiles<uint8_t, DoubleMotion>(sampling, tileSize, kernels);
 }
 
 } // namespace kip

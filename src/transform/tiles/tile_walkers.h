@@ -3,9 +3,7 @@
 
 #include <cstdint>
 
-#include <kip/kip.h>
-
-#include "geometry/sampling_grid.h"
+#include "support/sampling.h"
 #include "transform/tiles/tile_kernels.h"
 
 namespace kip {
@@ -14,38 +12,28 @@ namespace kip {
 // kernel: to the plain one when the tile's corners show that all of it reads inside the source, else to the
 // bounded twin, so that the plain one needs no test.
 //
-//   accumulate   0: the destination's pixels are written. Else its first pixel is the first of destWidth
-//                zeroed uint32_t column sums, to which the samples of destWidth x destHeight pixels are added.
-//   destination  its originY, where not 0, is minus the first row of a band, a whole number of tile rows:
-//                the walk begins that far down and covers the window's height.
+//   sampling  The originY of its destination, where not 0, is minus the first row of a band, a whole number of rows of
+//             tiles: the walk begins that far down and covers the window's height. Sums that are added to have been
+//             zeroed; all destHeight rows go into them.
+//   tileSize  destination pixels along a tile's side
 // All return 0, the geometry library's status, or the first negative one of a kernel.
 
 // 16.16 positions from the source window's first pixel.
-int32_t walkTiles8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                   const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                   const TileKernels<uint8_t, int32_t> &kernels);
-int32_t walkTiles16(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                    const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                    const TileKernels<uint16_t, int32_t> &kernels);
+int32_t walkTiles8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels);
+int32_t walkTiles16(const Sampling &sampling, int32_t tileSize, const TileKernels<uint16_t, int32_t> &kernels);
 
-// The fast 8-bit path's: as walkTiles8, but steps too long for 16.16 saturate and tile steps always come from
-// the doubles, 0 where they are too long.
-int32_t walkTilesBilinearFast8(uint32_t accumulate, const kimg_windowConst &source,
-                               const kmath_xformLinear &srcFromClient, const kimg_window &destination,
-                               const kip_affineSampleParams &params, int32_t tileSize,
+// The optimised 8-bit path's: as walkTiles8, but steps too long for 16.16 saturate and tile steps always come from the
+// doubles, 0 where they are too long.
+int32_t walkTilesBilinearFast8(const Sampling &sampling, int32_t tileSize,
                                const TileKernels<uint8_t, int32_t> &kernels);
 
-// Tile starts of 64 bits with 30 fraction bits; 16.16 positions from each tile's own source pixel. For
-// sources that 16.16 cannot span.
-int32_t walkTilesRebased8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                          const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                          const TileKernels<uint8_t, int32_t> &kernels);
+// Tile starts of 64 bits with 30 fraction bits; 16.16 positions from each tile's own source pixel. For sources that
+// 16.16 cannot span.
+int32_t walkTilesRebased8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels);
 
-// Positions in doubles, for tiles that 16.16 cannot span either. A band starts at a multiple of the tile
-// step where a whole walk adds it repeatedly, which may differ in the last bits.
-int32_t walkTilesDouble8(uint32_t accumulate, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                         const kimg_window &destination, const kip_affineSampleParams &params, int32_t tileSize,
-                         const TileKernels<uint8_t, double> &kernels);
+// Positions in doubles, for tiles that 16.16 cannot span either. A band starts at a multiple of the tile step where a
+// whole walk adds it repeatedly, which may differ in the last bits.
+int32_t walkTilesDouble8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, double> &kernels);
 
 } // namespace kip
 
