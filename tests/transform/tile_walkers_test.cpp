@@ -1,4 +1,4 @@
-// The walkers: in which order they take the tiles, which twin of a kernel they call, that they stop with it, and that
+// The walkers: in which order they take the tiles, which twin of a kernel they call, and that
 // no geometry, even one that the clipping test would refuse, leads them out of their memory.
 
 #include <algorithm>
@@ -27,21 +27,19 @@ struct Call {
 };
 
 std::vector<Call> calls;
-int32_t statusOfCall = 0; // of the third call
 
 template <typename Position>
-int32_t record(bool isBounded, const Tile<Position> &tile)
+void record(bool isBounded, const Tile<Position> &tile)
 {
     calls.push_back({isBounded, tile.width, tile.rows});
-    return calls.size() == 3 ? statusOfCall : 0;
 }
 
 template <typename Pixel, typename Position>
 TileKernels<Pixel, Position> recordingKernels(int32_t reach, Position shift)
 {
-    return {[](const Tile<Position> &tile, const Pixel *, int32_t, void *, int32_t) { return record(false, tile); },
+    return {[](const Tile<Position> &tile, const Pixel *, int32_t, void *, int32_t) { record(false, tile); },
             [](const Tile<Position> &tile, const Pixel *, int32_t, const SourceBounds &, void *, int32_t) {
-                return record(true, tile);
+                record(true, tile);
             },
             reach, shift};
 }
@@ -74,7 +72,7 @@ int32_t recordWalk(Walker walker, const kmath_xformLinear &m, int32_t columns, i
 }
 
 // The source's rows stay in the cache.
-TEST(TileWalkers, FollowTheSourcesRowsUntilAKernelFails)
+TEST(TileWalkers, FollowTheSourcesRows)
 {
     for (const Walker walker : kWalkers) {
         const auto widthOfSecondTile = [&](const kmath_xformLinear &map) {
@@ -86,12 +84,6 @@ TEST(TileWalkers, FollowTheSourcesRowsUntilAKernelFails)
         EXPECT_EQ(widthOfSecondTile({100, 0, 0, -1, 1, 0}), 64) << "column by column";
         EXPECT_EQ(widthOfSecondTile({100, 0, 1, -1, 1, -1}), 36) << "neither is steeper";
 
-        statusOfCall = -12345;
-        EXPECT_EQ(recordWalk(walker, kIdentity, 300, 300), -12345);
-        EXPECT_EQ(calls.size(), 3u);
-        statusOfCall = 7;
-        EXPECT_EQ(recordWalk(walker, kIdentity, 129, 1), 7);
-        statusOfCall = 0;
         const double huge = std::numeric_limits<double>::max();
         EXPECT_LT(recordWalk(walker, {huge, 0, huge, 0, 0, 1}, 3, 3), 0);
         EXPECT_TRUE(calls.empty());

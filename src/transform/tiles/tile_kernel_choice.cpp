@@ -2,7 +2,6 @@
 
 #include <kip/kip.h>
 
-#include "support/optimized_path.h"
 #include "support/target_region.h"
 #include "transform/tiles/tile_sampling.h"
 #include "transform/tiles/x86/tile_kernels_x86.h"
@@ -11,66 +10,65 @@ namespace kip {
 
 namespace {
 
+// Portable kernels with the inner one replaced level by level: rows of eight pixels, then blocks.
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernels<Pixel, int32_t> withVariants([[maybe_unused]] uint32_t features, TileKernels<Pixel, int32_t> kernels)
+{
+#if defined(KIP_HAS_X86_VARIANTS)
+    constexpr uint32_t blockFeature = sizeof(Pixel) == 1 ? ksys_featureAvx512Vbmi : ksys_featureAvx512;
+    if ((features & ksys_featureAvx2) != 0)
+        kernels.inside = tileRowKernelAvx2<Interpolation, Sink, Pixel>();
+    if ((features & blockFeature) != 0)
+        kernels.inside = tileBlockKernelAvx512<Interpolation, Sink, Pixel>();
+#endif
+    return kernels;
+}
+
+template <typename Interpolation, typename Pixel>
+TileKernels<Pixel, int32_t> withVariants(uint32_t features, uint32_t accumulate, TileKernels<Pixel, int32_t> kernels)
+{
+    return accumulate == 0 ? withVariants<Interpolation, Store>(features, kernels)
+                           : withVariants<Interpolation, Add>(features, kernels);
+}
+
 #if defined(KIP_HAS_X86_VARIANTS)
 
-// A kernel in the place of the 16-bit bilinear store kernel.
-template <TileKernel<uint16_t, int32_t> kKernel>
-int32_t ifNotServed16(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
+// A variant of the 16-bit bilinear store kernel, about which the hook is asked for every tile.
+template <TileKernel<uint16_t, int32_t> (*kVariant)()>
+void unlessInhibited(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
 {
-    const int32_t status = offerTransformTileBilinear16();
-    return isDeclined(status) ? kKernel(tile, src, srcPitch, dst, dstPitch) : status;
+    if (mayOptimiseTransformTileBilinear16())
+        kVariant()(tile, src, srcPitch, dst, dstPitch);
+    else
+        resampleInside<Bilinear<Accurate16>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
 #endif
 
 } // namespace
 
-TileKernels<uint8_t, int32_t> fastTileKernels8([[maybe_unused]] uint32_t features, uint32_t accumulate, uint32_t mode)
+TileKernels<uint8_t, int32_t> fastTileKernels8(uint32_t features, uint32_t accumulate, uint32_t mode)
 {
-    const bool add = accumulate != 0;
-    if (mode == kip_affineModeNearest) {
-        auto kernels = fixedTileKernels8(accumulate, mode);
-#if defined(KIP_HAS_X86_VARIANTS)
-        if ((features & ksys_featureAvx2) != 0)
-            kernels.inside = add ? kip_affineProjectTileNearest8Avx2 : kip_affineTransformTileNearest8Avx2;
-        if ((features & ksys_featureAvx512Vbmi) != 0)
-            kernels.inside = add ? kip_affineProjectTileNearest8Avx512Vbmi : kip_affineTransformTileNearest8Avx512Vbmi;
-#endif
-        return kernels;
-    }
-    auto kernels = add ? withTwin<Bilinear<Fast8>, Add, FixedPosition, uint8_t>(
-                             resampleInside<Bilinear<Fast8>, Add, FixedPosition, uint8_t>)
-                       : withTwin<Bilinear<Fast8>, Store, FixedPosition, uint8_t>(
-                             resampleInside<Bilinear<Fast8>, Store, FixedPosition, uint8_t>);
-#if defined(KIP_HAS_X86_VARIANTS)
-    if ((features & ksys_featureAvx2) != 0)
-        kernels.inside = add ? kip_affineProjectTileBilinearFast8Avx2 : kip_affineTransformTileBilinearFast8Avx2;
-    if ((features & ksys_featureAvx512Vbmi) != 0)
-        kernels.inside =
-            add ? kip_affineProjectTileBilinearFast8Avx512Vbmi : kip_affineTransformTileBilinearFast8Avx512Vbmi;
-#endif
-    return kernels;
+    if (mode == kip_affineModeNearest)
+        return withVariants<Nearest>(features, accumulate, fixedTileKernels8(accumulate, mode));
+    using Fast = Bilinear<Fast8>;
+    return withVariants<Fast>(features, accumulate,
+                              accumulate == 0 ? portableTileKernels<Fast, Store, FixedPosition, uint8_t>()
+                                              : portableTileKernels<Fast, Add, FixedPosition, uint8_t>());
 }
 
-TileKernels<uint16_t, int32_t> tileKernels16([[maybe_unused]] uint32_t features, uint32_t accumulate, uint32_t mode)
+TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumulate, uint32_t mode)
 {
-    auto kernels = fixedTileKernels16(accumulate, mode);
+    const auto portable = fixedTileKernels16(accumulate, mode);
+    if (mode == kip_affineModeNearest)
+        return withVariants<Nearest>(features, accumulate, portable);
+    using Accurate = Bilinear<Accurate16>;
+    auto kernels = withVariants<Accurate>(features, accumulate, portable);
 #if defined(KIP_HAS_X86_VARIANTS)
-    const bool add = accumulate != 0;
-    if ((features & ksys_featureAvx2) != 0) {
-        if (mode == kip_affineModeNearest)
-            kernels.inside = add ? kip_affineProjectTileNearest16Avx2 : kip_affineTransformTileNearest16Avx2;
-        else
-            kernels.inside = add ? kip_affineProjectTileBilinearAccurate16Avx2
-                                 : ifNotServed16<kip_affineTransformTileBilinearAccurate16Avx2>;
-    }
-    if ((features & ksys_featureAvx512) != 0) {
-        if (mode == kip_affineModeNearest)
-            kernels.inside = add ? kip_affineProjectTileNearest16Avx512 : kip_affineTransformTileNearest16Avx512;
-        else
-            kernels.inside = add ? kip_affineProjectTileBilinearAccurate16Avx512
-                                 : ifNotServed16<kip_affineTransformTileBilinearAccurate16Avx512>;
-    }
+    if (accumulate == 0 && (features & ksys_featureAvx512) != 0)
+        kernels.inside = unlessInhibited<tileBlockKernelAvx512<Accurate, Store, uint16_t>>;
+    else if (accumulate == 0 && (features & ksys_featureAvx2) != 0)
+        kernels.inside = unlessInhibited<tileRowKernelAvx2<Accurate, Store, uint16_t>>;
 #endif
     return kernels;
 }

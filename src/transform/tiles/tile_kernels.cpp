@@ -9,103 +9,91 @@ namespace kip {
 
 namespace {
 
-int32_t boundedBilinear16(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, const SourceBounds &bounds,
-                          void *dst, int32_t dstPitch)
+void boundedBilinear16(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, const SourceBounds &bounds,
+                       void *dst, int32_t dstPitch)
 {
-    const int32_t status = offerTransformTileBilinear16();
-    if (!isDeclined(status))
-        return status;
-    return resampleBounded<Bilinear<Accurate16>, Store, FixedPosition, uint16_t>(tile, src, srcPitch, bounds, dst,
-                                                                                 dstPitch);
+    mayOptimiseTransformTileBilinear16(); // there is no variant of a bounded kernel, whatever the answer
+    resampleBounded<Bilinear<Accurate16>, Store, FixedPosition, uint16_t>(tile, src, srcPitch, bounds, dst, dstPitch);
 }
 
 } // namespace
 
-int32_t noOptimisedVariant()
+bool mayOptimiseTransformTileBilinear16()
 {
-    return kip_statusOptimizationDeclined;
+    return !isInhibited(L"kip_affineTransformTileBilinearAccurate16Portable");
 }
 
-int32_t offerTransformTileBilinear16()
+void kip_affineTransformTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                             int32_t dstPitch)
 {
-    if (isInhibited(L"kip_affineTransformTileBilinearAccurate16Portable"))
-        return kip_statusOptimizationDeclined;
-    return noOptimisedVariant();
+    resampleInside<Nearest, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineTransformTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                                int32_t dstPitch)
-{
-    return resampleInside<Nearest, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineTransformTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                         void *dst, int32_t dstPitch)
-{
-    return resampleInside<Bilinear<Accurate8>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineProjectTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                              int32_t dstPitch)
-{
-    return resampleInside<Nearest, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineProjectTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                       void *dst, int32_t dstPitch)
-{
-    return resampleInside<Bilinear<Accurate8>, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineTransformTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
+void kip_affineTransformTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                       void *dst, int32_t dstPitch)
 {
-    return resampleInside<Nearest, Store, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Bilinear<Accurate8>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineTransformTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src,
-                                                               int32_t srcPitch, void *dst, int32_t dstPitch)
+void kip_affineProjectTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                           int32_t dstPitch)
 {
-    return resampleInside<Bilinear<Accurate8>, Store, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Nearest, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineProjectTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
+void kip_affineProjectTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                     void *dst, int32_t dstPitch)
 {
-    return resampleInside<Nearest, Add, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Bilinear<Accurate8>, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineProjectTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src,
-                                                             int32_t srcPitch, void *dst, int32_t dstPitch)
+void kip_affineTransformTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
+                                                   void *dst, int32_t dstPitch)
 {
-    return resampleInside<Bilinear<Accurate8>, Add, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Nearest, Store, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineTransformTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+void kip_affineTransformTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src,
+                                                            int32_t srcPitch, void *dst, int32_t dstPitch)
+{
+    resampleInside<Bilinear<Accurate8>, Store, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
+}
+
+void kip_affineProjectTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
                                                  void *dst, int32_t dstPitch)
 {
-    return resampleInside<Nearest, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Nearest, Add, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineTransformTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+void kip_affineProjectTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
                                                           void *dst, int32_t dstPitch)
 {
-    const int32_t status = offerTransformTileBilinear16();
-    if (!isDeclined(status))
-        return status;
-    return resampleInside<Bilinear<Accurate16>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Bilinear<Accurate8>, Add, DoublePosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineProjectTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                               int32_t dstPitch)
+void kip_affineTransformTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                              int32_t dstPitch)
 {
-    return resampleInside<Nearest, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
+    resampleInside<Nearest, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
-int32_t kip_affineProjectTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                        void *dst, int32_t dstPitch)
+void kip_affineTransformTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                       void *dst, int32_t dstPitch)
 {
-    return resampleInside<Bilinear<Accurate16>, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
+    mayOptimiseTransformTileBilinear16(); // this is the portable kernel, whatever the answer
+    resampleInside<Bilinear<Accurate16>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
+}
+
+void kip_affineProjectTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                            int32_t dstPitch)
+{
+    resampleInside<Nearest, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
+}
+
+void kip_affineProjectTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                     void *dst, int32_t dstPitch)
+{
+    resampleInside<Bilinear<Accurate16>, Add, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
 TileKernels<uint8_t, int32_t> fixedTileKernels8(uint32_t accumulate, uint32_t mode)

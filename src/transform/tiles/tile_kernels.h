@@ -23,11 +23,10 @@ using DoubleTile = Tile<double>;
 //   src, srcPitch  source pixel (0, 0) of the positions; pixels from row to row
 //   dst, dstPitch  storing kernels: the tile's first destination pixel; pixels from row to row
 //                  adding kernels: the first of tile.width uint32_t column sums; the pitch is not read
-// Returns 0, or a negative status, with which the walk ends. Every neighbourhood that the positions name
-// must lie inside the source.
+// Every neighbourhood that the positions name must lie inside the source.
 template <typename Pixel, typename Position>
-using TileKernel = int32_t (*)(const Tile<Position> &tile, const Pixel *src, int32_t srcPitch, void *dst,
-                               int32_t dstPitch);
+using TileKernel = void (*)(const Tile<Position> &tile, const Pixel *src, int32_t srcPitch, void *dst,
+                            int32_t dstPitch);
 
 // What a bounded kernel may read: width x height pixels. The tile's positions count from pixel
 // (baseX, baseY) of them.
@@ -42,8 +41,8 @@ struct SourceBounds {
 // may be given any positions; with all neighbours inside it gives the same values. src is the source's first
 // pixel, whatever the base.
 template <typename Pixel, typename Position>
-using BoundedTileKernel = int32_t (*)(const Tile<Position> &tile, const Pixel *src, int32_t srcPitch,
-                                      const SourceBounds &bounds, void *dst, int32_t dstPitch);
+using BoundedTileKernel = void (*)(const Tile<Position> &tile, const Pixel *src, int32_t srcPitch,
+                                   const SourceBounds &bounds, void *dst, int32_t dstPitch);
 
 // A kernel, its twin, and what both read: pixels (ix, iy) to (ix + reach, iy + reach), where ix and iy are the
 // integer parts of the position less shift.
@@ -55,47 +54,44 @@ struct TileKernels {
     Position shift;
 };
 
-// The kernels of mode 0 or 1 that store samples (accumulate 0) or add them to column sums.
+// The portable kernels of mode 0 or 1 that store samples (accumulate 0) or add them to column sums.
 TileKernels<uint8_t, int32_t> fixedTileKernels8(uint32_t accumulate, uint32_t mode);
 TileKernels<uint8_t, double> doubleTileKernels8(uint32_t accumulate, uint32_t mode);
 TileKernels<uint16_t, int32_t> fixedTileKernels16(uint32_t accumulate, uint32_t mode);
 
-// The slot of an optimised variant that there is none of; always declines.
-int32_t noOptimisedVariant();
-
-// Offers a tile of the 16-bit bilinear store kernel to its slot, unless the hook forbids it. Every kernel in
-// that place asks this first and computes the tile only if the status says declined.
-int32_t offerTransformTileBilinear16();
+// Tells whether the hook lets the 16-bit bilinear store kernel have an optimised variant. Whatever computes a tile of
+// that kernel asks this once for it.
+bool mayOptimiseTransformTileBilinear16();
 
 // The kernels by name. Nearest neighbour takes the pixel that contains the position. Bilinear weighs the four
 // pixels round it, with the exact 32-bit weights of a 16-bit fraction for 16-bit pixels and with 16-bit
 // weights that sum to at most 65534 for 8-bit pixels. "Transform" stores, "Project" adds.
-int32_t kip_affineTransformTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                                int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                         void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                              int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                       void *dst, int32_t dstPitch);
-
-int32_t kip_affineTransformTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
+void kip_affineTransformTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                             int32_t dstPitch);
+void kip_affineTransformTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                       void *dst, int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src,
-                                                               int32_t srcPitch, void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
+void kip_affineProjectTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
+                                           int32_t dstPitch);
+void kip_affineProjectTileBilinearAccurate8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
                                                     void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src,
-                                                             int32_t srcPitch, void *dst, int32_t dstPitch);
 
-int32_t kip_affineTransformTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+void kip_affineTransformTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
+                                                   void *dst, int32_t dstPitch);
+void kip_affineTransformTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src,
+                                                            int32_t srcPitch, void *dst, int32_t dstPitch);
+void kip_affineProjectTileNearest8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
                                                  void *dst, int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+void kip_affineProjectTileBilinearAccurate8DoublePortable(const DoubleTile &tile, const uint8_t *src, int32_t srcPitch,
                                                           void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                               int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                        void *dst, int32_t dstPitch);
+
+void kip_affineTransformTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                              int32_t dstPitch);
+void kip_affineTransformTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                       void *dst, int32_t dstPitch);
+void kip_affineProjectTileNearest16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
+                                            int32_t dstPitch);
+void kip_affineProjectTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
+                                                     void *dst, int32_t dstPitch);
 
 } // namespace kip
 

@@ -205,7 +205,7 @@ struct Add {
 // ---- The walk over a tile ------------------------------------------------------------------------------------
 
 template <typename Interpolation, typename Sink, typename Position, typename Pixel, typename Source>
-int32_t resampleTile(const Tile<typename Position::Value> &tile, const Source &source, void *dst, int32_t dstPitch)
+void resampleTile(const Tile<typename Position::Value> &tile, const Source &source, void *dst, int32_t dstPitch)
 {
     using Element = typename Sink::template Element<Pixel>;
     constexpr auto shift = Interpolation::template shift<typename Position::Value>();
@@ -222,30 +222,35 @@ int32_t resampleTile(const Tile<typename Position::Value> &tile, const Source &s
         }
         rowStart.move(tile.rowStepX, tile.rowStepY);
     }
-    return 0;
 }
 
 template <typename Interpolation, typename Sink, typename Position, typename Pixel>
-int32_t resampleInside(const Tile<typename Position::Value> &tile, const Pixel *src, int32_t srcPitch, void *dst,
-                       int32_t dstPitch)
+void resampleInside(const Tile<typename Position::Value> &tile, const Pixel *src, int32_t srcPitch, void *dst,
+                    int32_t dstPitch)
 {
-    return resampleTile<Interpolation, Sink, Position, Pixel>(tile, DirectSource<Pixel>{src, srcPitch}, dst, dstPitch);
+    resampleTile<Interpolation, Sink, Position, Pixel>(tile, DirectSource<Pixel>{src, srcPitch}, dst, dstPitch);
 }
 
 template <typename Interpolation, typename Sink, typename Position, typename Pixel>
-int32_t resampleBounded(const Tile<typename Position::Value> &tile, const Pixel *src, int32_t srcPitch,
-                        const SourceBounds &bounds, void *dst, int32_t dstPitch)
+void resampleBounded(const Tile<typename Position::Value> &tile, const Pixel *src, int32_t srcPitch,
+                     const SourceBounds &bounds, void *dst, int32_t dstPitch)
 {
-    return resampleTile<Interpolation, Sink, Position, Pixel>(tile, BoundedSource<Pixel>{src, srcPitch, bounds}, dst,
-                                                              dstPitch);
+    resampleTile<Interpolation, Sink, Position, Pixel>(tile, BoundedSource<Pixel>{src, srcPitch, bounds}, dst,
+                                                       dstPitch);
 }
 
-// A kernel with the twin of the same interpolation.
+// A kernel with the bounded twin of the same interpolation.
 template <typename Interpolation, typename Sink, typename Position, typename Pixel>
 TileKernels<Pixel, typename Position::Value> withTwin(TileKernel<Pixel, typename Position::Value> inside)
 {
     return {inside, resampleBounded<Interpolation, Sink, Position, Pixel>, Interpolation::kReach,
             Interpolation::template shift<typename Position::Value>()};
+}
+
+template <typename Interpolation, typename Sink, typename Position, typename Pixel>
+TileKernels<Pixel, typename Position::Value> portableTileKernels()
+{
+    return withTwin<Interpolation, Sink, Position, Pixel>(resampleInside<Interpolation, Sink, Position, Pixel>);
 }
 
 } // namespace kip

@@ -234,7 +234,7 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize,
     const kip_affineSampleParams &params = sampling.params;
 
     SamplingGrid grid;
-    int32_t status = computeSamplingGrid(sampling, &grid);
+    const int32_t status = computeSamplingGrid(sampling, &grid);
     if (status < 0)
         return status;
     const Motion motion(grid, params, tileSize);
@@ -270,12 +270,10 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize,
             tile.width = transposedOrder ? outerCount : innerCount;
             tile.rows = transposedOrder ? innerCount : outerCount;
             if (isInside(tile, bounds, kernels.reach, kernels.shift))
-                status = kernels.inside(tile, src + (bounds.baseY * source.pitch + bounds.baseX), source.pitch,
-                                        dst + offset, dstPitch);
+                kernels.inside(tile, src + (bounds.baseY * source.pitch + bounds.baseX), source.pitch, dst + offset,
+                               dstPitch);
             else
-                status = kernels.bounded(tile, src, source.pitch, bounds, dst + offset, dstPitch);
-            if (status < 0)
-                return status;
+                kernels.bounded(tile, src, source.pitch, bounds, dst + offset, dstPitch);
             at = {at.x + inner.step.x, at.y + inner.step.y};
             offset += inner.advance;
         }

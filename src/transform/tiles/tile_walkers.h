@@ -16,7 +16,7 @@ namespace kip {
 //             tiles: the walk begins that far down and covers the window's height. Sums that are added to have been
 //             zeroed; all destHeight rows go into them.
 //   tileSize  destination pixels along a tile's side
-// All return 0, the geometry library's status, or the first negative one of a kernel.
+// All return a status of the geometry library.
 
 // 16.16 positions from the source window's first pixel.
 int32_t walkTiles8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels);

@@ -9,6 +9,7 @@
 
 #include "support/x86/x86_intrinsics.h"
 #include "transform/tiles/x86/tile_blocks.h"
+#include "transform/tiles/x86/tile_kernels_x86.h"
 
 KIP_TARGET_BEGIN("avx2,avx512f,avx512bw,avx512dq,avx512vl")
 
@@ -101,25 +102,24 @@ struct BlockTile {
 };
 
 // Resamples a tile by Blocks::walk<Interpolation, banks>, banks being how many of Blocks::kBoxRows rows each hold a
-// block's box; by rows if two to four of them do not. Blocks also tells the size of its blocks, kWidth and kRows.
-template <typename Blocks, typename Interpolation, typename Pixel, typename Sink>
-int32_t resampleBlocks(const FixedTile &tile, const Pixel *src, int32_t srcPitch, void *dst, int32_t dstPitch,
-                       const Sink &sink, TileKernel<Pixel, int32_t> rows)
+// block's box; by rows if two to four of them do not. Blocks also tells the size of its blocks, kWidth and kRows, and
+// what becomes of their samples: Blocks::Output<Store> or <Add>, made of the destination and its pitch.
+template <typename Blocks, typename Interpolation, typename Sink>
+void resampleBlocks(const FixedTile &tile, const typename Blocks::Pixel *src, int32_t srcPitch, void *dst,
+                    int32_t dstPitch)
 {
+    using Pixel = typename Blocks::Pixel;
+    const typename Blocks::template Output<Sink> output(dst, dstPitch);
     BlockTile<Pixel> t = {tile, {}, {}, src, srcPitch};
-    switch (boxBanks<typename Interpolation::Portable>(tile, Blocks::kWidth, Blocks::kRows, kBoxColumns,
-                                                       Blocks::kBoxRows, &t.x, &t.y)) {
+    switch (boxBanks<Interpolation>(tile, Blocks::kWidth, Blocks::kRows, kBoxColumns, Blocks::kBoxRows, &t.x, &t.y)) {
     case 2:
-        Blocks::template walk<Interpolation, 2>(t, sink);
-        return 0;
+        return Blocks::template walk<Interpolation, 2>(t, output);
     case 3:
-        Blocks::template walk<Interpolation, 3>(t, sink);
-        return 0;
+        return Blocks::template walk<Interpolation, 3>(t, output);
     case 4:
-        Blocks::template walk<Interpolation, 4>(t, sink);
-        return 0;
+        return Blocks::template walk<Interpolation, 4>(t, output);
     default:
-        return rows(tile, src, srcPitch, dst, dstPitch);
+        return tileRowKernelAvx2<Interpolation, Sink, Pixel>()(tile, src, srcPitch, dst, dstPitch);
     }
 }
 

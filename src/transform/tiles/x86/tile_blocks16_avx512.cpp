@@ -55,8 +55,11 @@ __m512i lookUp(const Box<kBanks> &box, __m512i index)
 
 // ---- Interpolations --------------------------------------------------------------------------------------------
 
-struct NearestBlock {
-    using Portable = Nearest;
+template <typename Interpolation>
+struct BlockSamples;
+
+template <>
+struct BlockSamples<Nearest> {
 
     template <int kBanks>
     static __m512i sample(const Box<kBanks> &box, const BlockLanes &at)
@@ -66,8 +69,8 @@ struct NearestBlock {
 };
 
 // The exact sum as two linear steps: along x it fits 32 bits, along y it takes 64.
-struct BilinearBlock {
-    using Portable = Bilinear<Accurate16>;
+template <>
+struct BlockSamples<Bilinear<Accurate16>> {
 
     template <int kBanks>
     static __m512i sample(const Box<kBanks> &box, const BlockLanes &at)
@@ -117,10 +120,16 @@ private:
 
 // ---- What happens to a block's samples ---------------------------------------------------------------------------
 
+template <typename Sink>
+struct PutBlocks;
+
 // Storing the same values twice does no harm.
-struct StoreBlocks {
+template <>
+struct PutBlocks<Store> {
     uint16_t *dst;
     int64_t pitch;
+
+    PutBlocks(void *first, int32_t dstPitch) : dst(static_cast<uint16_t *>(first)), pitch(dstPitch) {}
 
     void put(const BlockPlace &place, __m512i samples) const
     {
@@ -139,8 +148,11 @@ private:
     }
 };
 
-struct AddBlocks {
+template <>
+struct PutBlocks<Add> {
     uint32_t *sums;
+
+    PutBlocks(void *first, int32_t) : sums(static_cast<uint32_t *>(first)) {}
 
     void put(const BlockPlace &place, __m512i samples) const
     {
@@ -159,12 +171,15 @@ struct AddBlocks {
 // ---- The walk ------------------------------------------------------------------------------------------------------
 
 struct Blocks {
+    using Pixel = uint16_t;
+    template <typename Sink>
+    using Output = PutBlocks<Sink>;
     static constexpr int32_t kWidth = kBlockWidth;
     static constexpr int32_t kRows = kBlockRows;
     static constexpr int32_t kBoxRows = kBoxRowsPerBank;
 
-    template <typename Interpolation, int kBanks, typename Sink>
-    static void walk(const BlockTile<uint16_t> &t, const Sink &sink)
+    template <typename Interpolation, int kBanks, typename Put>
+    static void walk(const BlockTile<uint16_t> &t, const Put &output)
     {
         const BlockLanes lanes = makeBlockLanes(t.x, t.y, 0);
         const BlockOrder order(t.tile, kBlockWidth, kBlockRows);
@@ -173,7 +188,7 @@ struct Blocks {
                 const BlockPlace place = order.place(outer, inner);
                 const BlockCorner corner(t.x, t.y, place, kBanks * kBoxRowsPerBank);
                 const auto box = loadBox<kBanks>(t.src + (corner.boxY * t.pitch + corner.boxX), t.pitch);
-                sink.put(place, Interpolation::sample(box, placeLanes(lanes, corner, 1)));
+                output.put(place, BlockSamples<Interpolation>::sample(box, placeLanes(lanes, corner, 1)));
             }
         }
     }
@@ -181,37 +196,16 @@ struct Blocks {
 
 } // namespace
 
-int32_t kip_affineTransformTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                               int32_t dstPitch)
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernel<Pixel, int32_t> tileBlockKernelAvx512()
 {
-    return resampleBlocks<Blocks, NearestBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                StoreBlocks{static_cast<uint16_t *>(dst), dstPitch},
-                                                kip_affineTransformTileNearest16Avx2);
+    return resampleBlocks<Blocks, Interpolation, Sink>;
 }
 
-int32_t kip_affineTransformTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                        void *dst, int32_t dstPitch)
-{
-    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                 StoreBlocks{static_cast<uint16_t *>(dst), dstPitch},
-                                                 kip_affineTransformTileBilinearAccurate16Avx2);
-}
-
-int32_t kip_affineProjectTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                             int32_t dstPitch)
-{
-    return resampleBlocks<Blocks, NearestBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                AddBlocks{static_cast<uint32_t *>(dst)},
-                                                kip_affineProjectTileNearest16Avx2);
-}
-
-int32_t kip_affineProjectTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                      void *dst, int32_t dstPitch)
-{
-    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                 AddBlocks{static_cast<uint32_t *>(dst)},
-                                                 kip_affineProjectTileBilinearAccurate16Avx2);
-}
+template TileKernel<uint16_t, int32_t> tileBlockKernelAvx512<Nearest, Store, uint16_t>();
+template TileKernel<uint16_t, int32_t> tileBlockKernelAvx512<Nearest, Add, uint16_t>();
+template TileKernel<uint16_t, int32_t> tileBlockKernelAvx512<Bilinear<Accurate16>, Store, uint16_t>();
+template TileKernel<uint16_t, int32_t> tileBlockKernelAvx512<Bilinear<Accurate16>, Add, uint16_t>();
 
 } // namespace kip
 

@@ -60,8 +60,11 @@ __m512i lookUp(const Box<kRegisters> &box, __m512i index)
 
 // An index in words: the byte of the box in every byte that the interpolation asks for.
 
-struct NearestBlock {
-    using Portable = Nearest;
+template <typename Interpolation>
+struct BlockSamples;
+
+template <>
+struct BlockSamples<Nearest> {
     static constexpr int16_t kIndexUnit = 0x0001;
     static constexpr int16_t kIndexOffset = 0;
 
@@ -72,8 +75,8 @@ struct NearestBlock {
     }
 };
 
-struct BilinearBlock {
-    using Portable = Bilinear<Fast8>;
+template <>
+struct BlockSamples<Bilinear<Fast8>> {
     static constexpr int16_t kIndexUnit = 0x0101; // a word looks up the pixel and the one to its right
     static constexpr int16_t kIndexOffset = 0x0100;
 
@@ -116,10 +119,16 @@ private:
 
 // ---- What happens to a block's samples ---------------------------------------------------------------------------
 
+template <typename Sink>
+struct PutBlocks;
+
 // Storing the same values twice does no harm.
-struct StoreBlocks {
+template <>
+struct PutBlocks<Store> {
     uint8_t *dst;
     int64_t pitch;
+
+    PutBlocks(void *first, int32_t dstPitch) : dst(static_cast<uint8_t *>(first)), pitch(dstPitch) {}
 
     void put(const BlockPlace &place, __m512i samples) const
     {
@@ -140,8 +149,11 @@ private:
     static void storeRow(uint8_t *at, __m128i samples) { _mm_storel_epi64(reinterpret_cast<__m128i *>(at), samples); }
 };
 
-struct AddBlocks {
+template <>
+struct PutBlocks<Add> {
     uint32_t *sums;
+
+    PutBlocks(void *first, int32_t) : sums(static_cast<uint32_t *>(first)) {}
 
     void put(const BlockPlace &place, __m512i samples) const
     {
@@ -173,17 +185,21 @@ private:
 // ---- The walk ------------------------------------------------------------------------------------------------------
 
 struct Blocks {
+    using Pixel = uint8_t;
+    template <typename Sink>
+    using Output = PutBlocks<Sink>;
     static constexpr int32_t kWidth = kBlockSize;
     static constexpr int32_t kRows = kBlockSize;
     static constexpr int32_t kBoxRows = kBoxRowsPerRegister;
 
-    template <typename Interpolation, int kRegisters, typename Sink>
-    static void walk(const BlockTile<uint8_t> &t, const Sink &sink)
+    template <typename Interpolation, int kRegisters, typename Put>
+    static void walk(const BlockTile<uint8_t> &t, const Put &output)
     {
         BlockLanes lanes[2] = {makeBlockLanes(t.x, t.y, 0), makeBlockLanes(t.x, t.y, 4)};
         for (BlockLanes &half : lanes)
-            half.index = _mm512_add_epi16(_mm512_mullo_epi16(half.index, _mm512_set1_epi16(Interpolation::kIndexUnit)),
-                                          _mm512_set1_epi16(Interpolation::kIndexOffset));
+            half.index = _mm512_add_epi16(
+                _mm512_mullo_epi16(half.index, _mm512_set1_epi16(BlockSamples<Interpolation>::kIndexUnit)),
+                _mm512_set1_epi16(BlockSamples<Interpolation>::kIndexOffset));
 
         const BlockOrder order(t.tile, kBlockSize, kBlockSize);
         for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
@@ -191,9 +207,9 @@ struct Blocks {
                 const BlockPlace place = order.place(outer, inner);
                 const BlockCorner corner(t.x, t.y, place, kRegisters * kBoxRowsPerRegister);
                 const auto box = loadBox<kRegisters>(t.src + (corner.boxY * t.pitch + corner.boxX), t.pitch);
-                const BlockLanes at[2] = {placeLanes(lanes[0], corner, Interpolation::kIndexUnit),
-                                          placeLanes(lanes[1], corner, Interpolation::kIndexUnit)};
-                sink.put(place, Interpolation::sample(box, at));
+                const BlockLanes at[2] = {placeLanes(lanes[0], corner, BlockSamples<Interpolation>::kIndexUnit),
+                                          placeLanes(lanes[1], corner, BlockSamples<Interpolation>::kIndexUnit)};
+                output.put(place, BlockSamples<Interpolation>::sample(box, at));
             }
         }
     }
@@ -201,36 +217,16 @@ struct Blocks {
 
 } // namespace
 
-int32_t kip_affineTransformTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                  void *dst, int32_t dstPitch)
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernel<Pixel, int32_t> tileBlockKernelAvx512()
 {
-    return resampleBlocks<Blocks, NearestBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
-                                                kip_affineTransformTileNearest8Avx2);
+    return resampleBlocks<Blocks, Interpolation, Sink>;
 }
 
-int32_t kip_affineTransformTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                       void *dst, int32_t dstPitch)
-{
-    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                 StoreBlocks{static_cast<uint8_t *>(dst), dstPitch},
-                                                 kip_affineTransformTileBilinearFast8Avx2);
-}
-
-int32_t kip_affineProjectTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                                int32_t dstPitch)
-{
-    return resampleBlocks<Blocks, NearestBlock>(
-        tile, src, srcPitch, dst, dstPitch, AddBlocks{static_cast<uint32_t *>(dst)}, kip_affineProjectTileNearest8Avx2);
-}
-
-int32_t kip_affineProjectTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                     void *dst, int32_t dstPitch)
-{
-    return resampleBlocks<Blocks, BilinearBlock>(tile, src, srcPitch, dst, dstPitch,
-                                                 AddBlocks{static_cast<uint32_t *>(dst)},
-                                                 kip_affineProjectTileBilinearFast8Avx2);
-}
+template TileKernel<uint8_t, int32_t> tileBlockKernelAvx512<Nearest, Store, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileBlockKernelAvx512<Nearest, Add, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileBlockKernelAvx512<Bilinear<Fast8>, Store, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileBlockKernelAvx512<Bilinear<Fast8>, Add, uint8_t>();
 
 } // namespace kip
 

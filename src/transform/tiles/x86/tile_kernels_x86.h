@@ -1,8 +1,11 @@
 #ifndef KIP_TRANSFORM_TILES_X86_TILE_KERNELS_X86_H
 #define KIP_TRANSFORM_TILES_X86_TILE_KERNELS_X86_H
 
-// Variants of the 16.16 tile kernels for x86-64 processors, equal to the portable ones to the bit. A tile
-// that a variant has no good way for is handed on: from blocks to rows, from rows to the portable kernel.
+// Variants of the 16.16 tile kernels for x86-64 processors, equal to the portable ones to the bit. A tile that a
+// variant has no good way for is handed on: from blocks to rows, from rows to the portable kernel.
+//
+// There are some for Nearest with either pixel type, for Bilinear<Fast8> with uint8_t and for Bilinear<Accurate16> with
+// uint16_t, each for both sinks, Store and Add.
 
 #include "support/target_region.h"
 
@@ -13,43 +16,12 @@
 namespace kip {
 
 // Rows of eight pixels.
-int32_t kip_affineTransformTileNearest8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                            int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearFast8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                                 int32_t dstPitch);
-int32_t kip_affineProjectTileNearest8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                          int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearFast8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                               int32_t dstPitch);
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernel<Pixel, int32_t> tileRowKernelAvx2();
 
-int32_t kip_affineTransformTileNearest16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                             int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearAccurate16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                      void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileNearest16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                           int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearAccurate16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                    void *dst, int32_t dstPitch);
-
-// Blocks of 8 x 8 pixels.
-int32_t kip_affineTransformTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                  void *dst, int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                       void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileNearest8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                                int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearFast8Avx512Vbmi(const FixedTile &tile, const uint8_t *src, int32_t srcPitch,
-                                                     void *dst, int32_t dstPitch);
-
-// Blocks of 8 x 4 pixels.
-int32_t kip_affineTransformTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                               int32_t dstPitch);
-int32_t kip_affineTransformTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                        void *dst, int32_t dstPitch);
-int32_t kip_affineProjectTileNearest16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                             int32_t dstPitch);
-int32_t kip_affineProjectTileBilinearAccurate16Avx512(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                      void *dst, int32_t dstPitch);
+// Blocks of 8 x 8 pixels of 8 bits, for processors with VBMI, or of 8 x 4 pixels of 16 bits.
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernel<Pixel, int32_t> tileBlockKernelAvx512();
 
 } // namespace kip
 

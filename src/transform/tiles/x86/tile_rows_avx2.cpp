@@ -65,7 +65,12 @@ struct RowSource {
 
 // ---- Interpolations --------------------------------------------------------------------------------------------
 
-struct NearestRow {
+// Eight samples of an interpolation.
+template <typename Interpolation>
+struct RowSamples;
+
+template <>
+struct RowSamples<Nearest> {
     template <typename Pixel>
     static void sample(const RowSource<Pixel> &source, const RowPositions &at, Pixel *line)
     {
@@ -83,7 +88,8 @@ __m256i repeatFraction(__m256i positions)
                                                            1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13));
 }
 
-struct BilinearRow8 {
+template <>
+struct RowSamples<Bilinear<Fast8>> {
     static void sample(const RowSource<uint8_t> &source, const RowPositions &at, uint8_t *line)
     {
         alignas(32) int32_t offset[kLanes];
@@ -117,7 +123,8 @@ private:
 };
 
 // The exact sum as two linear steps: along x it fits 32 bits, along y it takes 64.
-struct BilinearRow16 {
+template <>
+struct RowSamples<Bilinear<Accurate16>> {
     static void sample(const RowSource<uint16_t> &source, const RowPositions &at, uint16_t *line)
     {
         alignas(32) int32_t offset[kLanes];
@@ -166,28 +173,28 @@ private:
 // ---- What happens to the samples ---------------------------------------------------------------------------------
 
 // Samples a whole number of vectors.
-template <typename Row, typename Pixel>
+template <typename Interpolation, typename Pixel>
 void sampleLine(const RowSource<Pixel> &source, RowPositions at, Pixel *line, int32_t width)
 {
     for (int32_t n = 0; n < width; n += kLanes) {
-        Row::sample(source, at, line + n);
+        RowSamples<Interpolation>::sample(source, at, line + n);
         at.move();
     }
 }
 
-template <typename PixelType>
-struct StoreLines {
-    using Portable = Store;
-    using Pixel = PixelType;
+template <typename Sink, typename Pixel>
+struct Lines;
 
+template <typename Pixel>
+struct Lines<Store, Pixel> {
     // Resamples all rows of the first columns of a tile.
-    template <typename Row>
+    template <typename Interpolation>
     static void resample(const FixedTile &tile, FixedPosition position, int32_t width, const RowSource<Pixel> &source,
                          void *dst, int32_t dstPitch)
     {
         for (int32_t r = 0; r < tile.rows; ++r) {
-            sampleLine<Row>(source, {position.x, position.y, tile.colStepX, tile.colStepY},
-                            static_cast<Pixel *>(dst) + r * int64_t{dstPitch}, width);
+            sampleLine<Interpolation>(source, {position.x, position.y, tile.colStepX, tile.colStepY},
+                                      static_cast<Pixel *>(dst) + r * int64_t{dstPitch}, width);
             position.move(tile.rowStepX, tile.rowStepY);
         }
     }
@@ -195,12 +202,9 @@ struct StoreLines {
 
 // A few rows of samples are made before the first is added: a load right behind narrower stores waits, and the sums
 // are read and written once for all of the rows.
-template <typename PixelType>
-struct AddLines {
-    using Portable = Add;
-    using Pixel = PixelType;
-
-    template <typename Row>
+template <typename Pixel>
+struct Lines<Add, Pixel> {
+    template <typename Interpolation>
     static void resample(const FixedTile &tile, FixedPosition position, int32_t width, const RowSource<Pixel> &source,
                          void *dst, int32_t)
     {
@@ -211,8 +215,8 @@ struct AddLines {
             for (int32_t r = 0; r < tile.rows; r += kRows) {
                 const int32_t rows = std::min(kRows, tile.rows - r);
                 for (int32_t n = 0; n < rows; ++n) {
-                    sampleLine<Row>(source, {start.x, start.y, tile.colStepX, tile.colStepY},
-                                    lines + int64_t{n} * kStretch, count);
+                    sampleLine<Interpolation>(source, {start.x, start.y, tile.colStepX, tile.colStepY},
+                                              lines + int64_t{n} * kStretch, count);
                     start.move(tile.rowStepX, tile.rowStepY);
                 }
                 addLines(lines, rows, count, static_cast<uint32_t *>(dst) + first);
@@ -253,81 +257,47 @@ private:
 
 // ---- The walk ------------------------------------------------------------------------------------------------------
 
-template <typename Portable, typename Row, typename Lines>
-int32_t resampleRows(const FixedTile &tile, const typename Lines::Pixel *src, int32_t srcPitch, void *dst,
-                     int32_t dstPitch)
+template <typename Interpolation, typename Sink, typename Pixel>
+void resampleRows(const FixedTile &tile, const Pixel *src, int32_t srcPitch, void *dst, int32_t dstPitch)
 {
-    using Pixel = typename Lines::Pixel;
-    using Element = typename Lines::Portable::template Element<Pixel>;
-    const auto portable = resampleInside<Portable, typename Lines::Portable, FixedPosition, Pixel>;
+    using Element = typename Sink::template Element<Pixel>;
+    const auto portable = resampleInside<Interpolation, Sink, FixedPosition, Pixel>;
     if (tile.width < kLanes || srcPitch < INT16_MIN || srcPitch > INT16_MAX)
         return portable(tile, src, srcPitch, dst, dstPitch);
 
-    constexpr auto shift = static_cast<int32_t>(Portable::template shift<int32_t>());
+    constexpr auto shift = static_cast<int32_t>(Interpolation::template shift<int32_t>());
     const int32_t width = tile.width / kLanes * kLanes;
     FixedPosition position = FixedPosition::at(tile.x, tile.y);
     position.move(-shift, -shift);
-    Lines::template resample<Row>(tile, position, width, RowSource<Pixel>(src, srcPitch), dst, dstPitch);
+    Lines<Sink, Pixel>::template resample<Interpolation>(tile, position, width, RowSource<Pixel>(src, srcPitch), dst,
+                                                         dstPitch);
     if (width == tile.width)
-        return 0;
+        return;
 
     const auto done = static_cast<uint32_t>(width);
     FixedTile rest = tile; // the tail has one definition
     rest.x = static_cast<int32_t>(static_cast<uint32_t>(tile.x) + done * static_cast<uint32_t>(tile.colStepX));
     rest.y = static_cast<int32_t>(static_cast<uint32_t>(tile.y) + done * static_cast<uint32_t>(tile.colStepY));
     rest.width -= width;
-    return portable(rest, src, srcPitch, static_cast<Element *>(dst) + width, dstPitch);
+    portable(rest, src, srcPitch, static_cast<Element *>(dst) + width, dstPitch);
 }
 
 } // namespace
 
-int32_t kip_affineTransformTileNearest8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                            int32_t dstPitch)
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernel<Pixel, int32_t> tileRowKernelAvx2()
 {
-    return resampleRows<Nearest, NearestRow, StoreLines<uint8_t>>(tile, src, srcPitch, dst, dstPitch);
+    return resampleRows<Interpolation, Sink, Pixel>;
 }
 
-int32_t kip_affineTransformTileBilinearFast8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                                 int32_t dstPitch)
-{
-    return resampleRows<Bilinear<Fast8>, BilinearRow8, StoreLines<uint8_t>>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineProjectTileNearest8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                          int32_t dstPitch)
-{
-    return resampleRows<Nearest, NearestRow, AddLines<uint8_t>>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineProjectTileBilinearFast8Avx2(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
-                                               int32_t dstPitch)
-{
-    return resampleRows<Bilinear<Fast8>, BilinearRow8, AddLines<uint8_t>>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineTransformTileNearest16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                             int32_t dstPitch)
-{
-    return resampleRows<Nearest, NearestRow, StoreLines<uint16_t>>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineTransformTileBilinearAccurate16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                      void *dst, int32_t dstPitch)
-{
-    return resampleRows<Bilinear<Accurate16>, BilinearRow16, StoreLines<uint16_t>>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineProjectTileNearest16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst,
-                                           int32_t dstPitch)
-{
-    return resampleRows<Nearest, NearestRow, AddLines<uint16_t>>(tile, src, srcPitch, dst, dstPitch);
-}
-
-int32_t kip_affineProjectTileBilinearAccurate16Avx2(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
-                                                    void *dst, int32_t dstPitch)
-{
-    return resampleRows<Bilinear<Accurate16>, BilinearRow16, AddLines<uint16_t>>(tile, src, srcPitch, dst, dstPitch);
-}
+template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Nearest, Store, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Nearest, Add, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Bilinear<Fast8>, Store, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Bilinear<Fast8>, Add, uint8_t>();
+template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Nearest, Store, uint16_t>();
+template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Nearest, Add, uint16_t>();
+template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Bilinear<Accurate16>, Store, uint16_t>();
+template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Bilinear<Accurate16>, Add, uint16_t>();
 
 } // namespace kip
 
