@@ -1,37 +1,23 @@
 #include <cstdint>
+#include <type_traits>
 
 #include <kip/kip.h>
 
 #include "cache/sample_cache.h"
 #include "support/cleanup_list.h"
 #include "support/pixel_check.h"
+#include "support/pixel_functions.h"
+#include "transform/temporary_result.h"
 
 namespace {
 
-// What differs between the two depths.
-struct Depth {
-    int32_t bytesPerPixel;
-    int32_t (*transform)(const kimg_imageConst *source, kimg_image *destination, const kip_affineSampleParams *params,
-                         kip_affineSampleCache **cache);
-    int32_t (*clear)(kimg_window *window);
-    int32_t (*copy)(const kimg_imageConst *source, kimg_image *destination);
-};
+using kip::PixelFunctions;
 
-int32_t clear8(kimg_window *window)
-{
-    return kip_pelSetWindow8(window, 0);
-}
-
-int32_t clear16(kimg_window *window)
-{
-    return kip_pelSetWindow16(window, 0);
-}
-
-constexpr Depth kDepth8 = {1, kip_affineTransform, clear8, kip_pelCopy8};
-constexpr Depth kDepth16 = {2, kip_affineTransform16, clear16, kip_pelCopy16};
+template <typename Pixel>
+constexpr auto kTransform = std::is_same_v<Pixel, uint8_t> ? kip_affineTransform : kip_affineTransform16;
 
 // Arguments of one call. The mask and the cache may be null.
-struct Request {
+struct ClippedCall {
     const kimg_imageConst *source;
     kimg_image *destination;
     kimg_image *mask;
@@ -40,34 +26,37 @@ struct Request {
 };
 
 // An image that holds every pixel that the sampling may read, and the part of it that the source covers.
-struct Padded {
+struct PaddedSource {
     kimg_image image;
     kstd_rect32 covered;
     int32_t isCoverEmpty;
 };
 
-int32_t checkImage(const kimg_imageConst *image, int32_t bytesPerPixel)
+template <typename Pixel>
+int32_t checkImage(const kimg_imageConst *image)
 {
     kimg_windowConst window;
     const int32_t status = kimg_windowConst_init(&window, image);
-    return status < 0 ? status : kip::checkPixels(window, bytesPerPixel);
+    return status < 0 ? status : kip::checkPixels(window, sizeof(Pixel));
 }
 
-int32_t checkImages(const Depth &depth, const Request &request)
+template <typename Pixel>
+int32_t checkImages(const ClippedCall &call)
 {
-    int32_t status = checkImage(request.source, depth.bytesPerPixel);
+    int32_t status = checkImage<Pixel>(call.source);
     if (status >= 0)
-        status = checkImage(request.destination, depth.bytesPerPixel);
-    if (status >= 0 && request.mask != nullptr)
-        status = checkImage(request.mask, kDepth8.bytesPerPixel);
+        status = checkImage<Pixel>(call.destination);
+    if (status >= 0 && call.mask != nullptr)
+        status = checkImage<uint8_t>(call.mask);
     return status;
 }
 
-// Leaves the pixels uninitialised. The image goes onto the list even if it could not be made.
-int32_t constructPadded(const Depth &depth, const kstd_rect32 &rect, const kimg_imageConst &maps,
-                        kip::CleanupList &cleanup, kimg_image *padded)
+// The pixels are for the caller to write. The image goes onto the list even if it could not be made.
+template <typename Pixel>
+int32_t constructPadded(const kstd_rect32 &rect, const kimg_imageConst &maps, kip::CleanupList &cleanup,
+                        kimg_image *padded)
 {
-    const int32_t status = kimg_image_construct(padded, depth.bytesPerPixel, rect.width, rect.height);
+    const int32_t status = kimg_image_construct(padded, sizeof(Pixel), rect.width, rect.height);
     kip::addCleanup<kimg_image_destruct>(cleanup, padded);
     if (status < 0)
         return status;
@@ -77,39 +66,41 @@ int32_t constructPadded(const Depth &depth, const kstd_rect32 &rect, const kimg_
 }
 
 // Makes black what the source does not cover, and only that: the rest is written once, by whoever fills it.
-int32_t clearAround(const Depth &depth, const kimg_image &padded, const kstd_rect32 &covered)
+template <typename Pixel>
+int32_t clearAround(const kimg_image &padded, const kstd_rect32 &covered)
 {
     const int32_t above = covered.y - padded.y;
     const int32_t left = covered.x - padded.x;
-    const kstd_rect32 bands[] = {
+    const kstd_rect32 sides[] = {
         {padded.x, padded.y, padded.width, above},
         {padded.x, covered.y + covered.height, padded.width, padded.height - above - covered.height},
         {padded.x, covered.y, left, covered.height},
         {covered.x + covered.width, covered.y, padded.width - left - covered.width, covered.height},
     };
-    for (const kstd_rect32 &band : bands) {
+    for (const kstd_rect32 &side : sides) {
         kimg_window window;
-        int32_t status = kimg_window_initWindow(&window, &padded, &band, 0);
+        int32_t status = kimg_window_initWindow(&window, &padded, &side, 0);
         if (status >= 0)
-            status = depth.clear(&window);
+            status = PixelFunctions<Pixel>::setWindow(&window, 0);
         if (status < 0)
             return status;
     }
     return 0;
 }
 
-int32_t makePaddedSource(const Depth &depth, const Request &request, const kstd_rect32 &rect, kip::CleanupList &cleanup,
-                         Padded *padded)
+template <typename Pixel>
+int32_t makePaddedSource(const ClippedCall &call, const kstd_rect32 &rect, kip::CleanupList &cleanup,
+                         PaddedSource *padded)
 {
-    int32_t status = constructPadded(depth, rect, *request.source, cleanup, &padded->image);
+    int32_t status = constructPadded<Pixel>(rect, *call.source, cleanup, &padded->image);
     if (status >= 0)
-        status = kimg_imageConst_gcr(&padded->image, request.source, &padded->covered, &padded->isCoverEmpty);
+        status = kimg_imageConst_gcr(&padded->image, call.source, &padded->covered, &padded->isCoverEmpty);
     if (status < 0)
         return status;
     if (padded->isCoverEmpty != 0)
         padded->covered = {rect.x, rect.y, 0, 0};
-    status = clearAround(depth, padded->image, padded->covered);
-    return status < 0 ? status : depth.copy(request.source, &padded->image);
+    status = clearAround<Pixel>(padded->image, padded->covered);
+    return status < 0 ? status : PixelFunctions<Pixel>::copy(call.source, &padded->image);
 }
 
 int32_t fillCovered(const kimg_image &padded, const kstd_rect32 &covered, uint8_t value)
@@ -126,35 +117,29 @@ bool hasExactSize(const kimg_image &destination, const kip_affineSampleParams &p
 }
 
 // wasBound tells of the destination before the call: the caller may give one image as destination and mask.
-int32_t transformPadded(const Depth &depth, const kimg_image &padded, kimg_image *destination, int32_t wasBound,
-                        const Request &request)
+template <typename Pixel>
+int32_t transformPadded(const kimg_image &padded, kimg_image *destination, int32_t wasBound, const ClippedCall &call)
 {
-    const kip_affineSampleParams &params = *request.params;
+    const kip_affineSampleParams &params = *call.params;
     if (wasBound != 0 && hasExactSize(*destination, params))
-        return depth.transform(&padded, destination, &params, request.cache);
+        return kTransform<Pixel>(&padded, destination, &params, call.cache);
 
-    kip::CleanupList cleanup;
-    kimg_image temporary;
-    int32_t status = kimg_image_construct(&temporary, depth.bytesPerPixel, params.destWidth, params.destHeight);
-    kip::addCleanup<kimg_image_destruct>(cleanup, &temporary);
-    if (status >= 0)
-        status = depth.transform(&padded, &temporary, &params, request.cache);
-    if (status >= 0)
-        status = wasBound != 0 ? depth.copy(&temporary, destination) : kimg_image_assign(destination, &temporary);
-    return kip::runCleanup(cleanup, status);
+    return kip::makeThroughTemporary<Pixel>(destination, wasBound != 0, params, [&](kimg_image *temporary) {
+        return kTransform<Pixel>(&padded, temporary, &params, call.cache);
+    });
 }
 
 // The mask is what becomes of an image that is 255 where the source has pixels. An 8-bit padded source turns into
 // that: round its covered part it is black already.
-int32_t transformMask8(const Request &request, int32_t wasBound, const Padded &padded)
+int32_t transformMask8(const ClippedCall &call, int32_t wasBound, const PaddedSource &padded)
 {
     const int32_t status = fillCovered(padded.image, padded.covered, 255);
-    return status < 0 ? status : transformPadded(kDepth8, padded.image, request.mask, wasBound, request);
+    return status < 0 ? status : transformPadded<uint8_t>(padded.image, call.mask, wasBound, call);
 }
 
 // A 16-bit one gives up its pixels, before the memory of their 8-bit twins is taken, and keeps its client map,
 // which the source need not: it may be the destination, too.
-int32_t transformMask16(const Request &request, int32_t wasBound, Padded *padded)
+int32_t transformMask16(const ClippedCall &call, int32_t wasBound, PaddedSource *padded)
 {
     const kstd_rect32 rect = {padded->image.x, padded->image.y, padded->image.width, padded->image.height};
     int32_t status = kimg_image_setUnbound(&padded->image);
@@ -162,87 +147,89 @@ int32_t transformMask16(const Request &request, int32_t wasBound, Padded *padded
         return status;
     kip::CleanupList cleanup;
     kimg_image cover;
-    status = constructPadded(kDepth8, rect, padded->image, cleanup, &cover);
+    status = constructPadded<uint8_t>(rect, padded->image, cleanup, &cover);
     if (status >= 0)
-        status = clearAround(kDepth8, cover, padded->covered);
+        status = clearAround<uint8_t>(cover, padded->covered);
     if (status >= 0)
         status = fillCovered(cover, padded->covered, 255);
     if (status >= 0)
-        status = transformPadded(kDepth8, cover, request.mask, wasBound, request);
+        status = transformPadded<uint8_t>(cover, call.mask, wasBound, call);
     return kip::runCleanup(cleanup, status);
 }
 
-int32_t runPasses(const Depth &depth, const Request &request, Padded *padded)
+template <typename Pixel>
+int32_t runPasses(const ClippedCall &call, PaddedSource *padded)
 {
     int32_t isDestinationBound;
-    int32_t status = kimg_image_getIsBound(request.destination, &isDestinationBound);
+    int32_t status = kimg_image_getIsBound(call.destination, &isDestinationBound);
     if (status < 0)
         return status;
     status = ksys_attention_check();
     if (status < 0)
         return status;
     int32_t isMaskBound = 0;
-    if (request.mask != nullptr)
-        status = kimg_image_getIsBound(request.mask, &isMaskBound);
+    if (call.mask != nullptr)
+        status = kimg_image_getIsBound(call.mask, &isMaskBound);
     if (status < 0)
         return status;
 
-    status = transformPadded(depth, padded->image, request.destination, isDestinationBound, request);
+    status = transformPadded<Pixel>(padded->image, call.destination, isDestinationBound, call);
     if (status < 0)
         return status;
     if (padded->isCoverEmpty != 0)
         return kip_statusTransformOutsideSource;
-    if (request.mask == nullptr)
+    if (call.mask == nullptr)
         return 0;
-    return depth.bytesPerPixel == kDepth8.bytesPerPixel ? transformMask8(request, isMaskBound, *padded)
-                                                        : transformMask16(request, isMaskBound, padded);
+    return std::is_same_v<Pixel, uint8_t> ? transformMask8(call, isMaskBound, *padded)
+                                          : transformMask16(call, isMaskBound, padded);
 }
 
-int32_t transformPaddedSource(const Depth &depth, const Request &request)
+template <typename Pixel>
+int32_t transformPaddedSource(const ClippedCall &call)
 {
     kstd_rect32 rect;
-    int32_t status = kip_affineSampleParams_getMaxSrcRect(request.params, request.source, &rect);
+    int32_t status = kip_affineSampleParams_getMaxSrcRect(call.params, call.source, &rect);
     if (status < 0)
         return status;
     kip::CleanupList cleanup;
-    Padded padded;
-    status = makePaddedSource(depth, request, rect, cleanup, &padded);
+    PaddedSource padded;
+    status = makePaddedSource<Pixel>(call, rect, cleanup, &padded);
     if (status >= 0)
-        status = runPasses(depth, request, &padded);
+        status = runPasses<Pixel>(call, &padded);
     return kip::runCleanup(cleanup, status);
 }
 
 // Both passes sample the same geometry: without a caller's cache, one of the call's own serves them.
-int32_t transformWithCache(const Depth &depth, Request request)
+template <typename Pixel>
+int32_t transformWithCache(ClippedCall call)
 {
-    if (request.cache != nullptr)
-        return transformPaddedSource(depth, request);
+    if (call.cache != nullptr)
+        return transformPaddedSource<Pixel>(call);
     kip::CleanupList cleanup;
     kip_affineSampleCache local;
     kip_affineSampleCache *handle = &local;
     kip_affineSampleCache_initLocal(&local);
     kip::addCleanup<kip_affineSampleCache_release>(cleanup, &local);
-    request.cache = &handle;
-    return kip::runCleanup(cleanup, transformPaddedSource(depth, request));
+    call.cache = &handle;
+    return kip::runCleanup(cleanup, transformPaddedSource<Pixel>(call));
 }
 
-int32_t transformClipped(const Depth &depth, const Request &request, int32_t *willClip)
+template <typename Pixel>
+int32_t transformClipped(const ClippedCall &call, int32_t *willClip)
 {
     int32_t bound;
-    int32_t status = kimg_imageConst_getIsBound(request.source, &bound);
+    int32_t status = kimg_imageConst_getIsBound(call.source, &bound);
     if (status < 0)
         return status;
     if (bound == 0)
         return kip_statusTransformSourceUnbound;
-    status = kip_affineSampleParams_getWillClip(request.params, request.source, willClip);
+    status = kip_affineSampleParams_getWillClip(call.params, call.source, willClip);
     if (status < 0)
         return status;
-    status = checkImages(depth, request);
-    if (status < 0)
-        return status;
-    if (*willClip == 0)
-        return depth.transform(request.source, request.destination, request.params, request.cache);
-    return transformWithCache(depth, request);
+    if (*willClip == 0) // nothing becomes of the mask, whatever it is
+        return kTransform<Pixel>(call.source, call.destination, call.params, call.cache);
+    status = checkImages<Pixel>(call);
+    return status < 0 ? status : transformWithCache<Pixel>(call);
 }
 
 } // namespace
@@ -251,12 +238,12 @@ int32_t kip_affineTransformClipped(const kimg_imageConst *source, kimg_image *de
                                    const kip_affineSampleParams *params, kip_affineSampleCache **cache,
                                    int32_t *willClip)
 {
-    return transformClipped(kDepth8, {source, destination, mask, params, cache}, willClip);
+    return transformClipped<uint8_t>({source, destination, mask, params, cache}, willClip);
 }
 
 int32_t kip_affineTransformClipped16(const kimg_imageConst *source, kimg_image *destination, kimg_image *mask,
                                      const kip_affineSampleParams *params, kip_affineSampleCache **cache,
                                      int32_t *willClip)
 {
-    return transformClipped(kDepth16, {source, destination, mask, params, cache}, willClip);
+    return transformClipped<uint16_t>({source, destination, mask, params, cache}, willClip);
 }

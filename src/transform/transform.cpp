@@ -6,8 +6,8 @@
 #include "cache/sample_cache.h"
 #include "support/cleanup_list.h"
 #include "support/pixel_check.h"
-#include "support/pixel_functions.h"
 #include "support/sampling_source.h"
+#include "transform/temporary_result.h"
 #include "transform/transform_driver.h"
 
 namespace {
@@ -54,30 +54,18 @@ int32_t transformInPlace(const kip::SamplingSource &source, kimg_window destinat
                          const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
     const int32_t status = kimg_window_window(&destination, 0, 0, params.destWidth, params.destHeight, nullptr);
-    if (status < 0)
-        return status;
-    return transformWindow<Pixel>(source, destination, params, cache);
+    return status < 0 ? status : transformWindow<Pixel>(source, destination, params, cache);
 }
 
-// Makes the result in an image of its own, then copies it into a bound destination or lets an unbound one have it.
 template <typename Pixel>
 int32_t transformThroughTemporary(const kip::SamplingSource &source, kimg_image *destination, bool isBound,
                                   const kip_affineSampleParams &params, kip_affineSampleCache &cache)
 {
-    kip::CleanupList cleanup;
-    kimg_image temporary;
-    int32_t status = kimg_image_construct(&temporary, sizeof(Pixel), params.destWidth, params.destHeight);
-    kip::addCleanup<kimg_image_destruct>(cleanup, &temporary);
-
-    kimg_window window;
-    if (status >= 0)
-        status = kimg_window_init(&window, &temporary);
-    if (status >= 0)
-        status = transformWindow<Pixel>(source, window, params, cache);
-    if (status >= 0)
-        status = isBound ? kip::PixelFunctions<Pixel>::copy(&temporary, destination)
-                         : kimg_image_assign(destination, &temporary);
-    return kip::runCleanup(cleanup, status);
+    return kip::makeThroughTemporary<Pixel>(destination, isBound, params, [&](kimg_image *temporary) {
+        kimg_window window;
+        const int32_t status = kimg_window_init(&window, temporary);
+        return status < 0 ? status : transformWindow<Pixel>(source, window, params, cache);
+    });
 }
 
 template <typename Pixel>
