@@ -10,7 +10,7 @@
 #include "support/measurements.h"
 #include "support/options.h"
 #include "support/peer.h"
-#include "transform/aligned_bench.h"
+#include "transform/aligned/aligned_bench.h"
 #include "transform/clipped_bench.h"
 #include "transform/transform_bench.h"
 

@@ -1,4 +1,4 @@
-#include "transform/aligned_bench.h"
+#include "transform/aligned/aligned_bench.h"
 
 #include <cstring>
 #include <functional>
