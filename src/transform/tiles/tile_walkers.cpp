@@ -91,26 +91,9 @@ bool isInside(const DoubleTile &tile, const SourceBounds &bounds, int32_t reach,
 
 // 16.16, wrapping.
 struct FixedMotion {
-    using Position = int32_t;
     using Coordinate = uint32_t;
     PixelSteps steps;
     Point<uint32_t> start, tileRow, tileCol;
-
-    FixedMotion(const SamplingGrid &grid, const kip_affineSampleParams &params, int32_t tileSize)
-        : steps(fixedPixelSteps(grid)), start{unsignedOf(fixedPosition(grid.start.x)),
-                                              unsignedOf(fixedPosition(grid.start.y))}
-    {
-        const auto size = static_cast<uint32_t>(tileSize);
-        if (params.destWidth <= kMaxExtentForSteppedTiles && params.destHeight <= kMaxExtentForSteppedTiles) {
-            tileRow = {size * unsignedOf(steps.rowX), size * unsignedOf(steps.rowY)};
-            tileCol = {size * unsignedOf(steps.colX), size * unsignedOf(steps.colY)};
-        } else {
-            tileRow = {unsignedOf(fixedStep(tileSize * grid.rowStep.x)),
-                       unsignedOf(fixedStep(tileSize * grid.rowStep.y))};
-            tileCol = {unsignedOf(fixedStep(tileSize * grid.colStep.x)),
-                       unsignedOf(fixedStep(tileSize * grid.colStep.y))};
-        }
-    }
 
     static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint32_t>(count) * step; }
     bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
@@ -121,51 +104,55 @@ struct FixedMotion {
     }
 };
 
-// 16.16, wrapping, with the fast path's steps.
-struct FastMotion {
-    using Position = int32_t;
-    using Coordinate = uint32_t;
-    PixelSteps steps;
-    Point<uint32_t> start, tileRow, tileCol;
+Point<uint32_t> fixedStart(const SamplingGrid &grid)
+{
+    return {unsignedOf(fixedPosition(grid.start.x)), unsignedOf(fixedPosition(grid.start.y))};
+}
 
-    FastMotion(const SamplingGrid &grid, const kip_affineSampleParams &, int32_t tileSize)
-        : steps{pixelStep(grid.rowStep.x), pixelStep(grid.rowStep.y), pixelStep(grid.colStep.x),
-                pixelStep(grid.colStep.y)},
-          start{unsignedOf(fixedPosition(grid.start.x)), unsignedOf(fixedPosition(grid.start.y))},
-          tileRow{tileStep(tileSize, grid.rowStep.x), tileStep(tileSize, grid.rowStep.y)},
-          tileCol{tileStep(tileSize, grid.colStep.x), tileStep(tileSize, grid.colStep.y)}
-    {}
+FixedMotion fixedMotion(const SamplingGrid &grid, const kip_affineSampleParams &params, int32_t tileSize)
+{
+    FixedMotion motion = {fixedPixelSteps(grid), fixedStart(grid), {}, {}};
+    const auto size = static_cast<uint32_t>(tileSize);
+    const PixelSteps &steps = motion.steps;
+    if (params.destWidth <= kMaxExtentForSteppedTiles && params.destHeight <= kMaxExtentForSteppedTiles) {
+        motion.tileRow = {size * unsignedOf(steps.rowX), size * unsignedOf(steps.rowY)};
+        motion.tileCol = {size * unsignedOf(steps.colX), size * unsignedOf(steps.colY)};
+    } else {
+        const auto tileStep = [tileSize](double step) { return unsignedOf(fixedStep(tileSize * step)); };
+        motion.tileRow = {tileStep(grid.rowStep.x), tileStep(grid.rowStep.y)};
+        motion.tileCol = {tileStep(grid.colStep.x), tileStep(grid.colStep.y)};
+    }
+    return motion;
+}
 
-    static int32_t pixelStep(double step)
-    {
+// The optimised path's steps: a pixel's saturate, and a tile's that 16.16 cannot hold leads out of any source, where
+// nothing is sampled.
+FixedMotion fastMotion(const SamplingGrid &grid, int32_t tileSize)
+{
+    const auto pixelStep = [](double step) {
         if (step > 32767.0)
             return INT32_MAX;
         return step < -32767.0 ? -INT32_MAX : fixedStep(step);
-    }
-    // A tile step that 16.16 cannot hold leads out of any source: nothing is sampled there.
-    static uint32_t tileStep(int32_t tileSize, double step)
-    {
+    };
+    const auto tileStep = [tileSize](double step) {
         const double moved = tileSize * step;
-        return moved > -32768.0 && moved < 32768.0 ? unsignedOf(fixedStep(moved)) : 0;
-    }
-    static Coordinate times(int64_t count, Coordinate step) { return static_cast<uint32_t>(count) * step; }
-    bool isColumnSteeper() const { return isSteeper(steps.colY, steps.rowY); }
-
-    FixedTile tile(const Point<uint32_t> &at, SourceBounds *) const
-    {
-        return tileAt(static_cast<int32_t>(at.x), static_cast<int32_t>(at.y), steps);
-    }
-};
+        return moved > -32768.0 && moved < 32768.0 ? unsignedOf(fixedStep(moved)) : 0u;
+    };
+    return {
+        {pixelStep(grid.rowStep.x), pixelStep(grid.rowStep.y), pixelStep(grid.colStep.x), pixelStep(grid.colStep.y)},
+        fixedStart(grid),
+        {tileStep(grid.rowStep.x), tileStep(grid.rowStep.y)},
+        {tileStep(grid.colStep.x), tileStep(grid.colStep.y)}};
+}
 
 // 64 bits with 30 fraction bits, rebased to the tile's own source pixel.
 struct RebasedMotion {
-    using Position = int32_t;
     using Coordinate = uint64_t;
     static constexpr double kOne = 1073741824.0;
     PixelSteps steps;
     Point<uint64_t> start, tileRow, tileCol;
 
-    RebasedMotion(const SamplingGrid &grid, const kip_affineSampleParams &, int32_t tileSize)
+    RebasedMotion(const SamplingGrid &grid, int32_t tileSize)
         : steps(fixedPixelSteps(grid)), start{startCoordinate(grid.start.x), startCoordinate(grid.start.y)},
           tileRow{tileStep(tileSize, grid.rowStep.x), tileStep(tileSize, grid.rowStep.y)},
           tileCol{tileStep(tileSize, grid.colStep.x), tileStep(tileSize, grid.colStep.y)}
@@ -194,12 +181,11 @@ struct RebasedMotion {
 };
 
 struct DoubleMotion {
-    using Position = double;
     using Coordinate = double;
     SamplingGrid grid;
     Point<double> start, tileRow, tileCol;
 
-    DoubleMotion(const SamplingGrid &samplingGrid, const kip_affineSampleParams &, int32_t tileSize)
+    DoubleMotion(const SamplingGrid &samplingGrid, int32_t tileSize)
         : grid(samplingGrid), start{grid.start.x, grid.start.y},
           tileRow{tileSize * grid.rowStep.x, tileSize * grid.rowStep.y}, tileCol{tileSize * grid.colStep.x,
                                                                                  tileSize * grid.colStep.y}
@@ -224,10 +210,12 @@ struct Direction {
     int64_t advance;        // bytes of the destination to the next tile
 };
 
-template <typename Pixel, typename Motion>
-int32_t walkTiles(const Sampling &sampling, int32_t tileSize,
-                  const TileKernels<Pixel, typename Motion::Position> &kernels)
+// makeMotion(grid): the motion of the walk.
+template <typename Pixel, typename Position, typename MakeMotion>
+int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<Pixel, Position> &kernels,
+                  MakeMotion makeMotion)
 {
+    using Motion = decltype(makeMotion(SamplingGrid{}));
     using Coordinate = typename Motion::Coordinate;
     const kimg_windowConst &source = sampling.source;
     const kimg_window &destination = sampling.destination;
@@ -237,7 +225,7 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize,
     const int32_t status = computeSamplingGrid(sampling, &grid);
     if (status < 0)
         return status;
-    const Motion motion(grid, params, tileSize);
+    const Motion motion = makeMotion(grid);
 
     const bool add = sampling.adds();
     const int32_t dstPitch = add ? 0 : destination.pitch;
@@ -287,27 +275,32 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize,
 
 int32_t walkTiles8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels)
 {
-    return walkTiles<uint8_t, FixedMotion>(sampling, tileSize, kernels);
+    return walkTiles(sampling, tileSize, kernels,
+                     [&](const SamplingGrid &grid) { return fixedMotion(grid, sampling.params, tileSize); });
 }
 
 int32_t walkTiles16(const Sampling &sampling, int32_t tileSize, const TileKernels<uint16_t, int32_t> &kernels)
 {
-    return walkTiles<uint16_t, FixedMotion>(sampling, tileSize, kernels);
+    return walkTiles(sampling, tileSize, kernels,
+                     [&](const SamplingGrid &grid) { return fixedMotion(grid, sampling.params, tileSize); });
 }
 
 int32_t walkTilesBilinearFast8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels)
 {
-    return walkTiles<uint8_t, FastMotion>(sampling, tileSize, kernels);
+    return walkTiles(sampling, tileSize, kernels,
+                     [tileSize](const SamplingGrid &grid) { return fastMotion(grid, tileSize); });
 }
 
 int32_t walkTilesRebased8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, int32_t> &kernels)
 {
-    return walkTiles<uint8_t, RebasedMotion>(sampling, tileSize, kernels);
+    return walkTiles(sampling, tileSize, kernels,
+                     [tileSize](const SamplingGrid &grid) { return RebasedMotion(grid, tileSize); });
 }
 
 int32_t walkTilesDouble8(const Sampling &sampling, int32_t tileSize, const TileKernels<uint8_t, double> &kernels)
 {
-    return walkTiles<uint8_t, DoubleMotion>(sampling, tileSize, kernels);
+    return walkTiles(sampling, tileSize, kernels,
+                     [tileSize](const SamplingGrid &grid) { return DoubleMotion(grid, tileSize); });
 }
 
 } // namespace kip
