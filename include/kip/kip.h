@@ -164,8 +164,10 @@ KIP_API int32_t kip_affineSampleParams_initRectStandard(kip_affineSampleParams *
  * params  the sampling, destWidth and destHeight at least 1.
  * oneRow  nonzero: the rectangle's whole height is one unit of y, as in a projection.
  * xform   receives the map.
- * Returns 0; a rectangle whose sides are parallel or of no length gives the math library's status, xform
- * then untouched.
+ * Returns 0; #kmath_statusSingular for a rectangle whose sides are parallel or of no length; another status of the
+ * math library for one that is not finite or whose map would not be. xform is then untouched. Sides (a, b) and (c, d)
+ * are parallel, for every operation and whatever the sizes, where |a d - b c| is at most 2^-50 of |a d| + |b c|: so
+ * much may be left of it where their coordinates were rounded.
  */
 KIP_API int32_t kip_affineSampleParams_getDestImageFromClientXform(const kip_affineSampleParams *params, int32_t oneRow,
                                                                    kmath_xformLinear *xform);

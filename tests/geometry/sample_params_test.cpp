@@ -1,3 +1,4 @@
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -79,6 +80,32 @@ TEST(SampleParamsPlacement, IsExactForDyadicRectangles)
         kmath_xformLinear placement{};
         ASSERT_GE(kip_affineSampleParams_getDestImageFromClientXform(&row.params, row.oneRow, &placement), 0);
         EXPECT_EQ(placement, row.expected) << row.name;
+    }
+}
+
+// As parallel as their coordinates can be said to be, whatever the counts and the lengths; or by a little less.
+TEST(SampleParamsPlacement, IsThatOfSidesThatAreNotParallel)
+{
+    const struct {
+        kmath_shapeAffineRect rect;
+        bool isParallel;
+    } rows[] = {
+        {{1, 2, 10, 20, 30, 60}, true},           {{1, 2, 0.1, 0.3 * 0.1, -0.7, -0.3 * 0.7}, true},
+        {{1, 2, 1, 1, 1, 1 + 3 * 0x1p-52}, true}, {{1, 2, 1, 1, 1, 1 + 9 * 0x1p-52}, false},
+        {{1, 2, 1e5, 1e5, 1, 1.0001}, false},     {{1, 2, 1e-12, 1e-12, 1, 1.0001}, false},
+        {{1, 2, 1, 0, 0, 1e-12}, false},
+    };
+    for (const auto &row : rows) {
+        for (int n = 0; n < 2000; ++n) {
+            const double x = std::ldexp(1.0, n * 331 % 600 - 300), y = std::ldexp(1.0, n * 173 % 600 - 300);
+            const kmath_shapeAffineRect &r = row.rect;
+            const kip_affineSampleParams params = {
+                {r.tx * x, r.ty * x, r.e0 * x, r.e1 * y, r.e2 * x, r.e3 * y}, 0, n % 59 + 1, n * 7 % 53 + 1};
+            kmath_xformLinear placement = kIdentity;
+            const int32_t status = kip_affineSampleParams_getDestImageFromClientXform(&params, n & 1, &placement);
+            ASSERT_EQ(status, row.isParallel ? kmath_statusSingular : 0) << testing::PrintToString(r) << ", " << n;
+            ASSERT_TRUE(!row.isParallel || placement == kIdentity);
+        }
     }
 }
 

@@ -129,11 +129,15 @@ TEST(Refusals, OfSampling)
           kip_statusProjectionOutsideSource}},
         {"too far to count", [](auto &c) { c.params.rect.tx = 1e300; }, clipped(kmath_statusOutOfRange)},
         {"too large", [](auto &c) { c.params.rect = {-2e9, 0, 4e9, 0, 0, 9}; }, clipped(kstd_statusTooLarge)},
-        {"parallel sides", [](auto &c) { c.params.rect = {10, 10, 20, 10, 10, 5}; }, all(kmath_statusSingular)},
+        {"parallel sides",
+         [](auto &c) {
+             c.params = {{10, 10, 9, 9, 12, 12}, 1, 30, 19};
+         },
+         all(kmath_statusSingular)},
         {"a single point", [](auto &c) { c.params.rect = {10, 10, 0, 0, 0, 0}; }, all(kmath_statusSingular)},
         {"parallel sides across an edge",
          [](auto &c) {
-             c.params = {{-9, 10, 20, 10, 10, 5}, 0, 9, 9};
+             c.params = {{-4, 10, 9, 9, 12, 12}, 0, 30, 19};
          },
          clipped(kmath_statusSingular)},
         {"no number", [](auto &c) { c.params.rect.ty = kNan; }, all(kmath_statusNotFinite)},

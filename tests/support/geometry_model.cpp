@@ -181,6 +181,20 @@ std::optional<kstd_rect32> footprintOf(const Sides &sides, double width, double 
                        static_cast<int32_t>(-*y1 - *y0 + 1)};
 }
 
+// An area of less than eight roundings of the products whose difference it is, one of which the library may be off by.
+// Sides that counts divide down to nothing are left to it.
+std::optional<bool> areParallel(const kmath_shapeAffineRect &rect)
+{
+    const Wide a = Wide{rect.e0} * rect.e3, b = Wide{rect.e1} * rect.e2;
+    const Wide area = std::fabs(a - b), unit = (std::fabs(a) + std::fabs(b)) * (DBL_EPSILON / 2);
+    const auto mayVanish = [&](double side) { return side != 0 && std::fabs(side) < DBL_MIN * 0x1p64; };
+    if (area <= 6.5L * unit)
+        return true;
+    const bool isKnown =
+        area > 9.5L * unit && !mayVanish(rect.e0) && !mayVanish(rect.e1) && !mayVanish(rect.e2) && !mayVanish(rect.e3);
+    return isKnown ? std::optional(false) : std::nullopt;
+}
+
 } // namespace
 
 GeometryModel modelGeometry(const kip_affineSampleParams &params, const kmath_xformLinear &srcFromClient,
@@ -195,6 +209,7 @@ GeometryModel modelGeometry(const kip_affineSampleParams &params, const kmath_xf
     corners[3] = corners[1] + corners[2] - corners[0];
 
     GeometryModel model;
+    model.isParallel = areParallel(params.rect);
     model.footprint = footprintOf(sides, params.destWidth, params.destHeight);
     Answer isAligned = Answer::no;
     for (const Turn &turn : kTurns) {

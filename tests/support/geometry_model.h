@@ -15,6 +15,7 @@ struct GeometryModel {
     std::optional<kip_affine_imageAlignment> alignment;
     std::optional<kstd_rect32> block; // of an alignment
     std::optional<kstd_rect32> footprint;
+    std::optional<bool> isParallel; // of the sides: whether there is no placement
 };
 
 // Of parameters that are not refused. The source's pixels do not count.

@@ -102,20 +102,24 @@ int32_t analyse(Invocation &in)
         in.fault += "an image and its window differ; ";
     const int32_t aligned = kip_affine_imageAlignment_compute(&params, &map, &in.scalars.first, &rects[2]);
     check(aligned, rects[2], kNoRect);
+    in.scalars.placement = kNoMap;
+    int32_t placed = 0;
+    if (params.destWidth >= 1 && params.destHeight >= 1) // the caller's duty
+        placed = kip_affineSampleParams_getDestImageFromClientXform(&params, in.call.clip & 1, &in.scalars.placement);
+    check(placed, in.scalars.placement, kNoMap);
     if (params.destWidth >= 1 && params.destHeight >= 1 && params.mode <= kip_affineModeBicubic) {
         const GeometryModel model = modelGeometry(params, map, in.from);
         if (statuses[1] >= 0 && model.clips.value_or(flags[1] != 0) != (flags[1] != 0))
             in.fault += "clips otherwise; ";
         if (model.footprint && *model.footprint != rects[1])
             in.fault += "another footprint; ";
+        const bool isSingular = placed == kmath_statusSingular;
+        if (placed != kmath_statusNotFinite && model.isParallel.value_or(isSingular) != isSingular)
+            in.fault += "placed otherwise; ";
         if (aligned >= 0 && (model.alignment.value_or(in.scalars.first) != in.scalars.first ||
                              model.block.value_or(rects[2]) != rects[2]))
             in.fault += "aligned otherwise; ";
     }
-    in.scalars.placement = kNoMap;
-    if (params.destWidth >= 1 && params.destHeight >= 1) // the caller's duty
-        check(kip_affineSampleParams_getDestImageFromClientXform(&params, in.call.clip & 1, &in.scalars.placement),
-              in.scalars.placement, kNoMap);
     const kip_affineSampleParams before = {kNoMap, 9, 8, 7};
     kip_affineSampleParams made = before;
     check(kip_affineSampleParams_initRectStandard(&made, &params.rect, in.call.hasMask ? &map : nullptr), made.rect,
@@ -284,10 +288,8 @@ std::string difference(const Invocation &in, const Meaning &meaning, int32_t sta
     const SamplingCall &call = in.call;
     const bool isWindow = call.operation == Operation::projectWindow ||
                           call.operation == Operation::projectClippedWindow || !samples(call.operation);
-    // Maps that hardly have an inverse may have one for a row of sums and none for all pixels, or the other way round.
     // The model of a clipped call takes more memory than the call.
-    if (status == kmath_statusSingular || meaning.status == kmath_statusSingular ||
-        meaning.status == ksys_statusOutOfMemory)
+    if (meaning.status == ksys_statusOutOfMemory)
         return "";
     if (std::min(status, 0) != std::min(meaning.status, 0))
         return "status " + std::to_string(status) + " instead of " + std::to_string(meaning.status) + "; ";
