@@ -237,8 +237,9 @@ KIP_API int32_t kip_affineSampleParams_getWillClipWindow(const kip_affineSampleP
  * alignCode      receives the code; #kip_affine_alignNone is no failure.
  * srcRect        receives the source pixels that the sampling covers, if the code is not
  *                #kip_affine_alignNone; may be null.
- * Returns 0, or a status of the math library; alignCode is then #kip_affine_alignNone unless the failure
- * concerned srcRect alone.
+ * Returns 0, also where the translation is beyond all pixels or not finite; or a status of the math library, for
+ * example for sides that are not finite. alignCode is then #kip_affine_alignNone unless the failure concerned srcRect
+ * alone.
  */
 KIP_API int32_t kip_affine_imageAlignment_compute(const kip_affineSampleParams *params,
                                                   const kmath_xformLinear *srcFromClient,

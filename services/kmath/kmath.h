@@ -20,7 +20,7 @@ KSERVICES_BEGIN_C
 /** Statuses of the geometry. */
 enum {
     kmath_statusNotFinite = (int32_t)0x80000301u, /**< A value is infinite or not a number, or a result would be. */
-    kmath_statusSingular = (int32_t)0x80000302u,  /**< A map without an inverse, or sides that are parallel. */
+    kmath_statusSingular = (int32_t)0x80000302u,  /**< A map without an inverse. */
     kmath_statusOutOfRange = (int32_t)0x80000303u /**< A coordinate that 32 bits cannot hold. */
 };
 
@@ -143,8 +143,8 @@ KSERVICES_API int32_t kmath_xformLinear_initMatrixTrans(kmath_xformLinear *resul
  * map     the map to invert.
  * result  receives the inverse; may be the same record as map.
  * Returns 0; #kmath_statusSingular when the determinant, worked out in doubles, is 0, #kmath_statusNotFinite when
- * an element of the map or of the inverse is not finite; the result is then untouched. A determinant that should be 0
- * may be a last bit away from it where the elements were rounded: whoever divides parallel sides tells beforehand.
+ * an element of the map or of the inverse is not finite; the result is then untouched. A determinant that would be 0
+ * without rounding may be a last bit away from it, and the inverse is then as good as random.
  */
 KSERVICES_API int32_t kmath_xformLinear_initInverse(kmath_xformLinear *result, const kmath_xformLinear *map);
 

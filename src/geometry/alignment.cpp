@@ -45,6 +45,15 @@ kip_affine_imageAlignment classify(const kmath_matrix &m)
     return kip_affine_alignNone;
 }
 
+// What is not finite is a failure in the sides alone: a translation beyond all pixels is just not aligned.
+int32_t composeSides(kmath_xformLinear srcFromClient, kmath_shapeAffineRect rect)
+{
+    srcFromClient.tx = srcFromClient.ty = 0.0;
+    rect.tx = rect.ty = 0.0;
+    kmath_xformLinear sides;
+    return kmath_xformLinear_initCompose(&sides, &srcFromClient, &rect);
+}
+
 // The source pixels that hold the centres of the destination's corner pixels.
 int32_t computeSourceRect(const kmath_xformLinear &srcFromUnit, double width, double height, kstd_rect32 *rect)
 {
@@ -77,7 +86,7 @@ int32_t kip_affine_imageAlignment_compute(const kip_affineSampleParams *params, 
     kmath_xformLinear srcFromUnit;
     int32_t status = kmath_xformLinear_initCompose(&srcFromUnit, srcFromClient, &params->rect);
     if (status < 0)
-        return status;
+        return composeSides(*srcFromClient, params->rect);
     if (!isNearInteger(srcFromUnit.tx) || !isNearInteger(srcFromUnit.ty))
         return status;
 

@@ -150,7 +150,7 @@ TEST_F(SampleCache, FailureLeavesItInvalidUntilAnUpdateSucceeds)
         {"parallel sides", [](auto &params, auto &) { params.rect = {10, 12, 30, 15, 10, 5}; }, kmath_statusSingular},
         {"no sides", [](auto &params, auto &) { params.rect = {}; }, kmath_statusSingular},
         {"rectangle without a number", [](auto &params, auto &) { params.rect.e2 = kNan; }, kmath_statusNotFinite},
-        {"map without a number", [](auto &, auto &map) { map.ty = kNan; }, kmath_statusNotFinite},
+        {"map without a number", [](auto &, auto &map) { map.e2 = kNan; }, kmath_statusNotFinite},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);

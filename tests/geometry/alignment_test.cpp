@@ -54,6 +54,8 @@ TEST(Alignment, RefusesWhatHasNoPlaceOrNoSize)
         {"right of 32 bits", {2147483648.0, 20, 4, 0, 0, 4}, 4, 4},
         {"right of 32 bits by half a pixel", {2147483647.5, 20, 4, 0, 0, 4}, 4, 4},
         {"far beyond 32 bits", {1e300, -1e300, 4, 0, 0, 4}, 4, 4},
+        {"infinitely far", {-kInfinity, 20, 4, 0, 0, 4}, 4, 4},
+        {"at no place", {10, kNan, 4, 0, 0, 4}, 4, 4},
         {"enormous sides", {10, 20, 1e300, 0, 0, -1e308}, 4, 4},
     };
     for (const auto &row : rows) {
