@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -85,16 +86,29 @@ int32_t choosePitch(int32_t width, int32_t bytesPerPixel)
     return pitch <= limit ? static_cast<int32_t>(pitch) : width;
 }
 
-int32_t makeStorage(PixelStorage **storage, int32_t pitch, int32_t height, int32_t bytesPerPixel)
+// An operation that takes whole blocks of rows may take what lies between them, too, so that must not be what the
+// memory held before. The pixels are for whoever writes them.
+void clearGaps(unsigned char *pixels, size_t rowBytes, size_t pitchBytes, int32_t height)
+{
+    if (pitchBytes == rowBytes)
+        return;
+    for (int32_t row = 0; row < height; ++row, pixels += pitchBytes)
+        std::memset(pixels + rowBytes, 0, pitchBytes - rowBytes);
+}
+
+int32_t makeStorage(PixelStorage **storage, int32_t width, int32_t pitch, int32_t height, int32_t bytesPerPixel)
 {
     if (!fitsMemory(pitch, height, bytesPerPixel))
         return kimg_statusTooLarge;
-    const auto pixelBytes = static_cast<size_t>(int64_t{pitch} * height * bytesPerPixel);
+    const auto rowBytes = static_cast<size_t>(int64_t{width} * bytesPerPixel);
+    const auto pitchBytes = static_cast<size_t>(int64_t{pitch} * bytesPerPixel);
     void *block = nullptr;
-    const int32_t status = ksys_memory_alloc_internal(sizeof(PixelStorage) + pixelBytes, &block);
+    const int32_t status =
+        ksys_memory_alloc_internal(sizeof(PixelStorage) + pitchBytes * static_cast<size_t>(height), &block);
     if (status < 0)
         return status;
     *storage = new (block) PixelStorage{{1}};
+    clearGaps(static_cast<unsigned char *>(block) + sizeof(PixelStorage), rowBytes, pitchBytes, height);
     return status;
 }
 
@@ -177,7 +191,7 @@ int32_t kimg_image_assignNew(kimg_image *image, int32_t bytesPerPixel, int32_t w
         return status;
     const int32_t pitch = choosePitch(width, bytesPerPixel);
     PixelStorage *storage = nullptr;
-    status = makeStorage(&storage, pitch, height, bytesPerPixel);
+    status = makeStorage(&storage, width, pitch, height, bytesPerPixel);
     if (status < 0)
         return status;
     status = needState(image);

@@ -78,7 +78,8 @@ typedef kimg_image kimg_imageConst;
 
 /**
  * Makes a bound image with pixels of its own, 64-byte aligned and uninitialised, at place (0, 0), with the
- * identity as its client map. The pitch is the library's choice and may exceed the width; a window tells it.
+ * identity as its client map. The pitch is the library's choice and may exceed the width; a window tells it. What
+ * lies between the rows is 0, so that no result depends on what the memory held before.
  *
  * image          the record to initialise; needs #kimg_image_destruct afterwards, also after a failure.
  * bytesPerPixel  1, 2 or 4.
@@ -120,7 +121,7 @@ KSERVICES_API int32_t kimg_image_getIsBound(const kimg_image *image, int32_t *bo
 KSERVICES_API int32_t kimg_imageConst_getIsBound(const kimg_imageConst *image, int32_t *bound);
 
 /**
- * Gives an image fresh uninitialised pixels at place (0, 0); its client map stays.
+ * Gives an image fresh pixels as #kimg_image_construct makes them, at place (0, 0); its client map stays.
  *
  * image          a constructed image, bound or not.
  * bytesPerPixel  1, 2 or 4.

@@ -1,6 +1,6 @@
 // Many small random calls of every export that reads pixels, their rectangles at the margins where clipping begins,
 // their images between unreadable pages. Each case runs under two settings of processor level, threads, cache and
-// guards: no crash, every promise kept, the same bytes.
+// guards, and of what fresh memory holds: no crash, every promise kept, the same bytes.
 //
 //   kip_boundary --seed S --cases N [--first F]
 //
@@ -15,6 +15,7 @@
 
 #include "support/crash_note.h"
 #include "support/draw_call.h"
+#include "support/failing_allocator.h"
 #include "support/levels.h"
 
 namespace kip::test {
@@ -118,6 +119,7 @@ private:
         const Batch batch = drawBatch(options, from / kBatch, features);
         std::vector<Outcome> outcomes(static_cast<size_t>(to - from));
         for (const int turn : {0, 1}) {
+            allocator.fillWith(turn == 0 ? 0xFF : 0);
             const ProcessorLevel level(batch.settings[turn].features);
             ksys_jobThreadGroup_setThreadCount(batch.settings[turn].threads);
             if (batch.isInhibited) {
@@ -168,6 +170,7 @@ private:
                     batch.settings[0].threads, batch.settings[1].threads);
     }
 
+    FailingAllocator allocator;
     const Options options;
     const std::vector<uint32_t> features = runnableFeatures();
     const CallMemory memory{};

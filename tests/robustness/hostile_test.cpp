@@ -44,6 +44,35 @@ TEST_P(Hostile, CallsGiveAStatusAndKeepTheirPromises)
     EXPECT_EQ(allocator.liveBlocks(), 0);
 }
 
+// Cubic tiles read beside the pixels that count, here into the gaps between the rows of the copy that a clipped
+// transform makes.
+TEST(Memory, ThatNobodyWroteDoesNotCount)
+{
+    FailingAllocator allocator;
+    const CallMemory memory{};
+    SamplingCall call;
+    call.operation = Operation::transformClipped;
+    call.bytesPerPixel = 2;
+    call.width = call.pitch = 122;
+    call.height = 7;
+    call.x = 682;
+    call.y = 273;
+    call.srcFromClient = {40, 8, 8, 0, 0, 2};
+    call.params = {{71.22019162765136, 134.75000386824271, 5e-07, 14.602461233726535, -5.8343804015826102e-08,
+                    -1.9290453588211929e-05},
+                   kip_affineModeBicubic,
+                   8,
+                   193};
+    uint64_t digests[2];
+    for (const int turn : {0, 1}) {
+        allocator.fillWith(turn == 0 ? 0xFF : 0);
+        const Outcome outcome = runCall(call, memory);
+        ASSERT_EQ(outcome.status, 0) << outcome.fault;
+        digests[turn] = outcome.digest;
+    }
+    EXPECT_EQ(digests[0], digests[1]);
+}
+
 } // namespace
 
 } // namespace kip::test

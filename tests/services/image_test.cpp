@@ -2,6 +2,7 @@
 
 #include <kimg/kimg.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -47,6 +48,7 @@ void expectUnbound(const kimg_image &image)
 
 TEST(Image, OwnsAlignedRowsThatCanAllBeWritten)
 {
+    const FailingAllocator allocator; // its memory comes filled with junk
     for (const int32_t bytesPerPixel : {1, 2, 4}) {
         for (const int32_t width : {1, 13, 63, 64, 65, 128, 511, 512, 1024, 32767, 32768, 40000}) {
             const Image image(bytesPerPixel, width, 3);
@@ -67,6 +69,7 @@ TEST(Image, OwnsAlignedRowsThatCanAllBeWritten)
             for (int32_t y = 0; y < 3; ++y)
                 std::memset(first + y * pitchBytes, y + 1, static_cast<size_t>(width * bytesPerPixel));
             EXPECT_EQ(first[width * bytesPerPixel - 1], 1) << "rows overlap";
+            EXPECT_EQ(std::count(first, first + 3 * pitchBytes, 0), 3 * (pitchBytes - width * bytesPerPixel));
         }
     }
 }

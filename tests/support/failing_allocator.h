@@ -18,7 +18,8 @@ namespace kip::test {
 
 // While it lives, it stands behind every allocation of the services: counts them and refuses those it is told to.
 // It is as unkind as an allocator may be: memory comes filled with junk and is filled with other junk when it is
-// released, every resize moves the block, and hardly two blocks lie alike between multiples of 64.
+// released, every resize moves the block, and hardly two blocks lie alike between multiples of 64. Behind a block
+// there is nothing of it, so that sanitizers see what leaves it.
 // Threads may allocate at once. Only one may exist at a time.
 class FailingAllocator {
 public:
@@ -35,6 +36,8 @@ public:
     void failOnly(int64_t number) { refuse(number, number); }
     void failFrom(int64_t number) { refuse(number, std::numeric_limits<int64_t>::max()); }
     void failNone() { refuse(0, 0); }
+    // The junk of memory that is taken from now on.
+    void fillWith(uint8_t value) { state->junk = value; }
     // Refuses what would make more than so many bytes live at a time.
     void failBeyond(int64_t bytes) { state->limit = bytes; }
 
@@ -49,6 +52,7 @@ private:
     struct State {
         std::atomic<int64_t> requests{0}, refused{0}, liveBlocks{0}, liveBytes{0};
         std::atomic<int64_t> firstRefused{0}, lastRefused{0}, placements{0};
+        std::atomic<uint8_t> junk{0xCD};
         std::atomic<int64_t> limit{int64_t{1} << 40}; // no machine has that, and sanitizers end a program that asks
     };
 
@@ -87,13 +91,14 @@ private:
         const int64_t limit = state.limit;
         if (size > static_cast<size_t>(limit) || state.liveBytes > limit - static_cast<int64_t>(size))
             return nullptr;
-        auto *start = static_cast<unsigned char *>(std::malloc(sizeof(Prefix) + kScatter + size));
+        const size_t before = sizeof(Prefix) + static_cast<size_t>(state.placements++) * 16 % kScatter;
+        auto *start = static_cast<unsigned char *>(std::malloc(before + size));
         if (start == nullptr)
             return nullptr;
-        unsigned char *block = start + sizeof(Prefix) + static_cast<size_t>(state.placements++) * 16 % kScatter;
+        unsigned char *block = start + before;
         const Prefix prefix{start, size};
         std::memcpy(block - sizeof prefix, &prefix, sizeof prefix);
-        std::memset(block, 0xCD, size);
+        std::memset(block, state.junk, size);
         ++state.liveBlocks;
         state.liveBytes += static_cast<int64_t>(size);
         return block;
