@@ -16,7 +16,7 @@
 namespace kiptool {
 namespace {
 
-constexpr png_uint_32 kMaxSide = 1000000;
+constexpr auto kMaxSide = static_cast<png_uint_32>(kMaxPixels); // of a picture one pixel wide or high
 constexpr png_alloc_size_t kMaxChunkBytes = 64 << 20;
 
 // A byte of compressed data stands for at most 1032 bytes: a file with a larger claim is refused at once.
@@ -98,6 +98,9 @@ bool readHeader(Reader &reader)
     reader.plausible = static_cast<double>(png_get_bit_depth(reader.png, reader.info)) *
                            png_get_channels(reader.png, reader.info) / 8 * reader.width * reader.height <=
                        kMaxExpansion * reader.compressedSize;
+    // From here on libpng takes memory for rows of this width. What is too large gets its message from the caller.
+    if (!reader.plausible || static_cast<int64_t>(reader.width) * reader.height > kMaxPixels)
+        return true;
 
     const int colourType = png_get_color_type(reader.png, reader.info);
     if (colourType == PNG_COLOR_TYPE_GRAY)
