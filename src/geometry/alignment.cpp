@@ -85,8 +85,10 @@ int32_t kip_affine_imageAlignment_compute(const kip_affineSampleParams *params, 
 
     kmath_xformLinear srcFromUnit;
     int32_t status = kmath_xformLinear_initCompose(&srcFromUnit, srcFromClient, &params->rect);
-    if (status < 0)
+    if (status == kmath_statusNotFinite)
         return composeSides(*srcFromClient, params->rect);
+    if (status < 0)
+        return status;
     if (!isNearInteger(srcFromUnit.tx) || !isNearInteger(srcFromUnit.ty))
         return status;
 
