@@ -8,54 +8,58 @@
 
 namespace kip {
 
-// Rows of 8-bit pixels.
-struct PixelRows8 {
-    const uint8_t *first;
-    int64_t pitch;
-    int32_t width, height;
+using PixelRows8 = PixelRows<uint8_t>;
 
-    const uint8_t *row(int64_t y) const { return first + y * pitch; }
-};
+// ---- The loops that define the sums, modulo 2^32, of pixels of either size ----------------------------------------
+
+// Adds every pixel to the sum of its column, row after row, as they lie in memory. The rows are a copy, as a record
+// that the sums' bytes might lie in would be read again for every pixel.
+template <typename Pixel>
+void sumColumnsPortable(PixelRows<Pixel> rows, SumRow sums);
+
+// Sums every row: sum number y goes to place y * step, step being 1 or -1.
+template <typename Pixel>
+void sumRowsPortable(const PixelRows<Pixel> &rows, SumRow sums, int32_t step);
+
+// ---- The kernels of the optimised routines, which sum 8-bit columns by way of 16-bit partial sums ------------------
 
 // Adds the pixels of rows to the partial sums of their columns, of which 16 bits hold 256 times 255. A kernel may keep
 // the sums of neighbouring columns in a form of its own, which its widening kernel knows. It goes down the rows vector
-// by vector, so it is given kRowsPerBand rows at a time, for which it is best, or fewer: memory is then read nearly in
-// order.
-inline constexpr int32_t kRowsPerBand = 8;
-using AddRowsKernel = void (*)(const PixelRows8 &rows, uint16_t *partials);
+// by vector, so it is given kRowsAtATime rows, for which it is best, or fewer: memory is then read nearly in order.
+inline constexpr int32_t kRowsAtATime = 8;
+using AddRowsKernel = void(const PixelRows8 &rows, uint16_t *partials);
 
 // Adds partial sums to the columns' sums and clears them.
-using WidenKernel = void (*)(uint16_t *partials, int32_t width, SumRow sums);
+using WidenKernel = void(uint16_t *partials, int32_t width, SumRow sums);
 
-// Sums every row: sum number y goes to place y * step, step being 1 or -1.
-using SumRowsKernel = void (*)(const PixelRows8 &rows, SumRow sums, int32_t step);
+// As sumRowsPortable, for a width of at least 1.
+using SumRowsKernel = void(const PixelRows8 &rows, SumRow sums, int32_t step);
 
 struct SumKernels8 {
-    AddRowsKernel addRows;
-    WidenKernel widen;
-    SumRowsKernel sumRows;
+    AddRowsKernel *addRows;
+    WidenKernel *widen;
+    SumRowsKernel *sumRows;
 };
 
 // For a set of ksys_feature... bits: the portable kernels, replaced level by level. A pure function.
 SumKernels8 sumKernels8(uint32_t features);
 
-void addRowsToPartialsPortable(const PixelRows8 &rows, uint16_t *partials);
-void widenPartialsPortable(uint16_t *partials, int32_t width, SumRow sums);
-void sumRowsPortable8(const PixelRows8 &rows, SumRow sums, int32_t step);
+AddRowsKernel addRowsToPartialsPortable;
+WidenKernel widenPartialsPortable;
 
 #if defined(KIP_HAS_X86_VARIANTS)
 
-void addRowsToPartialsSse2(const PixelRows8 &rows, uint16_t *partials);
-void widenPartialsSse2(uint16_t *partials, int32_t width, SumRow sums);
-void sumRowsSse2(const PixelRows8 &rows, SumRow sums, int32_t step);
+AddRowsKernel addRowsToPartialsSse2;
+WidenKernel widenPartialsSse2;
+SumRowsKernel sumRowsSse2;
 
-void addRowsToPartialsAvx2(const PixelRows8 &rows, uint16_t *partials);
-void widenPartialsAvx2(uint16_t *partials, int32_t width, SumRow sums);
-void sumRowsAvx2(const PixelRows8 &rows, SumRow sums, int32_t step);
+AddRowsKernel addRowsToPartialsAvx2;
+WidenKernel widenPartialsAvx2;
+SumRowsKernel sumRowsAvx2;
 
-void addRowsToPartialsAvx512(const PixelRows8 &rows, uint16_t *partials);
-void widenPartialsAvx512(uint16_t *partials, int32_t width, SumRow sums);
-void sumRowsAvx512(const PixelRows8 &rows, SumRow sums, int32_t step);
+AddRowsKernel addRowsToPartialsAvx512;
+WidenKernel widenPartialsAvx512;
+SumRowsKernel sumRowsAvx512;
 
 #endif
 

@@ -27,36 +27,20 @@ private:
     unsigned char *bytes;
 };
 
-// Puts sums that were made from left to right the other way round.
-inline void reverseSums(SumRow sums, int32_t count)
-{
-    for (int32_t i = 0; i < count / 2; ++i) {
-        const uint32_t sum = sums.get(i);
-        sums.set(i, sums.get(count - 1 - i));
-        sums.set(count - 1 - i, sum);
-    }
-}
-
 // Pixels in rows of any alignment.
 template <typename Pixel>
-class SumPixels {
-public:
-    SumPixels(const void *first, int32_t pitch)
-        : bytes(static_cast<const unsigned char *>(first)), pitchBytes(int64_t{pitch} * int64_t{sizeof(Pixel)})
-    {}
+struct PixelRows {
+    const uint8_t *first;
+    int64_t pitch; // bytes
+    int32_t width, height;
 
-    const unsigned char *row(int64_t y) const { return bytes + y * pitchBytes; }
-
-    static uint32_t get(const unsigned char *row, int64_t x)
+    const uint8_t *row(int64_t y) const { return first + y * pitch; }
+    uint32_t get(int64_t x, int64_t y) const
     {
         Pixel pixel;
-        std::memcpy(&pixel, row + x * static_cast<int64_t>(sizeof pixel), sizeof pixel);
+        std::memcpy(&pixel, row(y) + x * static_cast<int64_t>(sizeof pixel), sizeof pixel);
         return pixel;
     }
-
-private:
-    const unsigned char *bytes;
-    int64_t pitchBytes;
 };
 
 } // namespace kip

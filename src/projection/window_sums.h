@@ -26,7 +26,7 @@ int32_t projectWindowOriented16(const kimg_windowConst &source, const kimg_windo
                                 kip_affine_imageAlignment alignCode);
 
 // What the source has to be for that: kip_statusPixelDepth, kip_statusWindowMismatch and kimg_statusNoPixels. Where
-// nothing is read, neither depth nor address matters.
+// nothing is read, neither the size of the pixels nor their address matters.
 int32_t checkSumSource(const kimg_windowConst &source, int32_t bytesPerPixel);
 
 // Tells whether a code asks for the sums of columns: as many as the window is wide, of as many pixels as it is high.
@@ -38,15 +38,17 @@ int32_t kf_projection_horizontal8_core(const kimg_windowConst &source, const kim
                                        uint32_t reverse);
 int32_t kf_projection_vertical8_core(const kimg_windowConst &source, const kimg_window &destination, uint32_t reverse);
 
-// The loops that define the sums of pixels of either depth.
-//   first, width, height  pixels, at any address; sizes of at least 0
-//   pitch                 pixels from one row to the next
+// The optimised routines of the cores.
+//   first, width, height  pixels, sizes of at least 0
+//   pitch                 bytes from one row to the next
 //   sums                  4-byte sums, at any address
-template <typename Pixel>
-int32_t sumColumnsPortable(const void *first, int32_t width, int32_t height, int32_t pitch, void *sums,
-                           uint32_t reverse);
-template <typename Pixel>
-int32_t sumRowsPortable(const void *first, int32_t width, int32_t height, int32_t pitch, void *sums, uint32_t reverse);
+//   reverse               nonzero for the last column or row first
+// Return 0; kip_statusOptimizationDeclined on another processor; or the status of the processor information or of a
+// failed allocation. Only on success is anything written.
+int32_t sumColumnsPacked8(const uint8_t *first, int32_t width, int32_t height, int32_t pitch, void *sums,
+                          uint32_t reverse);
+int32_t sumRowsPacked8(const uint8_t *first, int32_t width, int32_t height, int32_t pitch, void *sums,
+                       uint32_t reverse);
 
 } // namespace kip
 

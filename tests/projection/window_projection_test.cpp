@@ -9,7 +9,7 @@
 #include <kip/kip.h>
 
 #include "projection/sum_kernels.h"
-#include "projection/window_sums_packed.h"
+#include "projection/window_sums.h"
 #include "support/levels.h"
 #include "support/target_region.h"
 

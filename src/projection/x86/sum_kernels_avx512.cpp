@@ -52,8 +52,8 @@ void addWholeVectors(const PixelRows8 &rows, uint16_t *partials)
 
 void addRowsToPartialsAvx512(const PixelRows8 &rows, uint16_t *partials)
 {
-    if (rows.height == kRowsPerBand)
-        addWholeVectors<kRowsPerBand>(rows, partials);
+    if (rows.height == kRowsAtATime)
+        addWholeVectors<kRowsAtATime>(rows, partials);
     else
         for (int32_t y = 0; y < rows.height; ++y)
             addWholeVectors<1>({rows.row(y), rows.pitch, rows.width, 1}, partials);
