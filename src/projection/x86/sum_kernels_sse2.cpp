@@ -1,4 +1,4 @@
-// Sixteen columns at a time; rows by sums of absolute differences from nothing.
+// Sixteen pixels at a time.
 
 #include "projection/sum_kernels.h"
 
@@ -10,78 +10,79 @@ namespace kip {
 
 namespace {
 
-constexpr int32_t kLanes = 16;
+struct Vector {
+    static constexpr int32_t kBytes = 16;
 
-__m128i load(const void *at)
-{
-    return _mm_loadu_si128(static_cast<const __m128i *>(at));
-}
+    __m128i bits;
 
-void store(void *at, __m128i value)
-{
-    _mm_storeu_si128(static_cast<__m128i *>(at), value);
-}
+    static Vector load(const void *at) { return {_mm_loadu_si128(static_cast<const __m128i *>(at))}; }
+    static Vector zero() { return {_mm_setzero_si128()}; }
+    void store(void *at) const { _mm_storeu_si128(static_cast<__m128i *>(at), bits); }
 
-void addTo(unsigned char *sums, __m128i values)
-{
-    store(sums, _mm_add_epi32(load(sums), values));
-}
+    template <int>
+    __m128i quarter() const
+    {
+        return bits;
+    }
 
-// The sum of the last few pixels of a row, at most 15.
-uint32_t sumTail(const uint8_t *pixels, int32_t count)
-{
-    uint32_t sum = 0;
-    for (int32_t x = 0; x < count; ++x)
-        sum += pixels[x];
-    return sum;
-}
+    static void addEightWords(unsigned char *sums, __m128i words)
+    {
+        Vector{_mm_add_epi32(load(sums).bits, _mm_unpacklo_epi16(words, zero().bits))}.store(sums);
+        sums += kBytes;
+        Vector{_mm_add_epi32(load(sums).bits, _mm_unpackhi_epi16(words, zero().bits))}.store(sums);
+    }
+
+    Vector plusWords(Vector b) const { return {_mm_add_epi16(bits, b.bits)}; }
+    Vector minusWords(Vector b) const { return {_mm_sub_epi16(bits, b.bits)}; }
+    Vector upperBytes() const { return {_mm_srli_epi16(bits, 8)}; }
+    Vector raisedBytes() const { return {_mm_slli_epi16(bits, 8)}; }
+    Vector interleavedLower(Vector b) const { return {_mm_unpacklo_epi16(bits, b.bits)}; }
+    Vector interleavedUpper(Vector b) const { return {_mm_unpackhi_epi16(bits, b.bits)}; }
+    Vector sumsOfBytes() const { return {_mm_sad_epu8(bits, zero().bits)}; }
+    Vector plusSums(Vector b) const { return {_mm_add_epi64(bits, b.bits)}; }
+    uint32_t total() const
+    {
+        return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi64(bits, _mm_unpackhi_epi64(bits, bits))));
+    }
+
+    // A vector that ends with the row, less the pixels that are in whole ones.
+    struct Tail {
+        __m128i mask;
+        int32_t first;
+
+        explicit Tail(int32_t width) : first(width - kBytes)
+        {
+            const __m128i place = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+            mask = _mm_cmpgt_epi8(place, _mm_set1_epi8(static_cast<char>(kBytes - 1 - width % kBytes)));
+        }
+        Vector load(const uint8_t *row) const { return {_mm_and_si128(Vector::load(row + first).bits, mask)}; }
+    };
+};
 
 } // namespace
 
+} // namespace kip
+
+#include "projection/x86/sum_kernels_vectors.h"
+
+namespace kip {
+
 void addRowsToPartialsSse2(const PixelRows8 &rows, uint16_t *partials)
 {
-    const __m128i zero = _mm_setzero_si128();
-    int32_t x = 0;
-    for (; x + kLanes <= rows.width; x += kLanes) {
-        __m128i low = load(partials + x);
-        __m128i high = load(partials + x + kLanes / 2);
-        for (int32_t y = 0; y < rows.height; ++y) {
-            const __m128i pixels = load(rows.row(y) + x);
-            low = _mm_add_epi16(low, _mm_unpacklo_epi8(pixels, zero));
-            high = _mm_add_epi16(high, _mm_unpackhi_epi8(pixels, zero));
-        }
-        store(partials + x, low);
-        store(partials + x + kLanes / 2, high);
-    }
-    addRowsToPartialsPortable({rows.first + x, rows.pitch, rows.width - x, rows.height}, partials + x);
+    addRowsByVectors<Vector>(rows, partials, addRowsToPartialsPortable);
 }
 
 void widenPartialsSse2(uint16_t *partials, int32_t width, SumRow sums)
 {
-    const __m128i zero = _mm_setzero_si128();
-    int32_t x = 0;
-    for (; x + kLanes / 2 <= width; x += kLanes / 2) {
-        const __m128i words = load(partials + x);
-        addTo(sums.at(x), _mm_unpacklo_epi16(words, zero));
-        addTo(sums.at(x + kLanes / 4), _mm_unpackhi_epi16(words, zero));
-        store(partials + x, zero);
-    }
-    widenPartialsPortable(partials + x, width - x, SumRow(sums.at(x)));
+    widenByVectors<Vector>(partials, width, sums, widenPartialsPortable);
 }
 
 void sumRowsSse2(const PixelRows8 &rows, SumRow sums, int32_t step)
 {
-    const __m128i zero = _mm_setzero_si128();
-    for (int32_t y = 0; y < rows.height; ++y) {
-        const uint8_t *const row = rows.row(y);
-        __m128i sum = zero; // 64-bit lanes
-        int32_t x = 0;
-        for (; x + kLanes <= rows.width; x += kLanes)
-            sum = _mm_add_epi64(sum, _mm_sad_epu8(load(row + x), zero));
-        sum = _mm_add_epi64(sum, _mm_unpackhi_epi64(sum, sum));
-        const auto whole = static_cast<uint32_t>(_mm_cvtsi128_si32(sum));
-        sums.set(int64_t{y} * step, whole + sumTail(row + x, rows.width - x));
-    }
+    if (rows.width < Vector::kBytes)
+        sumRowsPortable(rows, sums, step);
+    else
+        sumRowsByVectors<Vector>(rows, sums, step);
 }
 
 } // namespace kip
