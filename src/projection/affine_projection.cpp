@@ -11,28 +11,6 @@ namespace {
 
 constexpr int32_t kSumBytes = sizeof(uint32_t);
 
-// What differs between the two depths.
-struct Depth {
-    int32_t (*project)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                       const kip_affineSampleParams &params, kip_affineSampleCache &cache, kmath_xformLinear *placement,
-                       uint32_t *depth);
-    int32_t (*projectClipped)(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                              kimg_window &coverage, const kip_affineSampleParams &params, kip_affineSampleCache &cache,
-                              kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth);
-};
-
-constexpr Depth kDepth8 = {kip::projectAffine8, kip::projectAffineClipped8};
-constexpr Depth kDepth16 = {kip::projectAffine16, kip::projectAffineClipped16};
-
-// What is projected, and what the caller may keep of the work.
-struct Request {
-    const kimg_windowConst &source;
-    const kmath_xformLinear &srcFromClient;
-    const kip_affineSampleParams &params;
-    kip_affineSampleCache **cacheHandle; // null: the call's own
-    kmath_xformLinear *placement;
-};
-
 // The call's cache: the caller's, or a local one that the clean-up list releases.
 int32_t takeCache(kip_affineSampleCache **handle, kip_affineSampleCache *local, kip::CleanupList &cleanup,
                   kip_affineSampleCache **cache)
@@ -115,49 +93,57 @@ int32_t openImage(kimg_image *image, int32_t width, kimg_window *window)
 
 // ---- Window forms ---------------------------------------------------------------------------------------------
 
-int32_t projectIntoWindow(const Depth &depth, const Request &request, kimg_window *result, uint32_t *sampleCount)
+template <typename Pixel>
+int32_t projectAffineIntoWindow(const kip::SamplingSource &source, kimg_window *result,
+                                const kip_affineSampleParams &params, kip_affineSampleCache **cacheHandle,
+                                kmath_xformLinear *placement, uint32_t *depth)
 {
     kip::CleanupList cleanup;
     kip_affineSampleCache local;
     kip_affineSampleCache *cache;
     SumsRow sums;
-    int32_t status = takeCache(request.cacheHandle, &local, cleanup, &cache);
+    int32_t status = takeCache(cacheHandle, &local, cleanup, &cache);
     if (status >= 0)
-        status = openRow(*result, request.params.destWidth, cleanup, &sums);
+        status = openRow(*result, params.destWidth, cleanup, &sums);
     if (status >= 0)
-        status = depth.project(request.source, request.srcFromClient, sums.window, request.params, *cache,
-                               request.placement, sampleCount);
+        status = kip::projectAffine<Pixel>({source.window, source.fromClient, sums.window, params, *cache, 1},
+                                           placement, depth);
     if (status >= 0)
         status = closeRow(sums, result);
     return kip::runCleanup(cleanup, status);
 }
 
-int32_t projectWindow(const Depth &depth, const Request &request, kimg_window *result, uint32_t *sampleCount)
+template <typename Pixel>
+int32_t projectWindow(const kip::SamplingSource &source, kimg_window *result, const kip_affineSampleParams &params,
+                      kip_affineSampleCache **cacheHandle, kmath_xformLinear *placement, uint32_t *depth)
 {
     int32_t willClip;
     const int32_t status =
-        kip_affineSampleParams_getWillClipWindow(&request.params, &request.source, &request.srcFromClient, &willClip);
+        kip_affineSampleParams_getWillClipWindow(&params, &source.window, &source.fromClient, &willClip);
     if (status < 0)
         return status;
-    return willClip != 0 ? kip_statusProjectionWouldClip : projectIntoWindow(depth, request, result, sampleCount);
+    return willClip != 0 ? kip_statusProjectionWouldClip
+                         : projectAffineIntoWindow<Pixel>(source, result, params, cacheHandle, placement, depth);
 }
 
-int32_t projectClippedIntoWindows(const Depth &depth, const Request &request, kimg_window *result,
-                                  kimg_window *coverage, uint8_t coverageValue, uint32_t *greatestCoverage)
+template <typename Pixel>
+int32_t projectClippedIntoWindows(const kip::SamplingSource &source, kimg_window *result, kimg_window *coverage,
+                                  const kip_affineSampleParams &params, kip_affineSampleCache **cacheHandle,
+                                  kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *greatestCoverage)
 {
     kip::CleanupList cleanup;
     kip_affineSampleCache local;
     kip_affineSampleCache *cache;
     SumsRow sums;
     SumsRow covered;
-    int32_t status = takeCache(request.cacheHandle, &local, cleanup, &cache);
+    int32_t status = takeCache(cacheHandle, &local, cleanup, &cache);
     if (status >= 0)
-        status = openRow(*result, request.params.destWidth, cleanup, &sums);
+        status = openRow(*result, params.destWidth, cleanup, &sums);
     if (status >= 0)
-        status = openRow(*coverage, request.params.destWidth, cleanup, &covered);
+        status = openRow(*coverage, params.destWidth, cleanup, &covered);
     if (status >= 0)
-        status = depth.projectClipped(request.source, request.srcFromClient, sums.window, covered.window,
-                                      request.params, *cache, request.placement, coverageValue, greatestCoverage);
+        status = kip::projectAffineClipped<Pixel>({source.window, source.fromClient, sums.window, params, *cache, 1},
+                                                  covered.window, placement, coverageValue, greatestCoverage);
     // The zeros of a rectangle outside stand in a whole row, at any address.
     if (status == kip_statusProjectionOutsideSource && sums.isWhole) {
         const int32_t closed = closeRow(sums, result);
@@ -170,17 +156,20 @@ int32_t projectClippedIntoWindows(const Depth &depth, const Request &request, ki
     return kip::runCleanup(cleanup, status);
 }
 
-int32_t projectClippedWindow(const Depth &depth, const Request &request, kimg_window *result, kimg_window *coverage,
-                             uint8_t coverageValue, uint32_t *sampleCount, uint32_t *willClip)
+template <typename Pixel>
+int32_t projectClippedWindow(const kip::SamplingSource &source, kimg_window *result, kimg_window *coverage,
+                             const kip_affineSampleParams &params, kip_affineSampleCache **cacheHandle,
+                             kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
 {
     int32_t clips;
     const int32_t status =
-        kip_affineSampleParams_getWillClipWindow(&request.params, &request.source, &request.srcFromClient, &clips);
+        kip_affineSampleParams_getWillClipWindow(&params, &source.window, &source.fromClient, &clips);
     if (status < 0)
         return status;
     *willClip = static_cast<uint32_t>(clips);
-    return clips != 0 ? projectClippedIntoWindows(depth, request, result, coverage, coverageValue, sampleCount)
-                      : projectIntoWindow(depth, request, result, sampleCount);
+    return clips != 0 ? projectClippedIntoWindows<Pixel>(source, result, coverage, params, cacheHandle, placement,
+                                                         coverageValue, depth)
+                      : projectAffineIntoWindow<Pixel>(source, result, params, cacheHandle, placement, depth);
 }
 
 // ---- Image forms ----------------------------------------------------------------------------------------------
@@ -194,8 +183,9 @@ int32_t checkIsBound(const kimg_imageConst *source)
     return bound != 0 ? status : kip_statusProjectionSourceUnbound;
 }
 
-int32_t project(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *result,
-                const kip_affineSampleParams &params, kip_affineSampleCache **cache, uint32_t *sampleCount)
+template <typename Pixel>
+int32_t project(const kimg_imageConst *sourceImage, kimg_image *result, const kip_affineSampleParams &params,
+                kip_affineSampleCache **cacheHandle, uint32_t *depth)
 {
     int32_t status = checkIsBound(sourceImage);
     if (status < 0)
@@ -214,14 +204,14 @@ int32_t project(const Depth &depth, const kimg_imageConst *sourceImage, kimg_ima
     if (status >= 0)
         status = openImage(result, params.destWidth, &window);
     if (status >= 0)
-        status = projectIntoWindow(depth, {source.window, source.fromClient, params, cache, &placement}, &window,
-                                   sampleCount);
+        status = projectAffineIntoWindow<Pixel>(source, &window, params, cacheHandle, &placement, depth);
     return status < 0 ? status : kimg_image_setLinearImageFromClientXform(result, &placement);
 }
 
-int32_t projectClipped(const Depth &depth, const kimg_imageConst *sourceImage, kimg_image *result, kimg_image *coverage,
-                       const kip_affineSampleParams &params, kip_affineSampleCache **cache, uint8_t coverageValue,
-                       uint32_t *sampleCount, uint32_t *willClip)
+template <typename Pixel>
+int32_t projectClipped(const kimg_imageConst *sourceImage, kimg_image *result, kimg_image *coverage,
+                       const kip_affineSampleParams &params, kip_affineSampleCache **cacheHandle, uint8_t coverageValue,
+                       uint32_t *depth, uint32_t *willClip)
 {
     int32_t status = checkIsBound(sourceImage);
     if (status < 0)
@@ -241,20 +231,21 @@ int32_t projectClipped(const Depth &depth, const kimg_imageConst *sourceImage, k
         return status;
 
     kmath_xformLinear placement;
-    const Request request = {source.window, source.fromClient, params, cache, &placement};
     if (clips != 0) {
-        *willClip = 1;
         kimg_window coverageWindow;
         status = openImage(coverage, params.destWidth, &coverageWindow);
-        if (status >= 0)
-            status = projectClippedIntoWindows(depth, request, &window, &coverageWindow, coverageValue, sampleCount);
+        if (status < 0)
+            return status;
+        *willClip = 1;
+        status = projectClippedIntoWindows<Pixel>(source, &window, &coverageWindow, params, cacheHandle, &placement,
+                                                  coverageValue, depth);
     } else {
-        status = projectIntoWindow(depth, request, &window, sampleCount);
+        status = projectAffineIntoWindow<Pixel>(source, &window, params, cacheHandle, &placement, depth);
+        if (status >= 0)
+            *willClip = 0;
     }
     if (status < 0)
         return status;
-    if (clips == 0)
-        *willClip = 0;
 
     status = kimg_image_setLinearImageFromClientXform(result, &placement);
     return status < 0 || clips == 0 ? status : kimg_image_copyXforms(coverage, result);
@@ -265,41 +256,41 @@ int32_t projectClipped(const Depth &depth, const kimg_imageConst *sourceImage, k
 int32_t kip_affineProject(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
                           kip_affineSampleCache **cache, uint32_t *depth)
 {
-    return project(kDepth8, source, result, *params, cache, depth);
+    return project<uint8_t>(source, result, *params, cache, depth);
 }
 
 int32_t kip_affineProject16(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
                             kip_affineSampleCache **cache, uint32_t *depth)
 {
-    return project(kDepth16, source, result, *params, cache, depth);
+    return project<uint16_t>(source, result, *params, cache, depth);
 }
 
 int32_t kip_affineProjectWindow(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
                                 kimg_window *result, const kip_affineSampleParams *params,
                                 kip_affineSampleCache **cache, kmath_xformLinear *placement, uint32_t *depth)
 {
-    return projectWindow(kDepth8, {*source, *srcFromClient, *params, cache, placement}, result, depth);
+    return projectWindow<uint8_t>({*source, *srcFromClient}, result, *params, cache, placement, depth);
 }
 
 int32_t kip_affineProjectWindow16(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
                                   kimg_window *result, const kip_affineSampleParams *params,
                                   kip_affineSampleCache **cache, kmath_xformLinear *placement, uint32_t *depth)
 {
-    return projectWindow(kDepth16, {*source, *srcFromClient, *params, cache, placement}, result, depth);
+    return projectWindow<uint16_t>({*source, *srcFromClient}, result, *params, cache, placement, depth);
 }
 
 int32_t kip_affineProjectClipped(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
                                  const kip_affineSampleParams *params, kip_affineSampleCache **cache,
                                  uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
 {
-    return projectClipped(kDepth8, source, result, coverage, *params, cache, coverageValue, depth, willClip);
+    return projectClipped<uint8_t>(source, result, coverage, *params, cache, coverageValue, depth, willClip);
 }
 
 int32_t kip_affineProjectClipped16(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
                                    const kip_affineSampleParams *params, kip_affineSampleCache **cache,
                                    uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
 {
-    return projectClipped(kDepth16, source, result, coverage, *params, cache, coverageValue, depth, willClip);
+    return projectClipped<uint16_t>(source, result, coverage, *params, cache, coverageValue, depth, willClip);
 }
 
 int32_t kip_affineProjectClippedWindow(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
@@ -307,8 +298,8 @@ int32_t kip_affineProjectClippedWindow(const kimg_windowConst *source, const kma
                                        kip_affineSampleCache **cache, kmath_xformLinear *placement,
                                        uint8_t coverageValue, uint32_t *depth, uint32_t *willClip)
 {
-    return projectClippedWindow(kDepth8, {*source, *srcFromClient, *params, cache, placement}, result, coverage,
-                                coverageValue, depth, willClip);
+    return projectClippedWindow<uint8_t>({*source, *srcFromClient}, result, coverage, *params, cache, placement,
+                                         coverageValue, depth, willClip);
 }
 
 int32_t kip_affineProjectClippedWindow16(const kimg_windowConst *source, const kmath_xformLinear *srcFromClient,
@@ -317,6 +308,6 @@ int32_t kip_affineProjectClippedWindow16(const kimg_windowConst *source, const k
                                          kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth,
                                          uint32_t *willClip)
 {
-    return projectClippedWindow(kDepth16, {*source, *srcFromClient, *params, cache, placement}, result, coverage,
-                                coverageValue, depth, willClip);
+    return projectClippedWindow<uint16_t>({*source, *srcFromClient}, result, coverage, *params, cache, placement,
+                                          coverageValue, depth, willClip);
 }

@@ -2,12 +2,28 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <type_traits>
 
 #include "projection/sum_memory.h"
+#include "support/cleanup_list.h"
 
 namespace kip {
 
 namespace {
+
+// Columns [first, end) of a row of sums.
+struct SumColumns {
+    int32_t first, end;
+
+    bool isEmpty() const { return first >= end; }
+};
+
+// Those of columns 0 to columns - 1 that an image holds. The end lies before the first if it holds none.
+SumColumns columnsOf(const kimg_image &image, int32_t columns)
+{
+    const int64_t end = int64_t{image.x} + image.width;
+    return {std::max(0, image.x), static_cast<int32_t>(std::min<int64_t>(columns, end))};
+}
 
 // The part of row 0 in some columns; false if the image does not hold all of it.
 int32_t openRow(const kimg_image *image, const SumColumns &range, kimg_window *window, bool *holdsRow)
@@ -47,6 +63,58 @@ void normalizeColumns(SumRow result, SumRow coverage, const SumColumns &range, d
         // By the fraction, not by the count: the sum holds the same part of a sample.
         result.set(c, count != 0 ? rounded(result.get(c) / samples) : 0);
     }
+}
+
+// The most that the mask of an 8-bit picture can hold: the finest share of a sample.
+constexpr uint8_t kCoverageValue = 255;
+
+template <typename Pixel>
+int32_t projectMeans(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
+                     const kip_affineSampleParams *params, kip_affineSampleCache **cache, uint32_t *depth,
+                     SumColumns *range)
+{
+    constexpr auto projectClipped =
+        std::is_same_v<Pixel, uint8_t> ? kip_affineProjectClipped : kip_affineProjectClipped16;
+    uint32_t samples = 0;
+    uint32_t willClip = 0;
+    const int32_t status = projectClipped(source, result, coverage, params, cache, kCoverageValue, &samples, &willClip);
+    if (status < 0)
+        return status;
+    if (willClip != 0)
+        return normalizeProjection(result, coverage, kCoverageValue, params->destWidth, depth, &range->first,
+                                   &range->end);
+    *range = columnsOf(*result, params->destWidth);
+    if (depth != nullptr)
+        *depth = samples;
+    return status;
+}
+
+template <typename Pixel>
+int32_t projectNorm(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
+                    uint32_t clip, kip_affineSampleCache **cache, uint32_t *depth, int32_t *first, int32_t *end)
+{
+    SumColumns range = {0, 0};
+    int32_t status;
+    if (clip == 0) {
+        constexpr auto project = std::is_same_v<Pixel, uint8_t> ? kip_affineProject : kip_affineProject16;
+        status = project(source, result, params, cache, depth);
+        range = columnsOf(*result, params->destWidth);
+    } else {
+        CleanupList cleanup;
+        kimg_image coverage;
+        status = kimg_image_constructUnbound(&coverage);
+        addCleanup<kimg_image_destruct>(cleanup, &coverage);
+        if (status >= 0)
+            status = projectMeans<Pixel>(source, result, &coverage, params, cache, depth, &range);
+        status = runCleanup(cleanup, status);
+    }
+    if (status < 0)
+        return status;
+    if (first != nullptr)
+        *first = range.first;
+    if (end != nullptr)
+        *end = range.end;
+    return status;
 }
 
 } // namespace
@@ -93,3 +161,17 @@ int32_t normalizeProjection(kimg_image *result, kimg_image *coverage, uint8_t co
 }
 
 } // namespace kip
+
+int32_t kip_affineProjectNorm(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
+                              uint32_t clip, kip_affineSampleCache **cache, uint32_t *depth, int32_t *first,
+                              int32_t *end)
+{
+    return kip::projectNorm<uint8_t>(source, result, params, clip, cache, depth, first, end);
+}
+
+int32_t kip_affineProjectNorm16(const kimg_imageConst *source, kimg_image *result, const kip_affineSampleParams *params,
+                                uint32_t clip, kip_affineSampleCache **cache, uint32_t *depth, int32_t *first,
+                                int32_t *end)
+{
+    return kip::projectNorm<uint16_t>(source, result, params, clip, cache, depth, first, end);
+}

@@ -1,26 +1,11 @@
 #ifndef KIP_PROJECTION_NORMALIZE_PROJECTION_H
 #define KIP_PROJECTION_NORMALIZE_PROJECTION_H
 
-#include <algorithm>
 #include <cstdint>
 
 #include <kip/kip.h>
 
 namespace kip {
-
-// Columns [first, end) of a row of sums.
-struct SumColumns {
-    int32_t first, end;
-
-    bool isEmpty() const { return first >= end; }
-};
-
-// Those of columns 0 to columns - 1 that an image holds. The end lies before the first if it holds none.
-inline SumColumns columnsOf(const kimg_image &image, int32_t columns)
-{
-    const int64_t end = int64_t{image.x} + image.width;
-    return {std::max(0, image.x), static_cast<int32_t>(std::min<int64_t>(columns, end))};
-}
 
 // Turns the sums of a clipped projection into means over the samples that lie inside the source, and its coverage
 // into the numbers of those samples.

@@ -4,11 +4,12 @@
 #include <cstring>
 
 #include "cache/cubic_weight_table.h"
+#include "cache/sample_cache.h"
 #include "projection/window_sums.h"
-#include "support/fixed_point.h"
 #include "support/optimized_path.h"
 #include "support/pixel_check.h"
 #include "transform/resample.h"
+#include "transform/route.h"
 
 namespace kip {
 
@@ -17,19 +18,14 @@ namespace {
 // Only the status of filling it counts. Any number of threads may do so at once.
 ksys_cpuinfo processor;
 
+bool isModeUnsupported(const Sampling &sampling)
+{
+    return sampling.source.bytesPerPixel == 2 && sampling.params.mode > kip_affineModeBilinear;
+}
+
 void clearSums(const kimg_window &sums)
 {
     std::memset(sums.pixels, 0, static_cast<size_t>(sums.width) * sizeof(uint32_t));
-}
-
-// Tells what a resampling path would find only after the sums are cleared.
-int32_t checkSampling(const kimg_windowConst &source, uint32_t mode)
-{
-    const bool isTableDriven = mode >= kip_affineModeBilinearSeparable;
-    const bool needsFixedPoint = isTableDriven || source.bytesPerPixel == 2;
-    if (needsFixedPoint && (source.pitch > kFixedMaxExtent || source.height > kFixedMaxExtent))
-        return kip_statusSourceTooLarge;
-    return isTableDriven ? ensureCubicWeightTable() : 0;
 }
 
 // Every sample is added to the sum of its column as it is made: there is no picture of the rectangle.
@@ -46,88 +42,88 @@ int32_t sampleProjection16(const Sampling &sampling)
     return resample<uint16_t>(false, sampling);
 }
 
-// What differs between the two depths.
-struct Depth {
-    int32_t bytesPerPixel;
-    int32_t (*sample)(const Sampling &sampling);
-    int32_t (*sumAligned)(const kimg_windowConst &source, const kimg_window &sums, kip_affine_imageAlignment alignCode);
-};
-
-constexpr Depth kDepth8 = {1, sampleProjection8, projectWindowOriented8};
-constexpr Depth kDepth16 = {2, sampleProjection16, projectWindowOriented16};
-
-int32_t sumAligned(const Depth &depth, const kimg_windowConst &source, const kimg_window &sums,
-                   const kip_affineSampleCache &cache)
+// Tells what a resampling path would find only after the sums are cleared.
+template <typename Pixel>
+int32_t checkSampling(const Sampling &sampling)
 {
-    const kstd_rect32 &block = cache.alignSrcRect;
-    kimg_windowConst window = source;
+    Route route;
+    const int32_t status = findRoute<Pixel>(Path::portable, sampling, &route);
+    return status < 0 || route.walker != Walker::plan ? status : ensureCubicWeightTable();
+}
+
+template <typename Pixel>
+int32_t sampleProjection(const Sampling &sampling)
+{
+    const int32_t status = checkSampling<Pixel>(sampling);
+    if (status < 0)
+        return status;
+    return (std::is_same_v<Pixel, uint8_t> ? sampleProjection8 : sampleProjection16)(sampling);
+}
+
+template <typename Pixel>
+int32_t sumAligned(const Sampling &sampling)
+{
+    const kip_affine_imageAlignment alignCode = sampling.cache.alignCode;
+    const kstd_rect32 &block = sampling.cache.alignSrcRect;
+    kimg_windowConst window = sampling.source;
     const int32_t status = kimg_windowConst_window(&window, block.x, block.y, block.width, block.height, nullptr);
     if (status < 0)
         return status;
     // A block that the clipping test let pass by a last bit, or one of another shape, would leave sums unwritten.
     if (window.width != block.width || window.height != block.height ||
-        (isColumnProjection(cache.alignCode) ? block.width : block.height) != sums.width)
+        (isColumnProjection(alignCode) ? block.width : block.height) != sampling.destination.width)
         return kip_statusWindowMismatch;
-    return depth.sumAligned(window, sums, cache.alignCode);
+    constexpr auto sumWindow = std::is_same_v<Pixel, uint8_t> ? projectWindowOriented8 : projectWindowOriented16;
+    return sumWindow(window, sampling.destination, alignCode);
 }
 
-int32_t project(const Depth &depth, const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                kimg_window &sums, const kip_affineSampleParams &params, kip_affineSampleCache &cache,
-                kmath_xformLinear *placement, uint32_t *sampleCount)
+template <typename Pixel>
+int32_t project(const Sampling &sampling, kmath_xformLinear *placement, uint32_t *depth)
 {
     int32_t status = ksys_cpuinfo_get(&processor);
     if (status < 0)
         return status;
-    status = checkProjectionSource(source, depth.bytesPerPixel, params.mode);
+    if (isModeUnsupported(sampling))
+        return kip_statusProjectionModeUnsupported;
+    status = checkProjectionPixels(sampling, sizeof(Pixel));
     if (status < 0)
         return status;
     constexpr int32_t oneRow = 1;
-    const Sampling sampling = {source, srcFromClient, sums, params, cache, 1};
     status = kip_affineSampleCache_update(sampling, oneRow);
     if (status < 0)
         return status;
-    if (cache.alignCode == kip_affine_alignNone) {
-        status = checkSampling(source, params.mode);
-        if (status >= 0)
-            status = depth.sample(sampling);
-    } else {
-        status = sumAligned(depth, source, sums, cache);
-    }
+    status = sampling.cache.alignCode == kip_affine_alignNone ? sampleProjection<Pixel>(sampling)
+                                                              : sumAligned<Pixel>(sampling);
     if (status < 0)
         return status;
-    if (sampleCount != nullptr)
-        *sampleCount = static_cast<uint32_t>(params.destHeight);
-    *placement = cache.destImageFromClient;
+    if (depth != nullptr)
+        *depth = static_cast<uint32_t>(sampling.params.destHeight);
+    *placement = sampling.cache.destImageFromClient;
     return status;
 }
 
 } // namespace
 
-int32_t checkProjectionSource(const kimg_windowConst &source, int32_t bytesPerPixel, uint32_t mode)
+int32_t checkProjectionPixels(const Sampling &sampling, int32_t bytesPerPixel)
 {
-    if (source.bytesPerPixel == 2 && mode > kip_affineModeBilinear)
-        return kip_statusProjectionModeUnsupported;
+    const kimg_windowConst &source = sampling.source;
     if (source.width < 1 || source.height < 1)
-        return 0; // without a pixel, it has none of a wrong depth
+        return 0;
     if (source.bytesPerPixel != bytesPerPixel)
-        return kip_statusPixelDepth;
+        return isModeUnsupported(sampling) ? kip_statusProjectionModeUnsupported : kip_statusPixelDepth;
     if (source.pixels == nullptr)
         return kimg_statusNoPixels;
     return isMisaligned(source, bytesPerPixel) ? kip_statusMisaligned : 0;
 }
 
-int32_t projectAffine8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                       const kip_affineSampleParams &params, kip_affineSampleCache &cache, kmath_xformLinear *placement,
-                       uint32_t *depth)
+int32_t projectAffine8(const Sampling &sampling, kmath_xformLinear *placement, uint32_t *depth)
 {
-    return project(kDepth8, source, srcFromClient, sums, params, cache, placement, depth);
+    return project<uint8_t>(sampling, placement, depth);
 }
 
-int32_t projectAffine16(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                        const kip_affineSampleParams &params, kip_affineSampleCache &cache,
-                        kmath_xformLinear *placement, uint32_t *depth)
+int32_t projectAffine16(const Sampling &sampling, kmath_xformLinear *placement, uint32_t *depth)
 {
-    return project(kDepth16, source, srcFromClient, sums, params, cache, placement, depth);
+    return project<uint16_t>(sampling, placement, depth);
 }
 
 } // namespace kip

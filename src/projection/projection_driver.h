@@ -2,51 +2,49 @@
 #define KIP_PROJECTION_PROJECTION_DRIVER_H
 
 #include <cstdint>
+#include <type_traits>
 
 #include <kip/kip.h>
 
-#include "cache/sample_cache.h"
+#include "support/sampling.h"
 
 namespace kip {
 
 // The drivers of the affine projection. What they share:
 //
-//   source         pixels of the driver's depth
-//   srcFromClient  map from client coordinates to the source's pixel coordinates
-//   sums           one row of exactly destWidth 4-byte sums, aligned as such, at place (0, 0)
-//   params         sizes of at least 1, a known mode
-//   cache          is brought up to date for one row
-//   placement      receives the map from client coordinates to the row of sums
+//   sampling   adds to its destination, one row of exactly destWidth sums, aligned as such, at place (0, 0); the
+//              parameters have sizes of at least 1 and a known mode; the cache is brought up to date for one row
+//   placement  receives the map from client coordinates to the row of sums
 //
-// The status is the first negative one of what they call or, before anything is written, that of
-// checkProjectionSource. placement and depth then hold nothing defined.
+// The status is the first negative one of what they call. placement and depth then hold nothing defined. With
+// kip_statusProjectionModeUnsupported (16-bit pixels in a table-driven mode, whatever the driver's),
+// kip_statusPixelDepth (pixels of another size), kip_statusMisaligned (16-bit ones at an odd address),
+// kimg_statusNoPixels (a window without memory) and kip_statusSourceTooLarge nothing is written.
 
 // Adds up the columns of a rectangle whose samples all lie inside the source: exactly from its pixels if the map
 // moves whole ones, else through the resampling paths. depth, if not null, receives destHeight, the number of samples
 // in each sum.
-int32_t projectAffine8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                       const kip_affineSampleParams &params, kip_affineSampleCache &cache, kmath_xformLinear *placement,
-                       uint32_t *depth);
-int32_t projectAffine16(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                        const kip_affineSampleParams &params, kip_affineSampleCache &cache,
-                        kmath_xformLinear *placement, uint32_t *depth);
+int32_t projectAffine8(const Sampling &sampling, kmath_xformLinear *placement, uint32_t *depth);
+int32_t projectAffine16(const Sampling &sampling, kmath_xformLinear *placement, uint32_t *depth);
 
-// The same for any rectangle: pixels outside the source count as 0. coverage, a second row of the shape of sums,
+// The same for any rectangle: pixels outside the source count as 0. coverage, a second row of the shape of the first,
 // receives what the same rectangle gives for a source whose pixels are all coverageValue; depth, its greatest sum.
 // A rectangle whose maximal source rectangle does not meet the source gives kip_statusProjectionOutsideSource, the
 // sums then being 0. Asks for attention between its steps.
-int32_t projectAffineClipped8(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient, kimg_window &sums,
-                              kimg_window &coverage, const kip_affineSampleParams &params, kip_affineSampleCache &cache,
-                              kmath_xformLinear *placement, uint8_t coverageValue, uint32_t *depth);
-int32_t projectAffineClipped16(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                               kimg_window &sums, kimg_window &coverage, const kip_affineSampleParams &params,
-                               kip_affineSampleCache &cache, kmath_xformLinear *placement, uint8_t coverageValue,
-                               uint32_t *depth);
+int32_t projectAffineClipped8(const Sampling &sampling, kimg_window &coverage, kmath_xformLinear *placement,
+                              uint8_t coverageValue, uint32_t *depth);
+int32_t projectAffineClipped16(const Sampling &sampling, kimg_window &coverage, kmath_xformLinear *placement,
+                               uint8_t coverageValue, uint32_t *depth);
 
-// Tells whether a driver of a depth can project a source. Returns kip_statusProjectionModeUnsupported for 16-bit pixels
-// in a table-driven mode, whatever the depth; else kip_statusPixelDepth for pixels of another depth,
-// kip_statusMisaligned for 16-bit ones at an odd address and kimg_statusNoPixels for a window without memory.
-int32_t checkProjectionSource(const kimg_windowConst &source, int32_t bytesPerPixel, uint32_t mode);
+template <typename Pixel>
+inline constexpr auto projectAffine = std::is_same_v<Pixel, uint8_t> ? projectAffine8 : projectAffine16;
+template <typename Pixel>
+inline constexpr auto projectAffineClipped =
+    std::is_same_v<Pixel, uint8_t> ? projectAffineClipped8 : projectAffineClipped16;
+
+// Tells whether the source has pixels that a driver of these can read: kip_statusMisaligned or kimg_statusNoPixels, and
+// for pixels of another size what the drivers answer. A window without a pixel has none of a wrong size.
+int32_t checkProjectionPixels(const Sampling &sampling, int32_t bytesPerPixel);
 
 } // namespace kip
 
