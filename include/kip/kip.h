@@ -567,7 +567,8 @@ KIP_API int32_t kip_affineProjectWindow16(const kimg_windowConst *source, const 
  * willClip       receives 1 if it does, else 0.
  * Returns as #kip_affineProject does, but for rectangles that reach outside: #kip_statusProjectionOutsideSource for
  * one that lies so far outside that no pixel of the source can count, result then holding 0 if it has room for all
- * columns; the status of ksys_attention_check if that is negative, result and coverage then partly written. depth is
+ * columns; the status of ksys_attention_check if that is negative, result and coverage then partly written. An unbound
+ * result receives its pixels before params are looked at: a destWidth below 1 then gives #kimg_statusBadSize. depth is
  * written on success only.
  */
 KIP_API int32_t kip_affineProjectClipped(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,

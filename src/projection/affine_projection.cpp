@@ -208,6 +208,7 @@ int32_t project(const kimg_imageConst *sourceImage, kimg_image *result, const ki
     return status < 0 ? status : kimg_image_setLinearImageFromClientXform(result, &placement);
 }
 
+// The result receives its pixels before the sampling is looked at.
 template <typename Pixel>
 int32_t projectClipped(const kimg_imageConst *sourceImage, kimg_image *result, kimg_image *coverage,
                        const kip_affineSampleParams &params, kip_affineSampleCache **cacheHandle, uint8_t coverageValue,
@@ -216,9 +217,6 @@ int32_t projectClipped(const kimg_imageConst *sourceImage, kimg_image *result, k
     int32_t status = checkIsBound(sourceImage);
     if (status < 0)
         return status;
-    if (params.destWidth < 1 || params.destHeight < 1)
-        return kip_statusSizeBelowOne; // as the clipping test has it, but before the result receives pixels
-
     kip::SamplingSource source;
     kimg_window window;
     int32_t clips = 0;

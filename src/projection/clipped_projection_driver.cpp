@@ -75,8 +75,7 @@ template <typename Pixel>
 int32_t projectClipped(const Sampling &sampling, kimg_window &coverage, kmath_xformLinear *placement,
                        uint8_t coverageValue, uint32_t *greatestCoverage)
 {
-    if (sampling.source.bytesPerPixel == 2 && sampling.params.mode > kip_affineModeBilinear)
-        return kip_statusProjectionModeUnsupported;
+    // Pixels that cannot be copied are refused here; a mode that cannot be sampled, by the driver that samples.
     int32_t status = checkProjectionPixels(sampling, sizeof(Pixel));
     if (status < 0)
         return status;

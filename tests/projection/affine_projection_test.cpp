@@ -54,6 +54,19 @@ TEST(AffineProjection, RowsAndColumnsOutsideTheSource)
     EXPECT_EQ(end, 8);
 }
 
+// The clipped form makes its result first, and only then looks at the sampling.
+TEST(AffineProjection, ResultKeepsItsPixelsWhereTheSamplingIsRefused)
+{
+    Image source(1, 20, 20);
+    const kip_affineSampleParams flat = {{5, 5, 4, 0, 0, 4}, kip_affineModeBilinear, 4, 0};
+    Image result, coverage;
+    uint32_t depth = 0, willClip = 0;
+    EXPECT_EQ(
+        kip_affineProjectClipped(source.get(), result.get(), coverage.get(), &flat, nullptr, 255, &depth, &willClip),
+        int32_t{kip_statusSizeBelowOne});
+    EXPECT_EQ(sumsOf(result).size(), 4u);
+}
+
 // Sums count modulo 2^32.
 TEST(AffineProjection, SumsWrap)
 {

@@ -117,6 +117,8 @@ TEST(Refusals, OfSampling)
              c.params = {kAligned, 3, 32, 16};
          },
          kUnsupported, 2},
+        {"16 bits in mode 2, too far to count", [](auto &c) { c.params.mode = 2, c.params.rect.tx = 1e300; },
+         clipped(kmath_statusOutOfRange), 2},
         {"across an edge", [](auto &c) { c.params.rect = kAcross; }, kClips},
         {"no room for the neighbours",
          [](auto &c) {
@@ -185,7 +187,10 @@ TEST(Refusals, OfSampling)
                     if (hasSecond(call))
                         call.second = target;
                     row.spoil(call);
-                    expectStatus(call, row.statuses, row.hasNullHandle);
+                    Statuses statuses = row.statuses;
+                    if (!target.isBound && call.params.destWidth < 1)
+                        statuses.projectClipped = kimg_statusBadSize; // of making the result
+                    expectStatus(call, statuses, row.hasNullHandle);
                 }
             }
         }
