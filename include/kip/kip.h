@@ -372,7 +372,8 @@ KIP_API int32_t kip_affineTransformClipped16(const kimg_imageConst *source, kimg
  * source       8-bit window.
  * destination  8-bit window, at least as large as the turned source for codes without an axis swap (0, 91,
  *              180, 271) and at most so for codes with one (1, 90, 181, 270). The two share either no memory or
- *              pixels and pitch both; an axis swap within one window needs a square.
+ *              pixels and pitch both (the pitch of a single row does not count); an axis swap within one window
+ *              needs a square.
  *              The result fills the destination's top left; the rest of a larger destination stays.
  * alignCode    what to do; any value without a meaning of its own copies, as #kip_affine_alignIdentity does.
  * Returns 0; #kip_statusWindowMismatch, #kip_statusPixelDepth, or #kip_statusMisaligned, with nothing written.

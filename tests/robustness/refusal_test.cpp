@@ -275,6 +275,13 @@ TEST(Refusals, OfAlignedTransforms)
 {
     for (const kip_affine_imageAlignment code : {0, 1, 90, 91, 180, 181, 270, 271, 45, INT32_MIN}) {
         const bool copies = code == 0 || code == 45 || code == INT32_MIN;
+        SamplingCall empty = plainCall(Operation::transformAligned, 1);
+        empty.alignCode = code;
+        empty.result = {true, 6, 6, 8};
+        empty.isInPlace = empty.hasOtherWindow = true;
+        empty.windowHeight = 6;
+        const bool swapsAxes = code == 1 || code == 90 || code == 181 || code == 270;
+        expectStatus(empty, all(swapsAxes ? kip_statusWindowMismatch : 0), false);
         for (const int32_t bytes : {1, 2}) {
             for (const int32_t from : {1, 2}) {
                 for (const int32_t to : {1, 2}) {

@@ -49,7 +49,8 @@ struct Invocation {
         }
         if (call.isInPlace) {
             from.pixels = to.pixels;
-            from.pitch = to.pitch;
+            if (from.height > 1 && from.width > 0) // nothing reads the pitch of a single row
+                from.pitch = to.pitch;
         }
     }
 };

@@ -88,10 +88,11 @@ bool doWindowsFit(const kimg_windowConst &source, const kimg_window &destination
     return source.width <= destination.width && source.height <= destination.height;
 }
 
-// In place, rows have to stay where they are, and an axis swap to keep to the window.
+// In place, rows have to stay where they are, and an axis swap to keep to the window. Of a single row, or of no pixels,
+// the pitch is never read.
 bool canShareWindow(const kimg_windowConst &source, const kimg_window &destination, uint32_t steps)
 {
-    if (source.pitch != destination.pitch)
+    if (source.pitch != destination.pitch && source.height > 1 && source.width > 0)
         return false;
     return (steps & kTranspose) == 0 || (source.width == source.height && destination.width == destination.height &&
                                          source.width == destination.width);
