@@ -55,13 +55,15 @@ enum {
     kip_statusProjectionSourceUnbound = (int32_t)0x80000782u,
     /** A plain projection would sample outside its source. */
     kip_statusProjectionWouldClip = (int32_t)0x80000783u,
-    /** A clipped projection's rectangle shares no pixel with the source. */
+    /** A clipped projection's rectangle and the six pixels round it (#kip_affineSampleParams_getMaxSrcRect) share no
+     * pixel with the source. */
     kip_statusProjectionOutsideSource = (int32_t)0x80000784u,
     /** The source image of a transform is not bound. */
     kip_statusTransformSourceUnbound = (int32_t)0x80000786u,
     /** A plain transform would sample outside its source. */
     kip_statusTransformWouldClip = (int32_t)0x80000787u,
-    /** A clipped transform's rectangle shares no pixel with the source. */
+    /** A clipped transform's rectangle and the six pixels round it (#kip_affineSampleParams_getMaxSrcRect) share no
+     * pixel with the source. */
     kip_statusTransformOutsideSource = (int32_t)0x80000788u,
     /** destWidth or destHeight is below 1. */
     kip_statusSizeBelowOne = (int32_t)0x8000078au,
@@ -272,8 +274,9 @@ KIP_API int32_t kip_affineSampleCache_destruct(kip_affineSampleCache **cache);
  * @{ */
 
 /**
- * Builds the process-wide table of cubic weights ahead of its first use, so that no later call pays for it.
- * It is freed at shutdown.
+ * Builds the process-wide table of cubic weights ahead of its first use, so that no later call pays for it. Both
+ * table-driven modes, 2 and 3, build it if nobody has, unless the map is one of whole pixels, and fail if it cannot be
+ * built. It is freed at shutdown.
  *
  * Returns 0; otherwise the status of the lock, the allocation or the registration that failed. The next call, or
  * the first use, tries again. May be called from several threads at once.
@@ -287,7 +290,12 @@ KIP_API int32_t kip_affineTransform_setup(void);
  * top-left destWidth x destHeight pixels receive the result, the others stay. A bound destination of another
  * size or place receives the pixels that it shares with the result. An unbound one becomes a destWidth x
  * destHeight image. On success its map from client coordinates becomes the placement of the result. Maps of
- * whole pixels are copied, whatever the mode. Large nearest and bilinear work is spread over the job threads.
+ * whole pixels are copied, whatever the mode.
+ *
+ * Large nearest and bilinear work is spread over the job threads: from 2^18 destination pixels (nearest) or 2^16
+ * (bilinear), in more rows than one band and a half, which are 72 to 336 by the source's pitch. A destination of 2^31
+ * pixels or more may stay on the calling thread all the same, and so does a strong reduction of a source whose pitch
+ * or height is above 32767.
  *
  * source       bound 8-bit image; its memory must not overlap a bound destination's.
  * destination  8-bit image.
@@ -296,9 +304,9 @@ KIP_API int32_t kip_affineTransform_setup(void);
  *              one repeats no geometry work.
  * Returns 0, or a negative status:
  *   #kip_pelStatusOverlap, #kip_statusTransformSourceUnbound, #kip_statusSizeBelowOne, #kip_statusUnknownMode,
- *   #kip_statusSourceTooLarge, #kip_statusPixelDepth, #kip_statusTransformWouldClip (the rectangle reaches outside the
- *   source), #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides): the
- *   destination is untouched;
+ *   #kip_statusSourceTooLarge (modes 2 and 3, also for whole pixels, and a source with a pitch or height above 32767),
+ *   #kip_statusPixelDepth, #kip_statusTransformWouldClip (the rectangle reaches outside the source),
+ *   #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides): the destination is untouched;
  *   another library's status, for example of a failed allocation; part of a bound destination may then be
  *   written if a job failed.
  */
@@ -308,8 +316,9 @@ KIP_API int32_t kip_affineTransform(const kimg_imageConst *source, kimg_image *d
 /**
  * Resamples an affine rectangle of a 16-bit image onto a 16-bit image, otherwise as #kip_affineTransform.
  *
- * A source with a row pitch or height above 32767 gives #kip_statusSourceTooLarge unless the map moves
- * whole pixels; a source or destination at an odd address gives #kip_statusMisaligned, nothing then being written.
+ * A source with a row pitch or height above 32767 gives #kip_statusSourceTooLarge in every mode, but for maps of
+ * whole pixels in modes 0 and 1; a source or destination at an odd address gives #kip_statusMisaligned, nothing then
+ * being written.
  */
 KIP_API int32_t kip_affineTransform16(const kimg_imageConst *source, kimg_image *destination,
                                       const kip_affineSampleParams *params, kip_affineSampleCache **cache);
@@ -342,9 +351,10 @@ KIP_API int32_t kip_affine8(const kip_affineSampleParams *params, const kimg_ima
  *              #kip_statusTransformSourceUnbound, else as #kip_affineSampleParams_getWillClip leaves it.
  * Returns 0, or a negative status:
  *   #kip_statusTransformSourceUnbound, #kip_statusSizeBelowOne, #kip_statusUnknownMode, #kip_statusSourceTooLarge
- *   (the source, or the rectangle's surroundings), #kip_statusPixelDepth (any of the images, also a mask that is
- *   not needed), #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides), #kmath_statusOutOfRange and
- *   #kstd_statusTooLarge (a rectangle whose pixels 32 bits cannot count): nothing is written;
+ *   (modes 2 and 3: the source, or the rectangle's surroundings), #kip_statusPixelDepth (any of the images, also a
+ *   mask that is not needed), #kip_statusCacheNotConstructed, #kmath_statusSingular (parallel sides),
+ *   #kmath_statusOutOfRange and #kstd_statusTooLarge (a rectangle whose pixels 32 bits cannot count): nothing is
+ *   written;
  *   #kip_statusTransformOutsideSource (the rectangle and its surroundings share no pixel with the source): the
  *   destination is written, all 0, the mask is untouched;
  *   the calling thread's attention handler's, if that is negative: nothing is written;
@@ -359,8 +369,9 @@ KIP_API int32_t kip_affineTransformClipped(const kimg_imageConst *source, kimg_i
  * Resamples an affine rectangle of a 16-bit image that may reach outside the image, otherwise as
  * #kip_affineTransformClipped. The mask is an 8-bit image.
  *
- * #kip_statusSourceTooLarge and #kip_statusMisaligned are as for #kip_affineTransform16, the former also of the
- * rectangle's surroundings.
+ * A rectangle inside the source is refused as #kip_affineTransform16 refuses it. In modes 0 and 1, one that reaches
+ * outside is sampled from the copy of its surroundings: #kip_statusSourceTooLarge then is about those, and the source
+ * may have any size. #kip_statusMisaligned is as for #kip_affineTransform16.
  */
 KIP_API int32_t kip_affineTransformClipped16(const kimg_imageConst *source, kimg_image *destination, kimg_image *mask,
                                              const kip_affineSampleParams *params, kip_affineSampleCache **cache,
@@ -567,10 +578,10 @@ KIP_API int32_t kip_affineProjectWindow16(const kimg_windowConst *source, const 
  * depth          receives destHeight, or the greatest coverage if the rectangle reaches outside.
  * willClip       receives 1 if it does, else 0.
  * Returns as #kip_affineProject does, but for rectangles that reach outside: #kip_statusProjectionOutsideSource for
- * one that lies so far outside that no pixel of the source can count, result then holding 0 if it has room for all
- * columns; the status of ksys_attention_check if that is negative, result and coverage then partly written. An unbound
- * result receives its pixels before params are looked at: a destWidth below 1 then gives #kimg_statusBadSize. depth is
- * written on success only.
+ * one that shares no pixel with the source, nor do the six pixels round it, result then holding 0 if it has room for
+ * all columns; the status of ksys_attention_check if that is negative, result and coverage then partly written. An
+ * unbound result receives its pixels before params are looked at: a destWidth below 1 then gives #kimg_statusBadSize.
+ * depth is written on success only.
  */
 KIP_API int32_t kip_affineProjectClipped(const kimg_imageConst *source, kimg_image *result, kimg_image *coverage,
                                          const kip_affineSampleParams *params, kip_affineSampleCache **cache,

@@ -182,9 +182,13 @@ enum {
     ksys_featureAvx512Vbmi = 1u << 3     /**< AVX-512 VBMI: byte permutes over registers */
 };
 
-/** What is known of the processor. */
+/**
+ * What is known of the processor. Its kind is 1 for an x86-64 processor and 0 for any other; nothing else is reported
+ * unless an override says so. The sums of windows trust #ksys_featurePackedInteger on kinds 1 and 5 alone, the latter
+ * being a second kind with packed instructions, and stay portable on others. All else goes by the features.
+ */
 typedef struct {
-    uint32_t kind;     /**< 1 for an x86-64 processor, 0 for any other */
+    uint32_t kind;     /**< kind of processor, as above */
     uint32_t family;   /**< the processor's family number, 0 if unknown */
     uint32_t model;    /**< the processor's model number, 0 if unknown */
     uint32_t stepping; /**< the processor's stepping, 0 if unknown */
