@@ -11,7 +11,7 @@ namespace kip {
 
 namespace {
 
-// The library's only process-wide state. The flag is read and written only while the section is held.
+// Process-wide: all calls share one table. The flag is read and written only while the section is held.
 CubicWeightTable table;
 uint32_t isBuilt;
 ksys_criticalSection section;

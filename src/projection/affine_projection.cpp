@@ -102,7 +102,9 @@ int32_t projectAffineIntoWindow(const kip::SamplingSource &source, kimg_window *
     kip_affineSampleCache local;
     kip_affineSampleCache *cache;
     SumsRow sums;
-    int32_t status = takeCache(cacheHandle, &local, cleanup, &cache);
+    int32_t status = kip::checkProcessor();
+    if (status >= 0)
+        status = takeCache(cacheHandle, &local, cleanup, &cache);
     if (status >= 0)
         status = openRow(*result, params.destWidth, cleanup, &sums);
     if (status >= 0)
@@ -136,7 +138,9 @@ int32_t projectClippedIntoWindows(const kip::SamplingSource &source, kimg_window
     kip_affineSampleCache *cache;
     SumsRow sums;
     SumsRow covered;
-    int32_t status = takeCache(cacheHandle, &local, cleanup, &cache);
+    int32_t status = kip::checkProcessor();
+    if (status >= 0)
+        status = takeCache(cacheHandle, &local, cleanup, &cache);
     if (status >= 0)
         status = openRow(*result, params.destWidth, cleanup, &sums);
     if (status >= 0)

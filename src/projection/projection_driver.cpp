@@ -15,7 +15,7 @@ namespace kip {
 
 namespace {
 
-// Only the status of filling it counts. Any number of threads may do so at once.
+// Shared by all calls, which may fill it side by side: ksys_cpuinfo_get writes each word atomically. Nobody reads it.
 ksys_cpuinfo processor;
 
 bool isModeUnsupported(const Sampling &sampling)
@@ -80,7 +80,7 @@ int32_t sumAligned(const Sampling &sampling)
 template <typename Pixel>
 int32_t project(const Sampling &sampling, kmath_xformLinear *placement, uint32_t *depth)
 {
-    int32_t status = ksys_cpuinfo_get(&processor);
+    int32_t status = checkProcessor();
     if (status < 0)
         return status;
     if (isModeUnsupported(sampling))
@@ -103,6 +103,11 @@ int32_t project(const Sampling &sampling, kmath_xformLinear *placement, uint32_t
 }
 
 } // namespace
+
+int32_t checkProcessor()
+{
+    return ksys_cpuinfo_get(&processor);
+}
 
 int32_t checkProjectionPixels(const Sampling &sampling, int32_t bytesPerPixel)
 {

@@ -46,6 +46,9 @@ inline constexpr auto projectAffineClipped =
 // for pixels of another size what the drivers answer. A window without a pixel has none of a wrong size.
 int32_t checkProjectionPixels(const Sampling &sampling, int32_t bytesPerPixel);
 
+// Fills the library's record of the processor, of which nothing but the status of filling it is used.
+int32_t checkProcessor();
+
 } // namespace kip
 
 #endif
