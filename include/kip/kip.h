@@ -17,7 +17,8 @@
  * The first failure ends an operation. Statuses of the service libraries pass through unchanged. Pointers
  * are not tested for null unless a comment says so.
  *
- * Threads. The functions keep no state of their own between calls. Calls may run side by side as long as no
+ * Threads. Of their own, the functions keep nothing between calls but the table of cubic weights
+ * (#kip_affineTransform_setup), which is made once and only read. Calls may run side by side as long as no
  * image, window or cache that one of them writes is used by another.
  *
  * The results are the same bits on every machine, for every number of threads.

@@ -195,10 +195,15 @@ typedef struct {
     uint32_t features; /**< a set of ksys_feature... bits that processor and operating system both support */
 } ksys_cpuinfo;
 
-/** Fills a record: the override if one is set, else what the real processor reports. Returns 0. */
+/**
+ * Fills a record: the override if one is set, else what the real processor reports. Returns 0, or
+ * #ksys_statusBadArgument for null.
+ */
 KSERVICES_API int32_t ksys_cpuinfo_init(ksys_cpuinfo *record);
 
-/** Fills a module-wide record, as #ksys_cpuinfo_init does; several threads may fill the same one. Returns 0. */
+/**
+ * Fills a module-wide record, as #ksys_cpuinfo_init does; several threads may fill the same one. Returns as that does.
+ */
 KSERVICES_API int32_t ksys_cpuinfo_get(ksys_cpuinfo *record);
 
 /**
