@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstddef>
-#include <cstring>
 
 #include <kip/kip.h>
 
@@ -98,16 +97,9 @@ const CubicWeightTable &cubicWeightTable()
     return table;
 }
 
-int32_t getCubicWeightsForPhase(const CubicWeightTable &weightTable, int32_t phase, uint64_t *weights)
+const int16_t *getCubicWeightsBase(const CubicWeightTable &weightTable)
 {
-    std::memcpy(weights, weightTable.weights + ptrdiff_t{phase} * kCubicTaps, sizeof(*weights));
-    return 0;
-}
-
-int32_t getCubicWeightsBase(const CubicWeightTable &weightTable, const int16_t **weights)
-{
-    *weights = weightTable.weights;
-    return 0;
+    return weightTable.weights;
 }
 
 } // namespace kip

@@ -21,11 +21,8 @@ int32_t ensureCubicWeightTable();
 // The built table; ensureCubicWeightTable must have succeeded.
 const CubicWeightTable &cubicWeightTable();
 
-// Gives the four weights of a phase (0 to 255) as one word, the first in the lowest 16 bits. Returns 0.
-int32_t getCubicWeightsForPhase(const CubicWeightTable &table, int32_t phase, uint64_t *weights);
-
-// Gives the weights of phase 0, where all of them begin. Returns 0.
-int32_t getCubicWeightsBase(const CubicWeightTable &table, const int16_t **weights);
+// The four weights of phase 0, behind which those of the other phases lie in order.
+const int16_t *getCubicWeightsBase(const CubicWeightTable &table);
 
 } // namespace kip
 

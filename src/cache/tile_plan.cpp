@@ -12,8 +12,8 @@ namespace kip {
 namespace {
 
 constexpr int32_t kMaxTileSize = 96;
-// Source pixels that one tile's band may cover, so that it stays in the second-level cache.
-constexpr double kMaxBandArea = 200000.0;
+// Source pixels that one tile's footprint may cover, so that it stays in the second-level cache.
+constexpr double kMaxFootprintArea = 200000.0;
 // The least start fraction, one unit of 16.16: a fraction of 0 has no place in a reversed scan.
 constexpr double kLeastStartFraction = 1.526e-05;
 // Bytes after the last sample that vector kernels may read: two registers of 64 bytes and a few taps.
@@ -25,14 +25,14 @@ struct Corner {
 
 // Edges of the source pixels that a block of the destination reads, relative to the block's start. 64 bits: a
 // side of a single sample may be of any length.
-struct Band {
+struct Footprint {
     int64_t x0, y0, x1, y1;
 };
 
-// What the bands of all blocks share: the sides of a destination pixel in the source, and which corner of a
+// What the footprints of all blocks share: the sides of a destination pixel in the source, and which corner of a
 // block lies farthest on each side. Corners: the origin, the end of the first row, the one opposite, the start
 // of the last row.
-struct BandGeometry {
+struct BlockGeometry {
     kmath_matrix matrix;
     int32_t margin;
     int32_t leftmost, rightmost, topmost, bottommost;
@@ -55,9 +55,9 @@ Corner cornerOf(const kmath_matrix &matrix, int32_t index, double width, double 
 }
 
 // Chooses the outermost corners once, by the whole destination; among equal ones the first.
-BandGeometry findOutermostCorners(const kmath_xformLinear &map, double width, double height, int32_t margin)
+BlockGeometry findOutermostCorners(const kmath_xformLinear &map, double width, double height, int32_t margin)
 {
-    BandGeometry geometry = {{map.e0, map.e1, map.e2, map.e3}, margin, 0, 0, 0, 0};
+    BlockGeometry geometry = {{map.e0, map.e1, map.e2, map.e3}, margin, 0, 0, 0, 0};
     const auto corner = [&](int32_t index) { return cornerOf(geometry.matrix, index, width, height); };
     for (int32_t i = 1; i < 4; ++i) {
         if (corner(i).x < corner(geometry.leftmost).x)
@@ -72,8 +72,8 @@ BandGeometry findOutermostCorners(const kmath_xformLinear &map, double width, do
     return geometry;
 }
 
-// The band of a block of the given size.
-Band bandOf(const BandGeometry &geometry, double width, double height)
+// The footprint of a block of the given size.
+Footprint footprintOf(const BlockGeometry &geometry, double width, double height)
 {
     constexpr double inset = 1e-6;
     const auto corner = [&](int32_t index) { return cornerOf(geometry.matrix, index, width, height); };
@@ -83,9 +83,9 @@ Band bandOf(const BandGeometry &geometry, double width, double height)
             int64_t{kqfICeil(corner(geometry.bottommost).y - inset)} + geometry.margin};
 }
 
-double areaOf(const Band &band)
+double areaOf(const Footprint &footprint)
 {
-    return static_cast<double>(band.x1 - band.x0 + 1) * static_cast<double>(band.y1 - band.y0 + 1);
+    return static_cast<double>(footprint.x1 - footprint.x0 + 1) * static_cast<double>(footprint.y1 - footprint.y0 + 1);
 }
 
 // The map from the destination window's pixel coordinates to the source window's.
@@ -130,8 +130,9 @@ int32_t computeStart(const kmath_xformLinear &map, kmath_vect *start)
     return status;
 }
 
-// Cuts the destination into tiles and finds the band of each class.
-void planTiles(const BandGeometry &geometry, int32_t width, int32_t height, kip_affineTilePlan *plan, Band (&bands)[4])
+// Cuts the destination into tiles and finds the footprint of each class.
+void planTiles(const BlockGeometry &geometry, int32_t width, int32_t height, kip_affineTilePlan *plan,
+               Footprint (&footprints)[4])
 {
     int32_t tw = std::min(kMaxTileSize, width);
     int32_t th = std::min(kMaxTileSize, height);
@@ -141,11 +142,11 @@ void planTiles(const BandGeometry &geometry, int32_t width, int32_t height, kip_
     plan->tilesY = 1;
     if (tw != width || th != height) {
         for (;;) {
-            const double area = areaOf(bandOf(geometry, tw, th));
+            const double area = areaOf(footprintOf(geometry, tw, th));
             // A tile of one pixel is as small as they get: such a reduction reads what it has to.
-            if (area <= kMaxBandArea || (tw == 1 && th == 1))
+            if (area <= kMaxFootprintArea || (tw == 1 && th == 1))
                 break;
-            const double factor = std::sqrt(kMaxBandArea / area);
+            const double factor = std::sqrt(kMaxFootprintArea / area);
             th = std::max(1, kqfIFloor(factor * th));
             tw = std::max(1, kqfIFloor(factor * tw));
         }
@@ -160,7 +161,7 @@ void planTiles(const BandGeometry &geometry, int32_t width, int32_t height, kip_
         const int32_t h = (c & 2) != 0 ? lastHeight : th;
         plan->tileWidth[c] = static_cast<uint16_t>(w);
         plan->tileHeight[c] = static_cast<uint16_t>(h);
-        bands[c] = bandOf(geometry, w, h);
+        footprints[c] = footprintOf(geometry, w, h);
     }
 }
 
@@ -204,14 +205,14 @@ int32_t computeSpanCount(int32_t primaryStep, int32_t tileWidth, uint32_t primar
 
 // Starts, steps and the two factors of the map: along a row of samples, then from samples to pixels.
 int32_t planScan(const kmath_xformLinear &map, const kmath_vect &start, int32_t sourcePitch, kip_affineTilePlan *plan,
-                 Band (&bands)[4])
+                 Footprint (&footprints)[4])
 {
     plan->startX = fixedStep(start.x);
     plan->startY = fixedStep(start.y);
-    plan->bandStartX = withIntegerAdded(plan->startX, bands[0].x0);
-    plan->bandStartY = withIntegerAdded(plan->startY, bands[0].y0);
-    plan->bandX0 = static_cast<int16_t>(bands[0].x0);
-    plan->bandY0 = static_cast<int16_t>(bands[0].y0);
+    plan->bandStartX = withIntegerAdded(plan->startX, footprints[0].x0);
+    plan->bandStartY = withIntegerAdded(plan->startY, footprints[0].y0);
+    plan->bandX0 = static_cast<int16_t>(footprints[0].x0);
+    plan->bandY0 = static_cast<int16_t>(footprints[0].y0);
     uint32_t fx = fractionOf(plan->startX);
     uint32_t fy = fractionOf(plan->startY);
 
@@ -228,8 +229,8 @@ int32_t planScan(const kmath_xformLinear &map, const kmath_vect &start, int32_t 
         plan->minorStep = sourcePitch;
         if (reversed) {
             fx = (65536 - fx) & 0xFFFF;
-            for (Band &band : bands)
-                --band.x0;
+            for (Footprint &footprint : footprints)
+                --footprint.x0;
         }
     } else {
         status = kmath_matrix_init(&m, map.e2, map.e3, map.e0, map.e1);
@@ -238,8 +239,8 @@ int32_t planScan(const kmath_xformLinear &map, const kmath_vect &start, int32_t 
         plan->minorStep = 1;
         if (reversed) {
             fy = (65536 - fy) & 0xFFFF;
-            for (Band &band : bands)
-                --band.y0;
+            for (Footprint &footprint : footprints)
+                --footprint.y0;
         }
     }
     if (status < 0)
@@ -271,16 +272,18 @@ int32_t countLineEntries(const kip_affineTilePlan &plan)
     return std::max({plan.spanCount[0], plan.spanCount[1], 0}) + 1 + taps;
 }
 
-// Pixels of a copy of a class 0 tile's band with 64-pixel aligned rows, for the scans that do not follow the
+// Pixels of a copy of a class 0 tile's footprint with 64-pixel aligned rows, for the scans that do not follow the
 // source's rows; 0 when it would not stay in the cache.
-int32_t countStripPixels(const kip_affineTilePlan &plan, const Band &band)
+int32_t countStripPixels(const kip_affineTilePlan &plan, const Footprint &footprint)
 {
     if (plan.transposed == 0 && plan.direction > 0)
         return 0;
     const double columns =
-        static_cast<double>(plan.transposed != 0 ? band.y1 - band.y0 : band.x1 - band.x0) + 1.0 + 64.0;
-    const double rows = static_cast<double>(plan.transposed != 0 ? band.x1 - band.x0 : band.y1 - band.y0) + 2.0;
-    return columns * rows <= 2 * kMaxBandArea ? static_cast<int32_t>(columns * rows) : 0;
+        static_cast<double>(plan.transposed != 0 ? footprint.y1 - footprint.y0 : footprint.x1 - footprint.x0) + 1.0 +
+        64.0;
+    const double rows =
+        static_cast<double>(plan.transposed != 0 ? footprint.x1 - footprint.x0 : footprint.y1 - footprint.y0) + 2.0;
+    return columns * rows <= 2 * kMaxFootprintArea ? static_cast<int32_t>(columns * rows) : 0;
 }
 
 // Resizes the scratch memory and takes over what was computed.
@@ -297,17 +300,23 @@ int32_t storeTilePlan(kip_affineTilePlan *plan, const kip_affineTilePlan &comput
     return status;
 }
 
-// Bytes of scratch memory for one sample of a row, by mode, as the kernels store it.
-struct EntrySizes {
-    int32_t linear;
-    int32_t cubic;
-    int32_t named; // what the recorded size counts with: twice (linear) and four times (cubic) of this
-};
+// Bytes of scratch memory for one sample of a row, as the kernels store it: a pixel, or 64 times a pixel with a sign.
+template <typename Pixel>
+constexpr size_t entryBytes(bool cubic)
+{
+    return cubic ? 2 * sizeof(Pixel) : sizeof(Pixel);
+}
 
-constexpr EntrySizes kEntries8 = {1, 2, 1};
-constexpr EntrySizes kEntries16 = {2, 4, 4};
+// What the recorded size counts for one sample of a row, which for 16-bit pixels is more than the kernels take.
+template <typename Pixel>
+constexpr uint32_t recordedEntryBytes(bool cubic)
+{
+    constexpr uint32_t unit = sizeof(Pixel) == 1 ? 1 : 4;
+    return (cubic ? 4 : 2) * unit;
+}
 
-int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const Sampling &sampling)
+template <typename Pixel>
+int32_t buildTilePlan(kip_affineTilePlan *plan, const Sampling &sampling)
 {
     const kimg_windowConst &source = sampling.source;
     const kimg_window &destination = sampling.destination;
@@ -328,18 +337,18 @@ int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const S
         return status;
 
     kip_affineTilePlan computed = {};
-    Band bands[4];
-    planTiles(findOutermostCorners(map, width, height, cubic ? 3 : 2), width, height, &computed, bands);
-    status = planScan(map, start, source.pitch, &computed, bands);
+    Footprint footprints[4];
+    planTiles(findOutermostCorners(map, width, height, cubic ? 3 : 2), width, height, &computed, footprints);
+    status = planScan(map, start, source.pitch, &computed, footprints);
     if (status < 0)
         return status;
 
     for (int32_t c = 0; c < 4; ++c) {
         computed.spanCount[c] =
             computeSpanCount(computed.primaryStep, computed.tileWidth[c & 1], computed.primaryFraction);
-        computed.bandOffset[c] = bands[c].y0 * source.pitch + bands[c].x0;
-        computed.bandDx[c] = static_cast<int32_t>(bands[c].x0 - bands[0].x0);
-        computed.bandDy[c] = static_cast<int32_t>(bands[c].y0 - bands[0].y0);
+        computed.bandOffset[c] = footprints[c].y0 * source.pitch + footprints[c].x0;
+        computed.bandDx[c] = static_cast<int32_t>(footprints[c].x0 - footprints[0].x0);
+        computed.bandDy[c] = static_cast<int32_t>(footprints[c].y0 - footprints[0].y0);
     }
     computed.tileColumnStepX = fixedStep(map.e0 * computed.tileWidth[0]);
     computed.tileColumnStepY = fixedStep(map.e2 * computed.tileWidth[0]);
@@ -351,22 +360,19 @@ int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const S
     status = kmath_matrix_getScale(&matrix, &scale);
     if (status < 0)
         return status;
-    const auto rowSamples =
-        (static_cast<uint32_t>(kqfIFloor(scale)) + 1) * computed.tileWidth[0] * static_cast<uint32_t>(sizes.named);
-    computed.scratchBytes = static_cast<int32_t>(cubic ? 4 * rowSamples + 4 : 2 * rowSamples);
+    const uint32_t recordedSamples = (static_cast<uint32_t>(kqfIFloor(scale)) + 1) * computed.tileWidth[0];
+    computed.scratchBytes = static_cast<int32_t>(recordedSamples * recordedEntryBytes<Pixel>(cubic) + (cubic ? 4 : 0));
     computed.sourcePitch = static_cast<uint32_t>(source.pitch);
     computed.destinationPitch = static_cast<uint32_t>(destination.pitch);
 
     // The recorded size follows the scale alone and can be short of what a row writes, or far beyond it where a
     // side has a single sample; the memory itself follows the rows.
     computed.lineEntries = countLineEntries(computed);
-    const auto entrySize = static_cast<size_t>(cubic ? sizes.cubic : sizes.linear);
-    const size_t lineBytes = static_cast<size_t>(computed.lineEntries) * entrySize + kScratchSlack;
-    computed.stripPixels = countStripPixels(computed, bands[0]);
+    const size_t lineBytes = static_cast<size_t>(computed.lineEntries) * entryBytes<Pixel>(cubic) + kScratchSlack;
+    computed.stripPixels = countStripPixels(computed, footprints[0]);
     computed.stripOffset = (lineBytes + 63) / 64 * 64;
-    computed.allocatedBytes = computed.stripOffset +
-                              static_cast<size_t>(computed.stripPixels) * static_cast<size_t>(sizes.linear) +
-                              kScratchSlack;
+    computed.allocatedBytes =
+        computed.stripOffset + static_cast<size_t>(computed.stripPixels) * sizeof(Pixel) + kScratchSlack;
     return storeTilePlan(plan, computed);
 }
 
@@ -374,12 +380,12 @@ int32_t buildTilePlan(kip_affineTilePlan *plan, const EntrySizes &sizes, const S
 
 int32_t buildTilePlan8(kip_affineTilePlan *plan, const Sampling &sampling)
 {
-    return buildTilePlan(plan, kEntries8, sampling);
+    return buildTilePlan<uint8_t>(plan, sampling);
 }
 
 int32_t buildTilePlan16(kip_affineTilePlan *plan, const Sampling &sampling)
 {
-    return buildTilePlan(plan, kEntries16, sampling);
+    return buildTilePlan<uint16_t>(plan, sampling);
 }
 
 } // namespace kip

@@ -16,6 +16,8 @@
 // the row's direction (the primary axis), each interpolated across the other (the secondary) axis at a
 // sheared position; the row's pixels are then interpolated from those samples.
 //
+// The source pixels that a tile reads lie in a box, its footprint; the margins of the taps are part of it.
+//
 // Positions are 16.16, in source-window coordinates in which the centres of pixels are whole numbers. Groups
 // of four are indexed by tile class: 0 interior, 1 last column, 2 last row, 3 last column of the last row.
 struct kip_affineTilePlan {
@@ -23,11 +25,11 @@ struct kip_affineTilePlan {
     uint16_t tileWidth[4], tileHeight[4];
     int32_t spanCount[4];           // samples along the primary axis for one row of a tile
     int64_t bandOffset[4];          // source pixels from a tile's start to the top-left one that it reads
-    int32_t bandDx[4], bandDy[4];   // left and top band edge, less those of class 0
+    int32_t bandDx[4], bandDy[4];   // left and top edge of the footprint, less those of class 0
     int32_t majorStep, minorStep;   // source pixels of a step along the primary and the secondary axis
     int32_t transposed;             // 0: the primary axis is the source's x (row scan), 1: its y
     int32_t direction;              // -1 when the scan runs backwards along the primary axis, else 1
-    int32_t bandStartX, bandStartY; // start of the first tile with its band's edges added
+    int32_t bandStartX, bandStartY; // start of the first tile with its footprint's edges added
     int32_t startX, startY;         // the centre of the first destination pixel
     int32_t tileColumnStepX, tileColumnStepY;
     int32_t tileRowStepX, tileRowStepY;
@@ -37,14 +39,14 @@ struct kip_affineTilePlan {
     int32_t secondaryRowStep;               // secondary advance per destination row
     int32_t primaryStep;                    // primary advance per destination pixel
     int32_t primaryRowStep;                 // primary advance per destination row
-    int16_t bandX0, bandY0;                 // edges of the class 0 band before a reversal moves it
+    int16_t bandX0, bandY0;                 // edges of the class 0 footprint before a reversal moves it
     uint32_t sourcePitch, destinationPitch; // of the windows that the plan was built for
     void *scratch;                          // owned; null while there is none
     int32_t scratchBytes;                   // what one destination row needs in the regular case
 
     // What the geometry asks for beyond the regular case.
     int32_t lineEntries;   // samples that scratch holds, at least what any row writes or reads
-    int32_t stripPixels;   // pixels that scratch holds beyond them, for a copy of a tile's band
+    int32_t stripPixels;   // pixels that scratch holds beyond them, for a strip: a copy of a tile's footprint
     size_t stripOffset;    // bytes from the start of scratch to that copy, 64-byte aligned
     size_t allocatedBytes; // the size of scratch
     uint64_t builtFor;     // number of the geometry that the plan was built for; 0: never built

@@ -1,7 +1,9 @@
 #include "cache/cubic_weight_table.h"
 
+#include <algorithm>
 #include <array>
-#include <bit>
+#include <cstddef>
+#include <cstdint>
 
 #include <gtest/gtest.h>
 #include <kip/kip.h>
@@ -10,9 +12,8 @@ namespace {
 
 std::array<int16_t, 4> weightsOf(int32_t phase)
 {
-    uint64_t word = 0;
-    kip::getCubicWeightsForPhase(kip::cubicWeightTable(), phase, &word);
-    return std::bit_cast<std::array<int16_t, 4>>(word);
+    const int16_t *const weights = kip::getCubicWeightsBase(kip::cubicWeightTable()) + ptrdiff_t{4} * phase;
+    return {weights[0], weights[1], weights[2], weights[3]};
 }
 
 TEST(CubicWeightTable, HoldsTheKernel)

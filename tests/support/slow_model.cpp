@@ -214,8 +214,7 @@ struct PlanModel {
     {
         if (!cubic)
             return tap == 0 ? 32768 - (fraction >> 1) : fraction >> 1;
-        const int16_t *weights;
-        getCubicWeightsBase(cubicWeightTable(), &weights);
+        const int16_t *const weights = getCubicWeightsBase(cubicWeightTable());
         return weights[4 * static_cast<size_t>(fraction >> 8) + static_cast<size_t>(tap)];
     }
     static int64_t divided(int64_t value, int64_t by, bool down)

@@ -445,13 +445,10 @@ template <typename Rule>
 int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan,
                     const PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> &kernels)
 {
-    int32_t status = ensureCubicWeightTable();
+    const int32_t status = ensureCubicWeightTable();
     if (status < 0)
         return status;
-    const int16_t *weights;
-    status = getCubicWeightsBase(cubicWeightTable(), &weights);
-    if (status < 0)
-        return status;
+    const int16_t *const weights = getCubicWeightsBase(cubicWeightTable());
 
     const bool add = sampling.adds();
     auto *const line = static_cast<typename Rule::Entry *>(plan.scratch);
