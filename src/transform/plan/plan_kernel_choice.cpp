@@ -3,30 +3,30 @@
 #include <ksys/ksys.h>
 
 #include "support/target_region.h"
-#include "transform/plan/x86/plan_rows_x86.h"
+#include "transform/plan/plan_cubic.h"
+#include "transform/plan/plan_linear.h"
+#include "transform/plan/x86/plan_kernels_x86.h"
 
 namespace kip {
 
-template <typename Rule>
-PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> planRowKernels([[maybe_unused]] uint32_t features,
-                                                                          uint32_t accumulate)
+template <typename Rule, bool kAdd>
+PlanKernels<Rule> planKernels([[maybe_unused]] uint32_t features)
 {
-    auto kernels = portableRowKernels<Rule>(accumulate);
+    auto kernels = portablePlanKernels<Rule, kAdd>();
 #if defined(KIP_HAS_X86_VARIANTS)
-    const bool add = accumulate != 0;
     if ((features & ksys_featureAvx2) != 0)
-        kernels = rowKernelsAvx2<Rule>(add);
+        kernels = planKernelsAvx2<Rule, kAdd>();
     if ((features & ksys_featureAvx512Vbmi) != 0)
-        if (auto *const band = bandKernelAvx512<Rule>(add); band != nullptr)
-            kernels.band = band;
+        kernels.rowGroup = rowGroupKernelAvx512<Rule, kAdd>();
 #endif
     return kernels;
 }
 
-template PlanRowKernels<uint8_t, Linear8::Entry> planRowKernels<Linear8>(uint32_t features, uint32_t accumulate);
-template PlanRowKernels<uint8_t, CubicPacked8::Entry> planRowKernels<CubicPacked8>(uint32_t features,
-                                                                                   uint32_t accumulate);
-template PlanRowKernels<uint16_t, Linear16::Entry> planRowKernels<Linear16>(uint32_t features, uint32_t accumulate);
-template PlanRowKernels<uint16_t, Cubic16::Entry> planRowKernels<Cubic16>(uint32_t features, uint32_t accumulate);
+template PlanKernels<Linear8> planKernels<Linear8, false>(uint32_t features);
+template PlanKernels<Linear8> planKernels<Linear8, true>(uint32_t features);
+template PlanKernels<CubicOptimized8> planKernels<CubicOptimized8, false>(uint32_t features);
+template PlanKernels<CubicOptimized8> planKernels<CubicOptimized8, true>(uint32_t features);
+template PlanKernels<Linear16> planKernels<Linear16, false>(uint32_t features);
+template PlanKernels<Cubic16> planKernels<Cubic16, false>(uint32_t features);
 
 } // namespace kip

@@ -3,16 +3,42 @@
 
 #include <cstdint>
 
+#include "transform/plan/plan_row_groups.h"
 #include "transform/plan/plan_rows.h"
+#include "transform/plan/plan_strip.h"
 
 namespace kip {
 
-// The kernels of the table-driven modes for a set of ksys_feature... bits: the portable ones, replaced level by level
-// by what runs, and runs well, on such a processor. A pure function; an operation asks once.
-//
-// Rule: Linear8, CubicPacked8 of the optimised 8-bit path, Linear16 or Cubic16.
+template <typename Pixel>
+using RowGroupKernel = void(const RowGroup<Pixel> &group);
+
+// The kernels of a table-driven mode.
 template <typename Rule>
-PlanRowKernels<typename Rule::Pixel, typename Rule::Entry> planRowKernels(uint32_t features, uint32_t accumulate);
+struct PlanKernels {
+    using Pixel = typename Rule::Pixel;
+    using Entry = typename Rule::Entry;
+
+    void (*samples)(const SampleRun<Pixel> &run, Entry *out);
+    void (*outputs)(const OutputRun<Entry> &run);
+    // Set where samples run much faster along the source's rows: tiles of other scans are copied first, and
+    // samples then see a majorStep of 1. Null: every run reads the source itself.
+    void (*copyStrip)(const StripCopy<Pixel> &copy);
+    // Resamples the rows of a tile together, where isGroupGeometry allows it. Null: there is no such kernel.
+    RowGroupKernel<Pixel> *rowGroup;
+};
+
+template <typename Rule, bool kAdd>
+PlanKernels<Rule> portablePlanKernels()
+{
+    return {sampleLinePortable<Rule>, outputLinePortable<Rule, kAdd>, nullptr, nullptr};
+}
+
+// The kernels for a set of ksys_feature... bits: the portable ones, replaced level by level by what runs, and runs
+// well, on such a processor. A pure function; an operation asks once.
+//
+// Rule: Linear8, CubicOptimized8, Linear16 or Cubic16. kAdd: pixels are added to sums, which is for 8 bits alone.
+template <typename Rule, bool kAdd>
+PlanKernels<Rule> planKernels(uint32_t features);
 
 } // namespace kip
 

@@ -1,18 +1,29 @@
 #ifndef KIP_TRANSFORM_PLAN_X86_PLAN_ROWS_AVX2_H
 #define KIP_TRANSFORM_PLAN_X86_PLAN_ROWS_AVX2_H
 
-// What the AVX2 row kernels of both depths share. Included after every other header.
+// The two passes over a row, by AVX2, for all modes and both sizes of pixels. Included after every other header.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
-#include "support/target_region.h"
-#include "support/x86/x86_intrinsics.h"
 #include "transform/plan/plan_rows.h"
+#include "transform/plan/x86/plan_words_avx2.h"
 
-KIP_TARGET_BEGIN("avx2")
+KIP_TARGET_BEGIN(KIP_PLAN_TARGET)
 
 namespace kip::avx2 {
+
+// What a mode and a size of pixels make of registers; below, Kernel is one of these:
+//   Rule
+//   kFineSteps                   output needs isFineStep
+//   sample(fractions, taps, out) the first pass of sixteen samples: entries of the line
+//   output(run, first)           the second pass of sixteen pixels, as words
+// Each one is defined in a file of its own, such as plan_cubic16_avx2.cpp.
+template <typename Rule>
+struct RowKernel;
+
+// ---- Positions ----------------------------------------------------------------------------------------------------
 
 // Positions start + n * step for n = 0 to 8 * kVectors - 1, as 32-bit lanes.
 template <int kVectors>
@@ -40,10 +51,10 @@ inline __m256i inOrder(__m256i packed)
 }
 
 // The fractions of sixteen positions as words.
-inline __m256i fractionWords(__m256i first, __m256i second)
+inline Words fractionWords(__m256i first, __m256i second)
 {
     const __m256i mask = _mm256_set1_epi32(0xFFFF);
-    return inOrder(_mm256_packus_epi32(_mm256_and_si256(first, mask), _mm256_and_si256(second, mask)));
+    return {inOrder(_mm256_packus_epi32(_mm256_and_si256(first, mask), _mm256_and_si256(second, mask)))};
 }
 
 // The integer parts of sixteen positions as words.
@@ -64,81 +75,100 @@ inline __m256i integerBytes(const Positions<4> &p, int32_t from)
     return _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
 }
 
-inline __m256i bytesToWords(__m256i bytes, ptrdiff_t half)
-{
-    return _mm256_cvtepu8_epi16(half == 0 ? _mm256_castsi256_si128(bytes) : _mm256_extracti128_si256(bytes, 1));
-}
+// ---- Samples ------------------------------------------------------------------------------------------------------
 
-// a + ((2 (b - a)) * w >> 16) with w the upper 15 bits of the fraction: the linear blend of sixteen words.
-inline __m256i blendWords(__m256i a, __m256i b, __m256i fractions)
-{
-    const __m256i difference = _mm256_sub_epi16(b, a);
-    return _mm256_add_epi16(
-        a, _mm256_mulhi_epi16(_mm256_add_epi16(difference, difference), _mm256_srli_epi16(fractions, 1)));
-}
+// A register of pixels, one for each of as many samples.
+template <typename Pixel>
+struct PixelLanes;
 
-// The four cubic weights of sixteen fractions. They are whole-number polynomials of the phase p (q = 256 - p):
-//   w0 = -(p q q >> 10)     w1 = 32768 - p p + (p p (3 p - 256) >> 10), at most 32767
-// and w3, w2 the same with p and q exchanged; the shifts round down. Words hold every step of it.
-struct CubicWeights {
-    __m256i w[4];
+template <>
+struct PixelLanes<uint8_t> {
+    static constexpr int32_t kCount = 32;
+
+    static __m256i all(int32_t value) { return _mm256_set1_epi8(static_cast<char>(value)); }
+    static __m256i equal(__m256i a, __m256i b) { return _mm256_cmpeq_epi8(a, b); }
+    // The lines of samples, counted from the least.
+    static __m256i lines(const Positions<4> &p, int32_t least) { return integerBytes(p, least); }
+    // Sixteen of them as words.
+    static Words words(__m256i pixels, int32_t part)
+    {
+        return {_mm256_cvtepu8_epi16(part == 0 ? _mm256_castsi256_si128(pixels) : _mm256_extracti128_si256(pixels, 1))};
+    }
 };
 
-inline __m256i outerWeight(__m256i pq, __m256i q)
-{
-    return _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_mulhi_epu16(pq, _mm256_slli_epi16(q, 6)));
-}
+template <>
+struct PixelLanes<uint16_t> {
+    static constexpr int32_t kCount = 16;
 
-inline __m256i innerWeight(__m256i p)
-{
-    const __m256i square = _mm256_mullo_epi16(p, p);
-    const __m256i factor =
-        _mm256_slli_epi16(_mm256_sub_epi16(_mm256_add_epi16(p, _mm256_add_epi16(p, p)), _mm256_set1_epi16(256)), 6);
-    // An unsigned by signed high product: the square may have its top bit set.
-    const __m256i high =
-        _mm256_add_epi16(_mm256_mulhi_epi16(square, factor), _mm256_and_si256(_mm256_srai_epi16(square, 15), factor));
-    const __m256i weight = _mm256_add_epi16(_mm256_sub_epi16(_mm256_set1_epi16(INT16_MIN), square), high);
-    return _mm256_min_epu16(weight, _mm256_set1_epi16(INT16_MAX));
-}
-
-inline CubicWeights cubicWeights(__m256i fractions)
-{
-    const __m256i p = _mm256_srli_epi16(fractions, 8);
-    const __m256i q = _mm256_sub_epi16(_mm256_set1_epi16(256), p);
-    const __m256i pq = _mm256_mullo_epi16(p, q);
-    // At phase 0 the square of q leaves a word; the weight there is 0.
-    const __m256i w2 = _mm256_andnot_si256(_mm256_cmpeq_epi16(p, _mm256_setzero_si256()), innerWeight(q));
-    return {{outerWeight(pq, q), innerWeight(p), w2, outerWeight(pq, p)}};
-}
-
-// The weights in pairs, in the order of an unpack.
-struct WeightPairs {
-    __m256i low01, high01, low23, high23;
+    static __m256i all(int32_t value) { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
+    static __m256i equal(__m256i a, __m256i b) { return _mm256_cmpeq_epi16(a, b); }
+    static __m256i lines(const Positions<2> &p, int32_t least)
+    {
+        return _mm256_sub_epi16(integerWords(p.at[0], p.at[1]), all(least));
+    }
+    static Words words(__m256i pixels, int32_t) { return {pixels}; }
 };
 
-inline WeightPairs weightPairs(const CubicWeights &weights)
+// A shear of at most one pixel a sample keeps the samples of a register within as many lines. A run shorter than a
+// register would be read past its end.
+template <typename Pixel>
+inline bool isVectorRun(const SampleRun<Pixel> &run)
 {
-    return {_mm256_unpacklo_epi16(weights.w[0], weights.w[1]), _mm256_unpackhi_epi16(weights.w[0], weights.w[1]),
-            _mm256_unpacklo_epi16(weights.w[2], weights.w[3]), _mm256_unpackhi_epi16(weights.w[2], weights.w[3])};
+    return run.majorStep == 1 && run.shear + 65536 <= 131072 && run.count >= PixelLanes<Pixel>::kCount;
 }
 
-inline __m256i load(const void *at)
+// Collects the taps of the samples from first on, a register of each. Neighbouring samples lie next to each other as
+// long as they are on one line: each line that the samples touch is loaded once and spread to the taps that need it.
+template <typename Rule, int kVectors>
+inline void gatherTaps(const SampleRun<typename Rule::Pixel> &run, int32_t first, const Positions<kVectors> &p,
+                       __m256i (&taps)[Rule::kTaps])
 {
-    return _mm256_loadu_si256(static_cast<const __m256i *>(at));
+    using Pixels = PixelLanes<typename Rule::Pixel>;
+    const int32_t firstLine = fixedInteger(run.position + static_cast<uint32_t>(first) * run.shear);
+    const int32_t lastLine = fixedInteger(run.position + static_cast<uint32_t>(first + Pixels::kCount - 1) * run.shear);
+    const int32_t least = std::min(firstLine, lastLine);
+    const int32_t count = std::max(firstLine, lastLine) - least + Rule::kTaps;
+    const __m256i lines = Pixels::lines(p, least);
+    __m256i on[Rule::kTaps]; // the samples whose tap k lies on the current line
+    for (int k = 0; k < Rule::kTaps; ++k)
+        on[k] = taps[k] = _mm256_setzero_si256();
+    const auto *row = run.base + first + (least + Rule::kFirstTap) * run.minorStep;
+    for (int32_t i = 0; i < count; ++i, row += run.minorStep) {
+        // Tap k of a sample lies k lines below its tap 0.
+        for (int k = Rule::kTaps - 1; k > 0; --k)
+            on[k] = on[k - 1];
+        on[0] = Pixels::equal(lines, Pixels::all(i));
+        const __m256i pixels = load(row);
+        for (int k = 0; k < Rule::kTaps; ++k)
+            taps[k] = _mm256_or_si256(taps[k], _mm256_and_si256(pixels, on[k]));
+    }
 }
 
-// Sixteen bytes from each of two places, one in each half.
-inline __m256i loadHalves(const void *low, const void *high)
+// Runs registers of samples; the last one overlaps the one before, and computes the same entries again.
+template <typename Kernel>
+inline void sampleLine(const SampleRun<typename Kernel::Rule::Pixel> &run, typename Kernel::Rule::Entry *out)
 {
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(static_cast<const __m128i *>(low))),
-                                   _mm_loadu_si128(static_cast<const __m128i *>(high)), 1);
+    using Rule = typename Kernel::Rule;
+    using Pixels = PixelLanes<typename Rule::Pixel>;
+    if (!isVectorRun(run))
+        return sampleLinePortable<Rule>(run, out);
+    for (int32_t begin = 0; begin < run.count; begin += Pixels::kCount) {
+        const int32_t first = std::min(begin, run.count - Pixels::kCount);
+        const auto p =
+            positionsFrom<Pixels::kCount / 8>(run.position + static_cast<uint32_t>(first) * run.shear, run.shear);
+        __m256i taps[Rule::kTaps];
+        gatherTaps<Rule>(run, first, p, taps);
+        for (int32_t part = 0; part < Pixels::kCount / 16; ++part) {
+            Words words[Rule::kTaps];
+            for (int k = 0; k < Rule::kTaps; ++k)
+                words[k] = Pixels::words(taps[k], part);
+            Kernel::sample(fractionWords(p.at[2 * part], p.at[2 * part + 1]), words,
+                           out + first + ptrdiff_t{16} * part);
+        }
+    }
 }
 
-// A shear of at most one pixel a sample keeps the samples of a group within as many lines.
-inline bool isGentle(uint32_t shear)
-{
-    return shear + 65536 <= 131072;
-}
+// ---- Outputs ------------------------------------------------------------------------------------------------------
 
 // At most two entries a pixel: eight pixels then lie within sixteen bytes, four within eight words.
 inline bool isFineStep(uint32_t step)
@@ -146,12 +176,11 @@ inline bool isFineStep(uint32_t step)
     return step <= 2 * 65536;
 }
 
-// What is left of a run after its first pixels.
-template <typename Entry>
-inline OutputRun<Entry> restOf(const OutputRun<Entry> &run, int32_t done, int64_t elementSize)
+// Sixteen bytes from each of two places, one in each half.
+inline __m256i loadHalves(const void *low, const void *high)
 {
-    return {run.line,    run.position + static_cast<uint32_t>(done) * run.step, run.step, run.count - done,
-            run.weights, static_cast<uint8_t *>(run.dst) + done * elementSize};
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(static_cast<const __m128i *>(low))),
+                                   _mm_loadu_si128(static_cast<const __m128i *>(high)), 1);
 }
 
 // Where pairs of neighbouring words of a line stand for eight of sixteen outputs: 0 to 3 and 8 to 11 (part 0), or 4 to
@@ -174,19 +203,57 @@ inline PairWindows pairWindows(const Positions<2> &p, uint32_t start, uint32_t s
 }
 
 template <typename Word>
-inline __m256i pairsAt(const Word *line, const PairWindows &windows)
+inline Words pairsAt(const Word *line, const PairWindows &windows)
 {
-    return _mm256_shuffle_epi8(loadHalves(line + windows.low, line + windows.high), windows.control);
+    return {_mm256_shuffle_epi8(loadHalves(line + windows.low, line + windows.high), windows.control)};
+}
+
+// Sixteen words that are bytes.
+inline void storeBytes(uint8_t *at, Words words)
+{
+    const __m256i bytes = inOrder(_mm256_packus_epi16(words.v, words.v));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(at), _mm256_castsi256_si128(bytes));
+}
+
+inline void storeWords(void *at, Words words)
+{
+    _mm256_storeu_si256(static_cast<__m256i *>(at), words.v);
 }
 
 // Adds sixteen unsigned words to as many sums.
-inline void addWords(uint32_t *sums, __m256i words)
+inline void addWords(uint32_t *sums, Words words)
 {
     auto *const at = reinterpret_cast<__m256i *>(sums);
-    const __m256i low = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(words));
-    const __m256i high = _mm256_cvtepu16_epi32(_mm256_extracti128_si256(words, 1));
+    const __m256i low = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(words.v));
+    const __m256i high = _mm256_cvtepu16_epi32(_mm256_extracti128_si256(words.v, 1));
     _mm256_storeu_si256(at, _mm256_add_epi32(_mm256_loadu_si256(at), low));
     _mm256_storeu_si256(at + 1, _mm256_add_epi32(_mm256_loadu_si256(at + 1), high));
+}
+
+template <typename Pixel, bool kAdd>
+inline void emitPixels(void *dst, int32_t first, Words words)
+{
+    if constexpr (kAdd)
+        addWords(static_cast<uint32_t *>(dst) + first, words);
+    else if constexpr (sizeof(Pixel) == 1)
+        storeBytes(static_cast<uint8_t *>(dst) + first, words);
+    else
+        storeWords(static_cast<uint16_t *>(dst) + first, words);
+}
+
+template <typename Kernel, bool kAdd>
+inline void outputLine(const OutputRun<typename Kernel::Rule::Entry> &run)
+{
+    using Rule = typename Kernel::Rule;
+    using Pixel = typename Rule::Pixel;
+    constexpr int32_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(Pixel);
+    int32_t done = 0;
+    if (!Kernel::kFineSteps || isFineStep(run.step))
+        for (; done + Words::kCount <= run.count; done += Words::kCount)
+            emitPixels<Pixel, kAdd>(run.dst, done, Kernel::output(run, done));
+    outputLinePortable<Rule, kAdd>({run.line, run.position + static_cast<uint32_t>(done) * run.step, run.step,
+                                    run.count - done, run.weights,
+                                    static_cast<uint8_t *>(run.dst) + ptrdiff_t{done} * elementSize});
 }
 
 } // namespace kip::avx2

@@ -1,4 +1,4 @@
-#include "transform/plan/x86/plan_rows_x86.h"
+#include "transform/plan/x86/plan_kernels_x86.h"
 
 #include "support/target_region.h"
 

@@ -1,20 +1,23 @@
-#ifndef KIP_TRANSFORM_PLAN_X86_PLAN_BANDS_AVX2_H
-#define KIP_TRANSFORM_PLAN_X86_PLAN_BANDS_AVX2_H
+#ifndef KIP_TRANSFORM_PLAN_X86_PLAN_ROW_GROUPS_AVX2_H
+#define KIP_TRANSFORM_PLAN_X86_PLAN_ROW_GROUPS_AVX2_H
 
-// What the AVX2 band kernels of both depths share. Included after every other header.
+// Groups of rows, by AVX2, for all modes and both sizes of pixels. Included after every other header.
 
 #include <algorithm>
 #include <cstdint>
 
-#include "support/target_region.h"
 #include "support/x86/block_transpose_sse2.h"
-#include "support/x86/x86_intrinsics.h"
-#include "transform/plan/x86/plan_bands_x86.h"
+#include "transform/plan/plan_kernel_choice.h"
+#include "transform/plan/x86/plan_kernels_x86.h"
+#include "transform/plan/x86/plan_row_groups_x86.h"
 #include "transform/plan/x86/plan_rows_avx2.h"
+#include "transform/plan/x86/plan_samples_x86.h"
 
-KIP_TARGET_BEGIN("avx2")
+KIP_TARGET_BEGIN(KIP_PLAN_TARGET)
 
 namespace kip::avx2 {
+
+// ---- The copy of a group's footprint ------------------------------------------------------------------------------
 
 template <typename Pixel>
 inline __m256i reversedPixels(__m256i pixels)
@@ -32,7 +35,7 @@ struct BlockCopier {
     static constexpr int32_t kColumns = 32 / sizeof(Pixel);
     static constexpr int32_t kTransposed = kTransposedBlock<Pixel>;
 
-    static int32_t linesRead(const BandBlock<Pixel> &block)
+    static int32_t linesRead(const CopyBlock<Pixel> &block)
     {
         return block.spread + (block.minorStep == 1 ? std::max(block.count, kTransposed) : block.count);
     }
@@ -50,7 +53,7 @@ struct BlockCopier {
     }
 
     // Moves each column up by its start: one bit of the starts after the other, the last three in one pass.
-    static void straighten(const BandBlock<Pixel> &block)
+    static void straighten(const CopyBlock<Pixel> &block)
     {
         const int32_t read = linesRead(block);
         __m256i rows[kMostLines + kColumns + 8];
@@ -94,7 +97,7 @@ struct BlockCopier {
     }
 
     // Reads and writes a whole block of lines where there are fewer.
-    static void transpose(const BandBlock<Pixel> &block)
+    static void transpose(const CopyBlock<Pixel> &block)
     {
         for (int32_t x = 0; x < kColumns; x += kTransposed) {
             const Pixel *columns[kTransposed];
@@ -108,21 +111,12 @@ struct BlockCopier {
     }
 };
 
-inline __m256i loadWords(const uint8_t *at)
-{
-    return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(at)));
-}
+// ---- The two passes -----------------------------------------------------------------------------------------------
 
-inline __m256i loadWords(const uint16_t *at)
-{
-    return load(at);
-}
-
-// Combine: the first pass of a rule for sixteen samples, combine(fractions, taps as words, entries).
-// kOutputs: the second pass of a row.
-template <typename Combine, void (*kOutputs)(const OutputRun<typename Combine::Rule::Entry> &)>
-struct BandPasses {
-    using Rule = typename Combine::Rule;
+// Those of a row's kernel (plan_rows_avx2.h), for the rows of a group.
+template <typename Kernel, bool kAdd>
+struct RowGroupPasses {
+    using Rule = typename Kernel::Rule;
     using Pixel = typename Rule::Pixel;
     using Copier = BlockCopier<Pixel>;
     struct Line {
@@ -132,29 +126,22 @@ struct BandPasses {
     uint32_t step;
     const int16_t *weights;
 
-    explicit BandPasses(const BandRun<Pixel> &run) : step(static_cast<uint32_t>(run.outputStep)), weights(run.weights)
+    explicit RowGroupPasses(const RowGroup<Pixel> &group)
+        : step(static_cast<uint32_t>(group.outputStep)), weights(group.weights)
     {}
 
-    static void sampleRows(const BandTaps<Pixel> *taps, int64_t pitch, int32_t rows, Line *lines)
+    static void sample(Words fractions, const Words *taps, Line *line, int32_t at)
     {
-        for (int32_t i = 0; i < rows; ++i) {
-            const __m256i rowFraction = _mm256_set1_epi16(static_cast<int16_t>(taps[i].rowFraction));
-            for (int32_t x = 0; x < taps[i].count; x += 16) {
-                const __m256i sum = _mm256_add_epi16(load(taps[i].columnFractions + x), rowFraction);
-                const __m256i stays = _mm256_cmpeq_epi16(_mm256_max_epu16(sum, rowFraction), sum);
-                __m256i t[Rule::kTaps + 1];
-                for (int32_t k = 0; k <= Rule::kTaps; ++k)
-                    t[k] = loadWords(taps[i].copy + k * pitch + x);
-                for (int32_t k = 0; k < Rule::kTaps; ++k)
-                    t[k] = _mm256_blendv_epi8(t[k + 1], t[k], stays);
-                Combine::combine(sum, t, lines[i].entries + x);
-            }
-        }
+        Kernel::sample(fractions, taps, line->entries + at);
     }
-    void outputRows(const Line *lines, int32_t rows, int32_t width, const BandOutput *outputs) const
+    static void sampleRows(const RowTaps<Pixel> *taps, int64_t pitch, int32_t rows, Line *lines)
+    {
+        sampleRowsOf<Words, RowGroupPasses>(taps, pitch, rows, lines);
+    }
+    void outputRows(const Line *lines, int32_t rows, int32_t width, const RowOutput *outputs) const
     {
         for (int32_t i = 0; i < rows; ++i)
-            kOutputs(
+            outputLine<Kernel, kAdd>(
                 {lines[i].entries, static_cast<uint32_t>(outputs[i].position), step, width, weights, outputs[i].dst});
     }
 };
@@ -162,5 +149,18 @@ struct BandPasses {
 } // namespace kip::avx2
 
 KIP_TARGET_END
+
+namespace kip {
+
+// Outside the region: asking is for every processor.
+template <typename Rule, bool kAdd>
+PlanKernels<Rule> planKernelsAvx2()
+{
+    using Kernel = avx2::RowKernel<Rule>;
+    return {avx2::sampleLine<Kernel>, avx2::outputLine<Kernel, kAdd>, copyStripSse2<typename Rule::Pixel>,
+            resampleRowGroup<avx2::RowGroupPasses<Kernel, kAdd>>};
+}
+
+} // namespace kip
 
 #endif

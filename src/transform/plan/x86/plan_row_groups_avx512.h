@@ -1,24 +1,25 @@
-#ifndef KIP_TRANSFORM_PLAN_X86_PLAN_BANDS_AVX512_H
-#define KIP_TRANSFORM_PLAN_X86_PLAN_BANDS_AVX512_H
+#ifndef KIP_TRANSFORM_PLAN_X86_PLAN_ROW_GROUPS_AVX512_H
+#define KIP_TRANSFORM_PLAN_X86_PLAN_ROW_GROUPS_AVX512_H
 
-// What the AVX-512 band kernels of both depths share. Included after every other header.
+// Groups of rows, by AVX-512, for all modes and both sizes of pixels. Included after every other header.
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
-#include "support/target_region.h"
 #include "support/x86/block_transpose_avx512.h"
-#include "support/x86/x86_intrinsics.h"
-#include "transform/plan/x86/plan_bands_x86.h"
+#include "transform/plan/x86/plan_kernels_x86.h"
+#include "transform/plan/x86/plan_row_groups_x86.h"
+#include "transform/plan/x86/plan_words_avx512.h"
 
-KIP_TARGET_BEGIN("avx2,avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi")
+#include "transform/plan/x86/plan_samples_x86.h"
+
+KIP_TARGET_BEGIN(KIP_PLAN_TARGET)
 
 namespace kip::avx512 {
 
-inline constexpr int32_t kGroup = 32; // lanes of a word each
-
-// ---- The copy of a band -------------------------------------------------------------------------------------------
+// ---- The copy of a group's footprint
+// -------------------------------------------------------------------------------------------
 
 template <typename Pixel>
 inline constexpr int32_t kBlock = kQuarterPixels<Pixel>;
@@ -74,15 +75,15 @@ struct BlockIndex {
 
 // The rows count from the uppermost one that any column starts at.
 template <typename Pixel>
-inline BlockIndex blockIndex(const BandBlock<Pixel> &run)
+inline BlockIndex blockIndex(const CopyBlock<Pixel> &block)
 {
-    constexpr int32_t block = kBlock<Pixel>;
+    constexpr int32_t size = kBlock<Pixel>;
     const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-    const __m512i columns = _mm512_and_si512(lanes, _mm512_set1_epi32(block - 1));
-    const __m512i positions = _mm512_add_epi32(_mm512_set1_epi32(static_cast<int32_t>(run.position & 0xFFFF)),
-                                               _mm512_mullo_epi32(columns, _mm512_set1_epi32(run.shear)));
-    const __m512i starts = _mm512_add_epi32(_mm512_srai_epi32(positions, 16), _mm512_set1_epi32(run.start(0)));
-    const __m512i places = run.majorStep < 0 ? _mm512_sub_epi32(_mm512_set1_epi32(block - 1), columns) : columns;
+    const __m512i columns = _mm512_and_si512(lanes, _mm512_set1_epi32(size - 1));
+    const __m512i positions = _mm512_add_epi32(_mm512_set1_epi32(static_cast<int32_t>(block.position & 0xFFFF)),
+                                               _mm512_mullo_epi32(columns, _mm512_set1_epi32(block.shear)));
+    const __m512i starts = _mm512_add_epi32(_mm512_srai_epi32(positions, 16), _mm512_set1_epi32(block.start(0)));
+    const __m512i places = block.majorStep < 0 ? _mm512_sub_epi32(_mm512_set1_epi32(size - 1), columns) : columns;
     if constexpr (sizeof(Pixel) == 1) {
         const __m512i within =
             _mm512_setr_epi32(0, 0, 0, 0, 0x01010101, 0x01010101, 0x01010101, 0x01010101, 0x02020202, 0x02020202,
@@ -104,7 +105,7 @@ inline BlockIndex blockIndex(const BandBlock<Pixel> &run)
 
 // Copies whole quads of lines. kRegisters of four rows hold all that four lines of the copy come from.
 template <typename Pixel, int kRegisters>
-inline void straightenBlock(const BandBlock<Pixel> &block, int32_t quads)
+inline void straightenBlock(const CopyBlock<Pixel> &block, int32_t quads)
 {
     const BlockIndex index = blockIndex(block);
     const int64_t pitch = block.minorStep;
@@ -130,7 +131,7 @@ inline void straightenBlock(const BandBlock<Pixel> &block, int32_t quads)
 
 // Writes whole blocks of lines, of which count are read.
 template <typename Pixel>
-inline void transposeBlock(const BandBlock<Pixel> &block)
+inline void transposeBlock(const CopyBlock<Pixel> &block)
 {
     constexpr int32_t size = kBlock<Pixel>;
     for (int32_t k = 0; k < block.count; k += 4 * size) {
@@ -164,13 +165,13 @@ template <typename Pixel>
 struct BlockCopier {
     static constexpr int32_t kColumns = kBlock<Pixel>;
 
-    static int32_t registersOf(const BandBlock<Pixel> &block) { return (block.spread + 3) / 4 + 1; }
-    static int32_t quadsOf(const BandBlock<Pixel> &block) { return (block.count + 3) / 4; }
-    static int32_t linesRead(const BandBlock<Pixel> &block)
+    static int32_t registersOf(const CopyBlock<Pixel> &block) { return (block.spread + 3) / 4 + 1; }
+    static int32_t quadsOf(const CopyBlock<Pixel> &block) { return (block.count + 3) / 4; }
+    static int32_t linesRead(const CopyBlock<Pixel> &block)
     {
         return block.minorStep == 1 ? block.spread + block.count : 4 * (quadsOf(block) + registersOf(block) - 1);
     }
-    static void straighten(const BandBlock<Pixel> &block)
+    static void straighten(const CopyBlock<Pixel> &block)
     {
         switch (registersOf(block)) {
         case 1:
@@ -185,20 +186,10 @@ struct BlockCopier {
             return straightenBlock<Pixel, 5>(block, quadsOf(block));
         }
     }
-    static void transpose(const BandBlock<Pixel> &block) { transposeBlock(block); }
+    static void transpose(const CopyBlock<Pixel> &block) { transposeBlock(block); }
 };
 
-// ---- Fractions and weights ----------------------------------------------------------------------------------------
-
-inline __m512i load(const void *at)
-{
-    return _mm512_loadu_si512(at);
-}
-
-inline __m512i word(int32_t value)
-{
-    return _mm512_set1_epi16(static_cast<int16_t>(value));
-}
+// ---- The second pass ----------------------------------------------------------------------------------------------
 
 // start + n * step for n = first to first + 15.
 inline __m512i positionsFrom(int32_t start, int32_t step, int32_t first)
@@ -213,61 +204,25 @@ inline __m512i lowWords(__m512i first, __m512i second)
     return _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi32_epi16(first)), _mm512_cvtepi32_epi16(second), 1);
 }
 
-// The four cubic weights of 32 phases (0 to 255). They are whole-number polynomials of the phase p (q = 256 - p):
-//   w0 = -(p q q >> 10)     w1 = 32768 - p p + (p p (3 p - 256) >> 10), at most 32767
-// and w3, w2 the same with p and q exchanged; the shifts round down. Words hold every step of it.
-struct CubicWeights {
-    __m512i w[4];
+// A row's pixels: up to three groups of 32.
+constexpr int32_t kOutputGroups = kGroupWidth / Words::kCount;
+
+// Where the pixels of a group lie on the line, but for the row's own start: from its origin on.
+struct GroupSteps {
+    __m512i fractions, indices; // as words
+    int32_t origin;
+
+    static GroupSteps of(int32_t group, int32_t step)
+    {
+        const int32_t first = Words::kCount * group;
+        const int32_t origin = (first * step) >> 16;
+        const __m512i low = positionsFrom(-(origin << 16), step, first);
+        const __m512i high = positionsFrom(-(origin << 16), step, first + 16);
+        return {lowWords(low, high), lowWords(_mm512_srli_epi32(low, 16), _mm512_srli_epi32(high, 16)), origin};
+    }
 };
 
-inline __m512i outerWeight(__m512i pq, __m512i q)
-{
-    return _mm512_sub_epi16(_mm512_setzero_si512(), _mm512_mulhi_epu16(pq, _mm512_slli_epi16(q, 6)));
-}
-
-inline __m512i innerWeight(__m512i p)
-{
-    const __m512i square = _mm512_mullo_epi16(p, p);
-    const __m512i factor =
-        _mm512_slli_epi16(_mm512_sub_epi16(_mm512_add_epi16(p, _mm512_add_epi16(p, p)), word(256)), 6);
-    // An unsigned by signed high product: the square may have its top bit set.
-    const __m512i high =
-        _mm512_add_epi16(_mm512_mulhi_epi16(square, factor), _mm512_and_si512(_mm512_srai_epi16(square, 15), factor));
-    const __m512i weight = _mm512_add_epi16(_mm512_sub_epi16(word(INT16_MIN), square), high);
-    return _mm512_min_epu16(weight, word(INT16_MAX));
-}
-
-inline CubicWeights cubicWeights(__m512i p)
-{
-    const __m512i q = _mm512_sub_epi16(word(256), p);
-    const __m512i pq = _mm512_mullo_epi16(p, q);
-    // At phase 0 the square of q leaves a word; the weight there is 0.
-    const __m512i w2 = _mm512_maskz_mov_epi16(_mm512_test_epi16_mask(p, p), innerWeight(q));
-    return {{outerWeight(pq, q), innerWeight(p), w2, outerWeight(pq, p)}};
-}
-
-// Weights in pairs, in the order of an unpack.
-struct WeightPairs {
-    __m512i low01, high01, low23, high23;
-};
-
-inline WeightPairs weightPairs(const CubicWeights &weights)
-{
-    return {_mm512_unpacklo_epi16(weights.w[0], weights.w[1]), _mm512_unpackhi_epi16(weights.w[0], weights.w[1]),
-            _mm512_unpacklo_epi16(weights.w[2], weights.w[3]), _mm512_unpackhi_epi16(weights.w[2], weights.w[3])};
-}
-
-inline __m512i weighPairs(__m512i pairs01, __m512i pairs23, __m512i weights01, __m512i weights23)
-{
-    return _mm512_add_epi32(_mm512_madd_epi16(pairs01, weights01), _mm512_madd_epi16(pairs23, weights23));
-}
-
-// ---- The second pass ----------------------------------------------------------------------------------------------
-
-// Where the pixels of a row lie, but for the row's own start: up to three groups of 32.
-constexpr int32_t kOutputGroups = kBandWidth / kGroup;
-
-// For kernels that take 16 pixels at a time from one register of words.
+// The same for kernels that take 16 pixels at a time from one register of words.
 struct HalfGroupSteps {
     __m512i positions[2 * kOutputGroups]; // from the origins
     int32_t origins[2 * kOutputGroups];
@@ -291,21 +246,21 @@ inline __m512i pairIndex(__m512i positions)
     return _mm512_add_epi32(both, _mm512_set1_epi32(0x00010000));
 }
 
-// The cubic weights of 32 pixels, paired: low ones for positions[0], high ones for positions[1].
-inline WeightPairs outputWeights(__m512i first, __m512i second)
+// The cubic weights of 32 pixels, paired: low ones for the first sixteen positions, high ones for the second.
+inline WeightPairs<Words> outputWeights(__m512i first, __m512i second)
 {
     const __m512i mask = _mm512_set1_epi32(0xFFFF);
-    const __m512i fractions = _mm512_packus_epi32(_mm512_and_si512(first, mask), _mm512_and_si512(second, mask));
-    return weightPairs(cubicWeights(_mm512_srli_epi16(fractions, 8)));
+    const Words fractions = {_mm512_packus_epi32(_mm512_and_si512(first, mask), _mm512_and_si512(second, mask))};
+    return weightPairs(cubicWeights(fractions));
 }
 
 inline __mmask32 lanesOf(int32_t count)
 {
-    return count >= kGroup ? ~__mmask32{0} : (__mmask32{1} << count) - 1;
+    return count >= Words::kCount ? ~__mmask32{0} : (__mmask32{1} << count) - 1;
 }
 
 template <bool kAdd>
-inline void emitBytes(void *dst, int32_t first, __mmask32 lanes, __m256i bytes)
+inline void emitPixels(void *dst, int32_t first, __mmask32 lanes, __m256i bytes)
 {
     if constexpr (kAdd) {
         auto *const sums = static_cast<uint32_t *>(dst) + first;
@@ -326,56 +281,62 @@ inline void emitBytes(void *dst, int32_t first, __mmask32 lanes, __m256i bytes)
     }
 }
 
-inline void emitWords(void *dst, int32_t first, __mmask32 lanes, __m512i words)
+template <bool kAdd>
+inline void emitPixels(void *dst, int32_t first, __mmask32 lanes, Words words)
 {
+    static_assert(!kAdd, "16-bit pixels are only stored");
     auto *const pixels = static_cast<uint16_t *>(dst) + first;
     if (lanes == ~__mmask32{0})
-        _mm512_storeu_si512(pixels, words);
+        _mm512_storeu_si512(pixels, words.v);
     else
-        _mm512_mask_storeu_epi16(pixels, lanes, words);
+        _mm512_mask_storeu_epi16(pixels, lanes, words.v);
 }
 
-// ---- Rows ---------------------------------------------------------------------------------------------------------
+// ---- The two passes -----------------------------------------------------------------------------------------------
 
-// Samples of 32 columns: the sum of the fractions of column and row, and where it carries.
-struct ColumnGroup {
-    __m512i fractions;
-    __mmask32 carried;
-};
+// What a mode and a size of pixels make of registers:
+//   Rule
+//   Line                                  what is kept of a row between the passes
+//   RowKernel(step)
+//   sample(fractions, taps, line, at)     the first pass of 32 samples
+//   output(line, outputPosition, first)   the second pass of 32 pixels: words, or bytes
+// Each one is defined in a file of its own, such as plan_cubic16_avx512.cpp.
+template <typename Rule>
+struct RowKernel;
 
-// Runs the rows of a band in groups of 32. Kernel:
-//   Rule, Line
-//   Kernel(step)
-//   sample(taps, pitch, group, line, at)
-//   output(line, outputPosition, first, lanes, dst)
-template <typename Kernel>
-struct InGroups : Kernel {
+template <typename Kernel, bool kAdd>
+struct RowGroupPasses : Kernel {
     using Pixel = typename Kernel::Rule::Pixel;
     using Copier = BlockCopier<Pixel>;
     using Line = typename Kernel::Line;
 
-    explicit InGroups(const BandRun<Pixel> &run) : Kernel(run.outputStep) {}
+    explicit RowGroupPasses(const RowGroup<Pixel> &group) : Kernel(group.outputStep) {}
 
-    void sampleRows(const BandTaps<Pixel> *taps, int64_t pitch, int32_t rows, Line *lines) const
+    static void sampleRows(const RowTaps<Pixel> *taps, int64_t pitch, int32_t rows, Line *lines)
     {
-        for (int32_t i = 0; i < rows; ++i) {
-            const __m512i rowFraction = word(static_cast<int32_t>(taps[i].rowFraction));
-            for (int32_t x = 0; x < taps[i].count; x += kGroup) {
-                const __m512i sum = _mm512_add_epi16(load(taps[i].columnFractions + x), rowFraction);
-                this->sample(taps[i].copy + x, pitch, {sum, _mm512_cmplt_epu16_mask(sum, rowFraction)}, &lines[i], x);
-            }
-        }
+        sampleRowsOf<Words, Kernel>(taps, pitch, rows, lines);
     }
-    void outputRows(const Line *lines, int32_t rows, int32_t width, const BandOutput *outputs) const
+    void outputRows(const Line *lines, int32_t rows, int32_t width, const RowOutput *outputs) const
     {
         for (int32_t i = 0; i < rows; ++i)
-            for (int32_t n = 0; n < width; n += kGroup)
-                this->output(lines[i], outputs[i].position, n, lanesOf(width - n), outputs[i].dst);
+            for (int32_t n = 0; n < width; n += Words::kCount)
+                emitPixels<kAdd>(outputs[i].dst, n, lanesOf(width - n), this->output(lines[i], outputs[i].position, n));
     }
 };
 
 } // namespace kip::avx512
 
 KIP_TARGET_END
+
+namespace kip {
+
+// Outside the region: asking is for every processor.
+template <typename Rule, bool kAdd>
+RowGroupKernel<typename Rule::Pixel> *rowGroupKernelAvx512()
+{
+    return resampleRowGroup<avx512::RowGroupPasses<avx512::RowKernel<Rule>, kAdd>>;
+}
+
+} // namespace kip
 
 #endif
