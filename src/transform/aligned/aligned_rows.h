@@ -1,10 +1,10 @@
 #ifndef KIP_TRANSFORM_ALIGNED_ALIGNED_ROWS_H
 #define KIP_TRANSFORM_ALIGNED_ALIGNED_ROWS_H
 
+// The portable kernels of aligned maps, which define what is moved where.
+
 #include <algorithm>
 #include <cstdint>
-
-#include "support/target_region.h"
 
 namespace kip {
 
@@ -18,21 +18,8 @@ struct Rows {
     Pixel *row(int64_t r) const { return first + r * pitch; }
 };
 
-// What aligned maps are made of, from one memory to another. No two of them overlap.
-template <typename Pixel>
-struct AlignedKernels {
-    // output(r, c) := input(c, r); as many rows as the other has columns.
-    void (*transpose)(const Rows<const Pixel> &input, const Rows<Pixel> &output);
-    // dst[n] := src[count - 1 - n]
-    void (*reverse)(const Pixel *src, int64_t count, Pixel *dst);
-};
-
-// The kernels for a set of ksys_feature... bits: the portable ones, replaced level by level by what runs, and runs
-// well, on such a processor. A pure function; for uint8_t and uint16_t.
-template <typename Pixel>
-AlignedKernels<Pixel> alignedKernels(uint32_t features);
-
-// Walks blocks: both the rows that are written and the columns that are read then stay in the first-level cache.
+// output(r, c) := input(c, r); as many rows as the other has columns. Walks blocks: both the rows that are written and
+// the columns that are read then stay in the first-level cache.
 template <typename Pixel>
 void transposePortable(const Rows<const Pixel> &input, const Rows<Pixel> &output)
 {
@@ -48,29 +35,12 @@ void transposePortable(const Rows<const Pixel> &input, const Rows<Pixel> &output
     }
 }
 
+// dst[n] := src[count - 1 - n]
 template <typename Pixel>
 void reversePortable(const Pixel *src, int64_t count, Pixel *dst)
 {
     std::reverse_copy(src, src + count, dst);
 }
-
-#if defined(KIP_HAS_X86_VARIANTS)
-
-// SSE2, which every x86-64 processor has.
-void transpose8Sse2(const Rows<const uint8_t> &input, const Rows<uint8_t> &output);
-void transpose16Sse2(const Rows<const uint16_t> &input, const Rows<uint16_t> &output);
-void reverse8Sse2(const uint8_t *src, int64_t count, uint8_t *dst);
-void reverse16Sse2(const uint16_t *src, int64_t count, uint16_t *dst);
-
-// AVX2.
-void reverse8Avx2(const uint8_t *src, int64_t count, uint8_t *dst);
-void reverse16Avx2(const uint16_t *src, int64_t count, uint16_t *dst);
-
-// AVX-512 F, BW.
-void transpose8Avx512(const Rows<const uint8_t> &input, const Rows<uint8_t> &output);
-void transpose16Avx512(const Rows<const uint16_t> &input, const Rows<uint16_t> &output);
-
-#endif
 
 } // namespace kip
 

@@ -5,6 +5,7 @@
 
 #include "support/pixel_check.h"
 #include "support/processor_features.h"
+#include "transform/aligned/aligned_kernel_choice.h"
 #include "transform/aligned/aligned_rows.h"
 
 namespace {

@@ -1,4 +1,6 @@
-#include "transform/aligned/aligned_rows.h"
+#include "transform/aligned/x86/aligned_rows_x86.h"
+
+#include "support/target_region.h"
 
 #if defined(KIP_HAS_X86_VARIANTS)
 
@@ -8,10 +10,8 @@ KIP_TARGET_BEGIN("avx2")
 
 namespace kip {
 
-namespace {
-
 template <typename Pixel>
-inline void reverseAvx2(const Pixel *src, int64_t count, Pixel *dst)
+void reverseAvx2(const Pixel *src, int64_t count, Pixel *dst)
 {
     constexpr int64_t block = sizeof(__m256i) / sizeof(Pixel);
     const __m256i order =
@@ -29,17 +29,8 @@ inline void reverseAvx2(const Pixel *src, int64_t count, Pixel *dst)
     move(count - block); // writes some pixels again
 }
 
-} // namespace
-
-void reverse8Avx2(const uint8_t *src, int64_t count, uint8_t *dst)
-{
-    reverseAvx2(src, count, dst);
-}
-
-void reverse16Avx2(const uint16_t *src, int64_t count, uint16_t *dst)
-{
-    reverseAvx2(src, count, dst);
-}
+template void reverseAvx2(const uint8_t *src, int64_t count, uint8_t *dst);
+template void reverseAvx2(const uint16_t *src, int64_t count, uint16_t *dst);
 
 } // namespace kip
 

@@ -1,4 +1,6 @@
-#include "transform/aligned/aligned_rows.h"
+#include "transform/aligned/x86/aligned_rows_x86.h"
+
+#include "support/target_region.h"
 
 #if defined(KIP_HAS_X86_VARIANTS)
 
@@ -29,6 +31,18 @@ void transposeTile(const Rows<const Pixel> &input, Pixel *tile)
             tile[x * kTile<Pixel> + y] = input.row(y)[x];
 }
 
+// The pixels of a register in reversed order.
+template <typename Pixel>
+__m128i reversed(__m128i v)
+{
+    if (sizeof(Pixel) == 1)
+        v = _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+    v = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, _MM_SHUFFLE(0, 1, 2, 3)), _MM_SHUFFLE(0, 1, 2, 3));
+    return _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2));
+}
+
+} // namespace
+
 // By way of a tile of its own, so that every cache line of either side is touched once: with a pitch of a power of
 // two, the lines of a block of rows share a few sets of the cache and soon drive each other out.
 template <typename Pixel>
@@ -51,16 +65,6 @@ void transposeSse2(const Rows<const Pixel> &input, const Rows<Pixel> &output)
     }
 }
 
-// The pixels of a register in reversed order.
-template <typename Pixel>
-__m128i reversed(__m128i v)
-{
-    if (sizeof(Pixel) == 1)
-        v = _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
-    v = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, _MM_SHUFFLE(0, 1, 2, 3)), _MM_SHUFFLE(0, 1, 2, 3));
-    return _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2));
-}
-
 template <typename Pixel>
 void reverseSse2(const Pixel *src, int64_t count, Pixel *dst)
 {
@@ -73,27 +77,10 @@ void reverseSse2(const Pixel *src, int64_t count, Pixel *dst)
     reversePortable(src, count - n, dst + n);
 }
 
-} // namespace
-
-void transpose8Sse2(const Rows<const uint8_t> &input, const Rows<uint8_t> &output)
-{
-    transposeSse2(input, output);
-}
-
-void transpose16Sse2(const Rows<const uint16_t> &input, const Rows<uint16_t> &output)
-{
-    transposeSse2(input, output);
-}
-
-void reverse8Sse2(const uint8_t *src, int64_t count, uint8_t *dst)
-{
-    reverseSse2(src, count, dst);
-}
-
-void reverse16Sse2(const uint16_t *src, int64_t count, uint16_t *dst)
-{
-    reverseSse2(src, count, dst);
-}
+template void transposeSse2(const Rows<const uint8_t> &input, const Rows<uint8_t> &output);
+template void transposeSse2(const Rows<const uint16_t> &input, const Rows<uint16_t> &output);
+template void reverseSse2(const uint8_t *src, int64_t count, uint8_t *dst);
+template void reverseSse2(const uint16_t *src, int64_t count, uint16_t *dst);
 
 } // namespace kip
 
