@@ -17,6 +17,7 @@
 #include "support/draw_call.h"
 #include "support/failing_allocator.h"
 #include "support/levels.h"
+#include "support/records.h"
 
 namespace kip::test {
 
@@ -65,26 +66,42 @@ Random caseRandom(const Options &options, int64_t number)
     return Random(Random(options.seed).next() + static_cast<uint64_t>(number) * 0xD1342543DE82EF95);
 }
 
+// Makes a call another one by a single number.
+void changeOne(Random &random, SamplingCall *call)
+{
+    kip_affineSampleParams &params = call->params;
+    int32_t *const counts[] = {&call->x,     &call->y,           &call->width,    &call->height,      &params.destWidth,
+                               &call->pitch, &params.destHeight, &call->result.x, &call->result.pitch};
+    int32_t *const count = random.pick(counts);
+    if (random.oneIn(3))
+        (random.oneIn(2) ? params.rect : call->srcFromClient).*random.pick(kElements) += random.between(-1.0, 1.0);
+    else if (random.oneIn(8))
+        params.mode ^= 1;
+    else if (count == &call->pitch || count == &call->result.pitch)
+        *count += *count < 0 ? -1 : 1;
+    else if (*count > 1)
+        --*count;
+}
+
 // With a cache that holds another call's geometry, or the same, from this form or another.
 Outcome runCached(SamplingCall call, const CallMemory &memory, Random &random)
 {
     kip_affineSampleCache *cache = nullptr;
     kip_affineSampleCache_construct(&cache);
     SamplingCall earlier = call;
-    if (random.oneIn(2))
+    if (random.oneIn(2)) {
         earlier.operation = random.pick(kOperations);
-    if (!takesCache(earlier.operation))
-        earlier.operation = call.operation;
-    if (random.oneIn(4))
-        earlier.bytesPerPixel = 3 - call.bytesPerPixel;
+        if (!takesCache(earlier.operation))
+            earlier.operation = call.operation;
+        if (random.oneIn(4))
+            earlier.bytesPerPixel = 3 - call.bytesPerPixel;
+        if (random.oneIn(4))
+            earlier.result.isBound = false;
+    }
     if (random.oneIn(2))
-        earlier.params.mode = static_cast<uint32_t>(random.between(0, 3));
-    if (random.oneIn(2))
-        earlier.params.rect.tx += random.between(-1.0, 1.0);
-    if (random.oneIn(4))
-        earlier.result.isBound = false;
-    if (random.oneIn(4))
-        earlier.params.destWidth += random.between32(0, 3);
+        changeOne(random, &earlier);
+    if (random.oneIn(8)) // which fails
+        random.oneIn(2) ? earlier.params.rect.e2 = kNan : earlier.srcFromClient.ty = kNan;
     const Outcome primed = runCall(earlier, memory, &cache);
     Outcome outcome = runCall(call, memory, &cache);
     outcome.fault += primed.fault;
