@@ -73,8 +73,10 @@ void changeOne(Random &random, SamplingCall *call)
     int32_t *const counts[] = {&call->x,     &call->y,           &call->width,    &call->height,      &params.destWidth,
                                &call->pitch, &params.destHeight, &call->result.x, &call->result.pitch};
     int32_t *const count = random.pick(counts);
+    kmath_xformLinear *const map = random.oneIn(2) ? &params.rect : &call->srcFromClient;
+    const auto element = random.pick(kElements);
     if (random.oneIn(3))
-        (random.oneIn(2) ? params.rect : call->srcFromClient).*random.pick(kElements) += random.between(-1.0, 1.0);
+        map->*element += random.between(-1.0, 1.0);
     else if (random.oneIn(8))
         params.mode ^= 1;
     else if (count == &call->pitch || count == &call->result.pitch)
