@@ -118,13 +118,14 @@ TEST(Image, SharesPixelsAndKeepsItsMap)
         Image a, b;
         EXPECT_EQ(kimg_image_assignNew(a.get(), 2, 5, 3), 0);
         firstByte(*a.get())[0] = 7;
-        a.setMap(map);
-        a.place(-4, 9);
+        kimg_image_setLinearImageFromClientXform(a.get(), &map);
+        a.get()->x = -4;
+        a.get()->y = 9;
         EXPECT_EQ(kimg_image_assign(b.get(), a.get()), 0);
         EXPECT_EQ(firstByte(*b.get()), firstByte(*a.get()));
         EXPECT_EQ(rectOf(*b.get()), (kstd_rect32{-4, 9, 5, 3}));
         EXPECT_EQ(b.map(), map);
-        b.setMap(kIdentity); // its own from here on
+        kimg_image_setLinearImageFromClientXform(b.get(), &kIdentity); // its own from here on
         EXPECT_EQ(a.map(), map);
         EXPECT_EQ(kimg_image_assignNew(a.get(), 1, 2, 2), 0); // other pixels, the same map
         EXPECT_EQ(a.map(), map);
