@@ -81,7 +81,7 @@ void changeOne(Random &random, SamplingCall *call)
         params.mode ^= 1;
     else if (count == &call->pitch || count == &call->result.pitch)
         *count += *count < 0 ? -1 : 1;
-    else if (*count > 1)
+    else if (*count > 1 || count == &call->x || count == &call->y || count == &call->result.x)
         --*count;
 }
 
@@ -102,9 +102,13 @@ Outcome runCached(SamplingCall call, const CallMemory &memory, Random &random)
     }
     if (random.oneIn(2))
         changeOne(random, &earlier);
-    if (random.oneIn(8)) // which fails
-        random.oneIn(2) ? earlier.params.rect.e2 = kNan : earlier.srcFromClient.ty = kNan;
     const Outcome primed = runCall(earlier, memory, &cache);
+    if (random.oneIn(8)) { // one that fails half way
+        runCall(call, memory, &cache);
+        earlier.params.rect.tx += 1.0;
+        earlier.srcFromClient.ty = kNan;
+        runCall(earlier, memory, &cache);
+    }
     Outcome outcome = runCall(call, memory, &cache);
     outcome.fault += primed.fault;
     kip_affineSampleCache_destruct(&cache);
