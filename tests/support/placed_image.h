@@ -2,7 +2,9 @@
 #define KIP_TESTS_SUPPORT_PLACED_IMAGE_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -19,6 +21,11 @@ namespace kip::test {
 inline constexpr kmath_xformLinear kMapBefore = {7, -3, 2, 0.5, 0.25, 4};
 inline constexpr uint8_t kBefore = 0x5A;
 
+// Canaries: what lies round the rows of an image and in the gaps between them, up to kCanaryReach bytes away, is filled
+// before a call and must be as it was afterwards.
+inline constexpr uint8_t kCanary = 0xC3;
+inline constexpr ptrdiff_t kCanaryReach = 256;
+
 // An image in guarded memory, or an unbound one. Its rows are taken as bytes.
 class PlacedImage {
 public:
@@ -29,11 +36,14 @@ public:
         status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
         if (!place.isBound || status < 0)
             return;
-        rows = placeRows<uint8_t>(memory, guard, place.width * bytesPerPixel, place.height, place.pitch * bytesPerPixel,
-                                  place.misalignment);
+        rowBytes = ptrdiff_t{place.width} * bytesPerPixel;
+        pitchBytes = std::abs(ptrdiff_t{place.pitch}) * bytesPerPixel;
+        const ptrdiff_t bytes = pitchBytes * (place.height - 1) + rowBytes;
+        lowest = memory.place(static_cast<size_t>(bytes + place.misalignment), guard) +
+                 (guard == Guard::before ? place.misalignment : 0);
+        end = lowest + bytes;
         kimg_image_destruct(&image);
-        status =
-            kimg_image_constructExternal(&image, bytesPerPixel, place.width, place.height, place.pitch, rows.first);
+        status = kimg_image_constructExternal(&image, bytesPerPixel, place.width, place.height, place.pitch, row(0));
         if (status >= 0)
             status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
         image.x = place.x;
@@ -65,23 +75,31 @@ public:
     {
         if (!place.isBound)
             return;
-        putCanaries(memory, rows);
+        std::memset(canariesBegin(), kCanary, static_cast<size_t>(canariesEnd() - canariesBegin()));
         for (int32_t y = 0; y < place.height; ++y)
-            std::memset(rows.row(y), value, static_cast<size_t>(rows.width));
+            std::memset(row(y), value, static_cast<size_t>(rowBytes));
     }
     void fillRows(const std::vector<uint8_t> &noise, uint64_t seed) const
     {
         for (int32_t y = 0; place.isBound && y < place.height; ++y) {
             size_t at = (seed + 977 * uint64_t(y)) % noise.size();
-            for (size_t done = 0; done < size_t(rows.width); at = 0) {
-                const size_t count = std::min(size_t(rows.width) - done, noise.size() - at);
-                std::memcpy(rows.row(y) + done, noise.data() + at, count);
+            for (size_t done = 0; done < size_t(rowBytes); at = 0) {
+                const size_t count = std::min(size_t(rowBytes) - done, noise.size() - at);
+                std::memcpy(row(y) + done, noise.data() + at, count);
                 done += count;
             }
         }
     }
 
-    std::string strayWrite() const { return place.isBound ? findDeadCanary(memory, rows) : ""; }
+    std::string strayWrite() const
+    {
+        if (!place.isBound)
+            return "";
+        bool isAlive = isAll(canariesBegin(), lowest, kCanary) && isAll(end, canariesEnd(), kCanary);
+        for (const uint8_t *at = lowest; isAlive && at + pitchBytes < end; at += pitchBytes)
+            isAlive = isAll(at + rowBytes, at + pitchBytes, kCanary);
+        return isAlive ? "" : "stray write round an image; ";
+    }
 
     // Whether only pixels at columns below width and rows below height, as the image is placed, were written.
     std::string writtenBeyond(int64_t width, int64_t height) const
@@ -90,8 +108,8 @@ public:
             const bool isReached = int64_t{place.y} + y >= 0 && int64_t{place.y} + y < height;
             const int64_t left = isReached ? std::clamp<int64_t>(-int64_t{place.x}, 0, place.width) : place.width;
             const int64_t right = isReached ? std::clamp<int64_t>(width - place.x, left, place.width) : place.width;
-            if (!isAll(rows.row(y), rows.row(y) + left * bytesPerPixel, kBefore) ||
-                !isAll(rows.row(y) + right * bytesPerPixel, rows.row(y) + rows.width, kBefore))
+            if (!isAll(row(y), row(y) + left * bytesPerPixel, kBefore) ||
+                !isAll(row(y) + right * bytesPerPixel, row(y) + rowBytes, kBefore))
                 return "write where no result belongs; ";
         }
         return "";
@@ -129,10 +147,15 @@ public:
     int32_t status = 0;
 
 private:
+    uint8_t *row(int32_t y) const { return lowest + pitchBytes * (place.pitch < 0 ? place.height - 1 - y : y); }
+    uint8_t *canariesBegin() const { return lowest - std::min(kCanaryReach, lowest - memory.begin()); }
+    uint8_t *canariesEnd() const { return end + std::min(kCanaryReach, memory.end() - end); }
+
     const GuardedMemory &memory;
     const Target place;
     const int32_t bytesPerPixel;
-    PixelRows<uint8_t> rows{};
+    ptrdiff_t rowBytes = 0, pitchBytes = 0;
+    uint8_t *lowest = nullptr, *end = nullptr; // where its rows lie in memory
 };
 
 } // namespace kip::test
