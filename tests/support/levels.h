@@ -23,7 +23,7 @@ inline std::vector<Level> availableLevels()
         {"packed", packed},
         {"AVX2", avx2},
         {"AVX-512", avx2 | ksys_featureAvx512},
-        {"AVX-512 VBMI", avx2 | ksys_featureAvx512 | ksys_featureAvx512Vbmi},
+        {"AVX-512-VBMI", avx2 | ksys_featureAvx512 | ksys_featureAvx512Vbmi},
     };
     ksys_cpuinfo processor;
     ksys_cpuinfo_init(&processor);
