@@ -1,4 +1,4 @@
-// Whatever fails inside a call, allocations, attention, threads: a status comes back, what the headers promise to be
+// Whatever memory or threads a call cannot have: a status comes back, what the headers promise to be
 // left alone is, nothing leaks, and the next call is right.
 
 #include <atomic>
@@ -141,48 +141,6 @@ TEST_P(Faults, FailedAllocationsLeaveNoTrace)
     if (GetParam() <= Operation::transformClipped) {
         EXPECT_GT(refuseAllocations(drawServed(true), false), 3) << "no jobs";
     }
-}
-
-struct Attention {
-    int32_t refusedCheck, checks;
-};
-
-int32_t countCheck(void *context)
-{
-    auto *const attention = static_cast<Attention *>(context);
-    return ++attention->checks == attention->refusedCheck ? kStopped : 0;
-}
-
-TEST_P(Faults, AttentionStopsAtEachOfItsPoints)
-{
-    FailingAllocator allocator;
-    int32_t stops = 0;
-    for (int n = 0; n < 100; ++n) {
-        const Served served = drawServed();
-        SCOPED_TRACE(describe(served.call));
-        kip_affineSampleCache *cache = nullptr;
-        kip_affineSampleCache **const handle = takesCache(GetParam()) && n % 2 == 0 ? &cache : nullptr;
-        EXPECT_EQ(kip_affineSampleCache_construct(&cache), 0);
-        for (Attention attention = {1, 0};; ++attention.refusedCheck, ++stops) {
-            attention.checks = 0;
-            ksys_attention_setHandler(countCheck, &attention);
-            const Outcome outcome = runCall(served.call, memory, handle);
-            ksys_attention_setHandler(nullptr, nullptr);
-            EXPECT_EQ(outcome.fault, "");
-            if (attention.checks < attention.refusedCheck) {
-                EXPECT_EQ(outcome.digest, served.outcome.digest);
-                break;
-            }
-            EXPECT_EQ(outcome.status, kStopped);
-            EXPECT_EQ(attention.checks, attention.refusedCheck) << "asked again";
-        }
-        EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
-    }
-    const bool asks = GetParam() == Operation::transformClipped || GetParam() == Operation::projectClipped ||
-                      GetParam() == Operation::projectClippedWindow || GetParam() == Operation::projectNorm;
-    EXPECT_EQ(stops > 0, asks);
-    ksys_shutdown_run();
-    EXPECT_EQ(allocator.liveBlocks(), 0);
 }
 
 } // namespace
