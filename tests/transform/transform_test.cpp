@@ -14,6 +14,7 @@
 #include "support/draw_call.h"
 #include "support/failing_allocator.h"
 #include "support/images.h"
+#include "support/levels.h"
 
 namespace kip::test {
 
@@ -133,6 +134,36 @@ TEST_P(Transform, ClippedOnesMayShareTheirImages)
         EXPECT_EQ(result.bytes(), copy.bytes());
         EXPECT_EQ(single.bytes(), mask.bytes());
     }
+}
+
+// The processor is said to have all instructions: a variant that runs all the same ends the program.
+TEST_P(Transform, RunsNoVariantThatTheHookForbids)
+{
+    constexpr uint32_t all = ksys_featurePackedInteger | ksys_featureAvx2 | ksys_featureAvx512 | ksys_featureAvx512Vbmi;
+    ksys_cpuinfo processor;
+    ksys_cpuinfo_init(&processor);
+    if ((processor.features & all) == all || (processor.features & ksys_featurePackedInteger) == 0)
+        GTEST_SKIP() << "this processor runs every variant that there is";
+    const auto before = kprt_isOptimizationInhibitedFP;
+    for (const uint32_t mode : {0, 1, 2, 3, 4}) {
+        const bool isOfTiles = mode == 4; // the name of the one kernel of these that has its own
+        kprt_isOptimizationInhibitedFP = isOfTiles ? [](const wchar_t *kernel) -> int32_t {
+            return std::wcscmp(kernel, L"kip_affineTransformTileBilinearAccurate16Portable") == 0;
+        }
+        : [](const wchar_t *kernel) -> int32_t { return std::wcsncmp(kernel, L"kip_affineProcess", 17) == 0; };
+        if (isOfTiles && bytes == 1)
+            continue;
+        const kip_affineSampleParams params = {{60.25, 18.5, 200, -26, 16, 180}, isOfTiles ? 1 : mode, 200, 180};
+        Image forbidden, plain;
+        {
+            const ProcessorLevel level(all);
+            EXPECT_GE(transform(source.get(), forbidden.get(), &params, nullptr), 0);
+        }
+        const ProcessorLevel level(0);
+        EXPECT_GE(transform(source.get(), plain.get(), &params, nullptr), 0);
+        EXPECT_EQ(forbidden.bytes(), plain.bytes()) << "mode " << mode;
+    }
+    kprt_isOptimizationInhibitedFP = before;
 }
 
 TEST_P(Transform, TakesNoMemoryWithACacheAndABoundDestination)
