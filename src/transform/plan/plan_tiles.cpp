@@ -107,7 +107,7 @@ void runRow(const TileRows<Rule> &rows, int32_t j)
 // ---- The walk -----------------------------------------------------------------------------------------------------
 
 template <typename Rule, bool kAdd>
-void processTile(const Scan<Rule> &scan, const PlanTile &tile, uint8_t *dst)
+void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst)
 {
     using Pixel = typename Rule::Pixel;
     Footprint footprint = {};
@@ -120,7 +120,7 @@ void processTile(const Scan<Rule> &scan, const PlanTile &tile, uint8_t *dst)
                                  isTileInside,
                                  isLineLongEnough<Rule>(scan.plan, tile),
                                  isTileInside && !inGroups ? viewOf(scan, footprint) : sourceView(scan),
-                                 dst,
+                                 static_cast<uint8_t *>(dst),
                                  rowAdvance};
     for (int32_t j = 0; j < tile.height;) {
         const int32_t grouped = inGroups ? countGroupRows(rows, j) : 0;

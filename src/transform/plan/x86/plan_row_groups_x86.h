@@ -175,7 +175,8 @@ inline void copyFootprint(const RowGroup<typename Rule::Pixel> &group, const Cop
 // ---- The walk -----------------------------------------------------------------------------------------------------
 
 constexpr int32_t kRowsAtATime = 8;
-// A kernel may compute up to so many samples more than it needs.
+// A kernel may compute up to 64 samples more than the row needs, from places of the copy that nothing was written to:
+// a sample follows from its own column alone, and no pixel takes one of these.
 constexpr int32_t kMostSamples = 2 * kGroupWidth + 64;
 
 // The taps of a row's samples. Tap k of sample x lies in line k of the copy, or in the next one if the sum of both
