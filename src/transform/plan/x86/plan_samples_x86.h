@@ -156,20 +156,37 @@ inline void loadTaps(const Pixel *at, int64_t pitch, Words sum, Words rowFractio
     ((taps[kTap] = selectByCarry(sum, rowFraction, lines[kTap], lines[kTap + 1])), ...);
 }
 
+// A register of a row's samples, from x on. Past the row's end the lanes compute from zeros: what lies beside the taps
+// of a row need not have been written. No lane follows from another, but memcheck takes a multiply-add by pairs.
+template <typename Words, typename Kernel, bool kIsEnd>
+inline void sampleWords(const RowTaps<typename Kernel::Rule::Pixel> &row, int64_t pitch, int32_t x,
+                        typename Kernel::Line *line)
+{
+    constexpr int kTaps = Kernel::Rule::kTaps;
+    const Words rowFraction = Words::all(static_cast<int32_t>(row.rowFraction));
+    Words sum = Words::load(row.columnFractions + x) + rowFraction;
+    Words taps[kTaps];
+    loadTaps(row.copy + x, pitch, sum, rowFraction, taps, std::make_integer_sequence<int, kTaps>());
+    if constexpr (kIsEnd) {
+        const Words isSample = Words::onesBefore(row.count - x);
+        sum = sum & isSample;
+        for (Words &tap : taps)
+            tap = tap & isSample;
+    }
+    Kernel::sample(sum, taps, line, x);
+}
+
 // Kernel::sample(fractions, taps, line, at) makes the entries of the line from at on.
 template <typename Words, typename Kernel>
 inline void sampleRowsOf(const RowTaps<typename Kernel::Rule::Pixel> *rowTaps, int64_t pitch, int32_t rows,
                          typename Kernel::Line *lines)
 {
-    constexpr int kTaps = Kernel::Rule::kTaps;
     for (int32_t i = 0; i < rows; ++i) {
-        const Words rowFraction = Words::all(static_cast<int32_t>(rowTaps[i].rowFraction));
-        for (int32_t x = 0; x < rowTaps[i].count; x += Words::kCount) {
-            const Words sum = Words::load(rowTaps[i].columnFractions + x) + rowFraction;
-            Words taps[kTaps];
-            loadTaps(rowTaps[i].copy + x, pitch, sum, rowFraction, taps, std::make_integer_sequence<int, kTaps>());
-            Kernel::sample(sum, taps, &lines[i], x);
-        }
+        int32_t x = 0;
+        for (; x + Words::kCount <= rowTaps[i].count; x += Words::kCount)
+            sampleWords<Words, Kernel, false>(rowTaps[i], pitch, x, &lines[i]);
+        if (x < rowTaps[i].count)
+            sampleWords<Words, Kernel, true>(rowTaps[i], pitch, x, &lines[i]);
     }
 }
 

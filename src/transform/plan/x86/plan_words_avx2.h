@@ -65,6 +65,12 @@ struct Words {
     {
         return {_mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(at)))};
     }
+    // All bits of the first words, as many as count says.
+    static Words onesBefore(int32_t count)
+    {
+        const __m256i place = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+        return {_mm256_cmpgt_epi16(_mm256_set1_epi16(static_cast<int16_t>(count)), place)};
+    }
     template <int kBits>
     Words shiftedLeft() const
     {

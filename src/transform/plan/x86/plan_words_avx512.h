@@ -64,6 +64,8 @@ struct Words {
     {
         return {_mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(at)))};
     }
+    // All bits of the first words, as many as count says: fewer than there are.
+    static Words onesBefore(int32_t count) { return {_mm512_movm_epi16((uint32_t{1} << count) - 1)}; }
     template <int kBits>
     Words shiftedLeft() const
     {
