@@ -84,7 +84,9 @@ CornerCenters drawCorners(Random &random, const SamplingCall &call, bool isAtMar
     CornerCenters corners = {{left, top},
                              {left + (right - left) * shareX, top + (bottom - top) * shareY},
                              {right - (right - left) * shareX, bottom - (bottom - top) * shareY}};
-    corners.singleSample = {random.between(-9.0, 9.0), random.between(-9.0, 9.0)};
+    // One sample along a side takes no step, so that the side may be as long as it likes.
+    const double reach = random.oneIn(4) ? std::ldexp(1.0, random.between32(4, 30)) : 9.0;
+    corners.singleSample = {random.between(-reach, reach), random.between(-reach, reach)};
     return corners;
 }
 

@@ -187,28 +187,6 @@ TEST_P(SamplingModel, RareRectangles)
     }
 }
 
-// One sample along a side takes no step, so the clipping test lets that side be as long as it likes.
-TEST_P(SamplingModel, EnormousSideOfOneSample)
-{
-    const auto &[bytes, mode] = GetParam();
-    for (const double length : {1e5, -1e9, 1e300}) {
-        // At 1e300 the centre can only be 0, which a sample of more than one pixel may not reach.
-        const bool isServed = mode == kip_affineModeNearest || length < 1e300;
-        const double centre = mode == kip_affineModeNearest || !isServed ? 0.0 : 20.5;
-        for (const bool isColumn : {true, false}) {
-            SamplingCall call = isColumn ? callOf(Operation::transform, 40, 50, 41, 1, 150)
-                                         : callOf(Operation::transform, 50, 40, 51, 150, 1);
-            // Along the axes, so that the half of the side that leads back to the centre cancels exactly.
-            call.params.rect = isColumn ? kmath_xformLinear{-length / 2 + centre, 2.75, length, 0.0, 0.0, 44.0}
-                                        : kmath_xformLinear{2.75, -length / 2 + centre, 44.0, 0.0, 0.0, length};
-            if (mode > kip_affineModeBilinear) // plans take no such steps
-                runCall(call, memory);
-            else
-                EXPECT_EQ(check(call) >= 0, isServed);
-        }
-    }
-}
-
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
 
 ModelWalker walkerOf(const SamplingCall &call)
