@@ -2,7 +2,7 @@
 # Installs the Debian packages that a purpose needs, and only those that are missing.
 #
 #   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | clang | windows | aarch64 | s390x | fuzz |
-#                                              coverage | ci
+#                                              coverage | memcheck | ci
 #
 # apt-get runs only when something is missing, through sudo for users other than root. Ends with status 1
 # when a package stays missing. KIP_SKIP_PACKAGES=1 skips everything, for machines set up another way.
@@ -18,16 +18,17 @@ packages_for() {
     clang) echo "$build_packages clang libclang-rt-dev" ;;
     fuzz) echo "$(packages_for clang) libgtest-dev" ;;
     coverage) echo "$(packages_for test) gcovr" ;;
+    memcheck) echo "$(packages_for test) valgrind" ;;
     windows) echo "$build_packages g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev googletest wine wine64" ;;
     aarch64 | s390x) echo "$(packages_for test) g++-$1-linux-gnu googletest qemu-user" ;;
     ci)
         echo "$(packages_for coverage) $(packages_for fuzz) $(packages_for windows)"
         echo "$(packages_for aarch64) $(packages_for s390x)"
-        echo "libbenchmark-dev git clang-format clang-tidy clang-tools cppcheck doxygen"
+        echo "libbenchmark-dev valgrind git clang-format clang-tidy clang-tools cppcheck doxygen"
         ;;
     *)
         echo "install-packages: unknown purpose '$1'; known: build test demo bench clang windows aarch64 s390x" \
-            "fuzz coverage ci" >&2
+            "fuzz coverage memcheck ci" >&2
         return 1
         ;;
     esac
@@ -45,7 +46,7 @@ missing_of() {
 }
 
 if [ $# -eq 0 ]; then
-    echo "usage: $0 build|test|demo|bench|clang|windows|aarch64|s390x|fuzz|coverage|ci ..." >&2
+    echo "usage: $0 build|test|demo|bench|clang|windows|aarch64|s390x|fuzz|coverage|memcheck|ci ..." >&2
     exit 2
 fi
 wanted=""
