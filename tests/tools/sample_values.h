@@ -20,12 +20,7 @@ inline Picture pictureOf(int32_t width, int32_t channels, int depth, const Value
 {
     const auto height = static_cast<int64_t>(values.size()) / width / channels;
     Picture picture = makePicture(width, height, channels, depth);
-    std::visit(
-        [&values](auto &samples) {
-            for (size_t i = 0; i < values.size(); ++i)
-                samples[i] = static_cast<std::decay_t<decltype(samples[i])>>(values[i]);
-        },
-        picture.samples);
+    std::visit([&values](auto &samples) { samples.assign(values.begin(), values.end()); }, picture.samples);
     return picture;
 }
 
