@@ -3,8 +3,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -22,33 +22,17 @@ constexpr size_t kCalls = 2500, kRounds = 20;
 constexpr size_t kCalls = 12500, kRounds = 100; // a hundred thousand in all
 #endif
 
-// Calls and what they give on a single thread.
-struct Script {
-    std::vector<SamplingCall> calls;
-    std::vector<uint64_t> digests;
-};
-
-Script drawScript(Random &random, const CallMemory &memory)
-{
-    ksys_jobThreadGroup_setThreadCount(1);
-    Script script;
-    while (script.calls.size() < kCalls) {
-        SamplingCall call = drawCall(random, random.pick(kOperations));
-        if (script.calls.size() % 200 == 0 && !isWorthJobs(call))
-            continue;
-        script.digests.push_back(runCall(call, memory, nullptr).digest);
-        script.calls.push_back(call);
-    }
-    return script;
-}
-
 TEST(Threads, CallsGiveWhatTheyGiveAlone)
 {
     Random random(90001);
-    std::vector<std::unique_ptr<CallMemory>> memories;
-    for (int n = 0; n < kThreads; ++n)
-        memories.push_back(std::make_unique<CallMemory>());
-    const Script script = drawScript(random, *memories[0]);
+    const CallMemory memories[kThreads];
+    ksys_jobThreadGroup_setThreadCount(1);
+    std::vector<std::pair<SamplingCall, uint64_t>> script; // calls, and what they give on a single thread
+    while (script.size() < kCalls) {
+        const SamplingCall call = drawCall(random, random.pick(kOperations));
+        if (script.size() % 200 != 0 || isWorthJobs(call))
+            script.emplace_back(call, runCall(call, memories[0], nullptr).digest);
+    }
 
     std::atomic<bool> isOver{false};
     std::thread resizer([&] {
@@ -66,23 +50,21 @@ TEST(Threads, CallsGiveWhatTheyGiveAlone)
         if (kip_affineSampleCache_construct(&cache) < 0 || (thread % 3 == 0 && kip_affineTransform_setup() < 0))
             ++wrong;
         for (size_t n = from; n < from + kCalls / kRounds; ++n) {
-            const size_t at = (n + thread * 211) % script.calls.size();
+            const auto &[call, digest] = script[(n + thread * 211) % kCalls];
             const bool isCached = (n + thread) % 2 == 0;
             const Outcome outcome =
-                runCall(script.calls[at], *memories[thread], isCached ? &cache : nullptr, Check::promises, n % 3 == 0);
-            if ((outcome.digest != script.digests[at] || !outcome.fault.empty()) && ++wrong == 1)
-                ADD_FAILURE() << outcome.fault << describe(script.calls[at]);
+                runCall(call, memories[thread], isCached ? &cache : nullptr, Check::promises, n % 3 == 0);
+            if ((outcome.digest != digest || !outcome.fault.empty()) && ++wrong == 1)
+                ADD_FAILURE() << outcome.fault << describe(call);
         }
         kip_affineSampleCache_destruct(&cache);
     };
     for (size_t round = 0; round < kRounds; ++round) {
         ksys_shutdown_run(); // the table of cubic weights is gone
         present = 0;
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (size_t thread = 0; thread < kThreads; ++thread)
             threads.emplace_back(work, thread, round * (kCalls / kRounds));
-        for (std::thread &thread : threads)
-            thread.join();
     }
     isOver = true;
     resizer.join();
