@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <span>
+#include <string>
 
 #include "support/crash_note.h"
 #include "support/draw_call.h"
@@ -19,11 +19,11 @@ namespace {
 
 constexpr Operation kFuzzed[] = {KIP_FUZZED_OPERATIONS};
 
-void require(bool condition, const char *what, const SamplingCall &call)
+void require(bool condition, const std::string &what)
 {
     if (condition)
         return;
-    std::fprintf(stderr, "fuzz: %s\n  %s\n", what, describe(call).c_str());
+    std::fprintf(stderr, "fuzz: %s\n%s", what.c_str(), crashNote);
     std::abort();
 }
 
@@ -35,68 +35,49 @@ struct Settings {
     bool failsOn = false;       // all that follow, too
 };
 
-Settings drawSettings(Random &random)
-{
-    const auto levels = availableLevels();
-    Settings settings;
-    settings.features = levels.empty() ? 0 : levels[random.next() % levels.size()].features;
-    settings.threads = random.oneIn(4) ? 3 : 1;
-    settings.isCached = random.oneIn(2);
-    settings.failingRequest = random.oneIn(4) ? random.between(1, 16) : 0;
-    settings.failsOn = random.oneIn(2);
-    return settings;
-}
-
 Outcome runUnder(const Settings &settings, const SamplingCall &call, FailingAllocator &allocator, Check check)
 {
     static const CallMemory memory{};
     const ProcessorLevel level(settings.features);
-    ksys_jobThreadGroup_setThreadCount(settings.threads);
+    ksys_jobThreadGroup_setThreadCount(settings.threads); // which may take memory
+    const int64_t blocksBefore = allocator.liveBlocks();
     kip_affineSampleCache *cache = nullptr;
-    const bool isCached = settings.isCached && takesCache(call.operation);
-    require(kip_affineSampleCache_construct(&cache) >= 0, "no cache", call);
+    require(kip_affineSampleCache_construct(&cache) >= 0, "no cache");
     if (settings.failingRequest > 0)
         settings.failsOn ? allocator.failFrom(settings.failingRequest) : allocator.failOnly(settings.failingRequest);
+    const bool isCached = settings.isCached && takesCache(call.operation);
     const Outcome outcome = runCall(call, memory, isCached ? &cache : nullptr, check);
-    require(outcome.fault.empty(), outcome.fault.c_str(), call);
-    if (settings.failingRequest == 0)
-        allocator.failNone();
-    require(kip_affineSampleCache_destruct(&cache) >= 0, "a cache was not destructed", call);
+    require(outcome.fault.empty(), outcome.fault);
+    require(kip_affineSampleCache_destruct(&cache) >= 0, "a cache was not destructed");
+    require(allocator.liveBlocks() == blocksBefore, "memory was not released");
     return outcome;
 }
 
-void runCase(Random &random)
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    Random random(std::span<const uint8_t>(data, size));
     static FailingAllocator &allocator = *new FailingAllocator; // threads and tables that stay take memory of it
     static const bool isSetUp = kip_affineTransform_setup() >= 0;
-    const Settings settings = drawSettings(random);
+    static const auto levels = availableLevels();
+    require(isSetUp, "no cubic weights");
+    const Settings settings = {levels.empty() ? 0 : levels[random.next() % levels.size()].features,
+                               random.oneIn(4) ? 3 : 1, random.oneIn(2), random.oneIn(4) ? random.between(1, 16) : 0,
+                               random.oneIn(2)};
     const bool isInhibited = random.oneIn(4);
     const bool isHostile = random.oneIn(2);
     SamplingCall call = drawCall(random, random.pick(kFuzzed));
     if (isHostile)
         spoilCall(random, &call);
     noteForCrash(describe(call));
-    require(isSetUp, "no cubic weights", call);
     allocator.failBeyond(allocator.liveBytes() + kMostMemory);
     kprt_isOptimizationInhibitedFP = isInhibited ? +[](const wchar_t *) -> int32_t { return 1; } : nullptr;
-
-    Settings plain;
     allocator.failNone();
-    const Outcome expected = runUnder(plain, call, allocator, isHostile ? Check::promises : Check::meaning);
-    ksys_jobThreadGroup_setThreadCount(settings.threads); // which may take memory
-    const int64_t blocksBefore = allocator.liveBlocks();
+    const Outcome expected = runUnder({}, call, allocator, isHostile ? Check::promises : Check::meaning);
     const Outcome outcome = runUnder(settings, call, allocator, Check::promises);
-    require(allocator.liveBlocks() == blocksBefore, "memory was not released", call);
-    require(allocator.refused() > 0 || outcome.digest == expected.digest, "level, cache or threads count", call);
-}
-
-} // namespace
-
-} // namespace kip::test
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-    kip::test::Random random(std::span<const uint8_t>(data, size));
-    kip::test::runCase(random);
+    require(allocator.refused() > 0 || outcome.digest == expected.digest, "level, cache or threads count");
     return 0;
 }
+
+} // namespace kip::test
