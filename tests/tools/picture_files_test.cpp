@@ -54,9 +54,9 @@ TEST(PictureFiles, PgmHeaders)
 
 TEST(PictureFiles, ColourBecomesGreyByTheStatedFormula)
 {
-    // 76.245, 149.685, 29.07, 77, 0.886, 18.15
-    const Values colours = {255, 0, 0, 0, 255, 0, 0, 0, 255, 77, 77, 77, 1, 1, 0, 10, 20, 30};
-    EXPECT_EQ(valuesOf(toGrey(pictureOf(3, 3, 8, colours))), (Values{76, 150, 29, 77, 1, 18}));
+    // 76.245, 149.685, 29.07, 77, 0.886, 28.5
+    const Values colours = {255, 0, 0, 0, 255, 0, 0, 0, 255, 77, 77, 77, 1, 1, 0, 0, 0, 250};
+    EXPECT_EQ(valuesOf(toGrey(pictureOf(3, 3, 8, colours))), (Values{76, 150, 29, 77, 1, 29}));
     EXPECT_EQ(valuesOf(toGrey(pictureOf(1, 3, 16, {65535, 65535, 65535, 0, 60000, 1}))), (Values{65535, 35220}));
 }
 

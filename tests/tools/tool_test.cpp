@@ -174,7 +174,7 @@ TEST_F(Tool, TransformGivesWhatTheLibraryGives)
     } rows[] = {
         {"out.png", "--rect 10,12,30,20", {{10, 12, 30, 0, 0, 20}, 1, 30, 20}},
         {"out.tif", "--rect 10,12,30,20 --angle 90 --mode nearest", {{35, 7, 0, -20, 30, 0}, 0, 30, 20}},
-        // A quarter turn that is not exact reaches outside the picture.
+        // A quarter turn with an error that counts reaches outside the picture.
         {"out.png", "--rect 7,-7,47,61 --angle -720000000090", {{0, 47, 0, 61, -47, 0}, 1, 47, 61}},
         {"out.png", "--rect 0,0,61,47 --angle 180", {{61, 47, -61, 0, 0, -47}, 1, 61, 47}},
         {"out.pgm", "--corners 20,8,41,14,13,29 --threads 1", {{20, 8, 21, -7, 6, 21}, 1, 22, 22}},
