@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <numeric>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -30,65 +31,37 @@ using Job = std::function<int32_t()>;
 
 int32_t runJob(const ksys_jobParams *params)
 {
-    const Job *job = nullptr;
-    const int32_t status = ksys_jobParams_getDataConst(params, &job);
-    return status < 0 ? status : (*job)();
+    return (*static_cast<const Job *>(params->data))();
 }
 
-// A group of what setThreadCount last said, and what a dispatch on it needs.
-struct Records {
-    ksys_jobThreadGroup group;
-    ksys_jobParams params;
-    ksys_jobRequestSet requests;
-    ksys_jobResultSet results;
-
-    Records()
-    {
-        EXPECT_EQ(ksys_jobThreadGroup_construct(&group), 0);
-        EXPECT_EQ(ksys_jobParams_construct(&params), 0);
-        EXPECT_EQ(ksys_jobRequestSet_construct(&requests), 0);
-        EXPECT_EQ(ksys_jobResultSet_construct(&results), 0);
-    }
-    Records(const Records &) = delete;
-    Records &operator=(const Records &) = delete;
-    ~Records()
-    {
-        EXPECT_EQ(ksys_jobResultSet_destruct(&results), 0);
-        EXPECT_EQ(ksys_jobRequestSet_destruct(&requests), 0);
-        EXPECT_EQ(ksys_jobParams_destruct(&params), 0);
-        EXPECT_EQ(ksys_jobThreadGroup_destruct(&group), 0);
-    }
-
-    int32_t dispatch() { return ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results); }
-};
-
-struct Outcome {
-    int32_t status;
-    std::vector<int32_t> statuses;
-};
-
-Outcome dispatch(std::vector<Job> jobs)
+// Returns the jobs' statuses. Whether the dispatch itself reports the first failure is checked here.
+std::vector<int32_t> dispatch(std::vector<Job> jobs)
 {
-    Records records;
+    ksys_jobThreadGroup group;
+    ksys_jobParams params{};
+    ksys_jobRequestSet requests{};
+    ksys_jobResultSet results{};
+    EXPECT_EQ(ksys_jobThreadGroup_construct(&group), 0);
     for (Job &job : jobs) {
-        Job *data = &job;
-        EXPECT_EQ(ksys_jobParams_takeData(&records.params, &data, [](void *) -> int32_t { return 0; }), 0);
-        EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&records.requests, runJob, &records.params), 0);
+        params = {&job, [](void *) -> int32_t { return 0; }};
+        EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, runJob, &params), 0);
     }
-    const int32_t status = records.dispatch();
-    return {status, {records.results.statuses, records.results.statuses + records.results.count}};
+    const int32_t status = ksys_jobThreadGroup_dispatchAndWait(&group, &requests, &results);
+    const std::vector<int32_t> statuses(results.statuses, results.statuses + results.count);
+    const auto failed = std::find_if(statuses.begin(), statuses.end(), [](int32_t result) { return result < 0; });
+    EXPECT_EQ(status, failed == statuses.end() ? 0 : *failed);
+    EXPECT_EQ(ksys_jobResultSet_destruct(&results), 0);
+    EXPECT_EQ(ksys_jobRequestSet_destruct(&requests), 0);
+    return statuses;
 }
 
 // Waits for what another thread is about to do. The bound is there to fail rather than hang.
 bool waitFor(const std::function<bool()> &isMet)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!isMet()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
+    while (!isMet() && std::chrono::steady_clock::now() < end)
         std::this_thread::yield();
-    }
-    return true;
+    return isMet();
 }
 
 // Jobs that end only when all of them run at the same time, each on a thread of its own; they return the way of
@@ -120,14 +93,10 @@ TEST_F(Jobs, statusesComeInTheOrderOfTheRequests)
                 expected.push_back(i % 7 == 5 ? ksys_statusJobAborted : i % 5 == 3 ? -i : i);
                 jobs.emplace_back([&runs, i, status = expected.back()] {
                     ++runs;
-                    if (i % 7 == 5)
-                        throw std::runtime_error("thrown by a job");
-                    return status;
+                    return i % 7 == 5 ? throw std::runtime_error("thrown by a job") : status;
                 });
             }
-            const Outcome outcome = dispatch(jobs);
-            EXPECT_EQ(outcome.status, count > 3 ? -3 : 0);
-            EXPECT_EQ(outcome.statuses, expected);
+            EXPECT_EQ(dispatch(jobs), expected);
             EXPECT_EQ(runs, count);
         }
     }
@@ -141,19 +110,18 @@ TEST_F(Jobs, aGroupUsesAllItsThreadsAndNoMoreAndTheyRoundAsTheCallerDoes)
         for (const int rounding : {FE_UPWARD, FE_TOWARDZERO, FE_TONEAREST}) {
             std::atomic<int32_t> present{0};
             std::fesetround(rounding);
-            const Outcome outcome = dispatch(jobsThatMeet(threads, present));
+            const std::vector<int32_t> found = dispatch(jobsThatMeet(threads, present));
             std::fesetround(FE_TONEAREST);
-            EXPECT_EQ(outcome.statuses, std::vector<int32_t>(static_cast<size_t>(threads), rounding));
+            EXPECT_EQ(found, std::vector<int32_t>(static_cast<size_t>(threads), rounding));
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5)); // far longer than a worker spins
         std::atomic<int32_t> running{0};
-        const Job job = [&] {
+        const std::vector<int32_t> seen = dispatch(std::vector<Job>(100, [&running] {
             const int32_t now = ++running;
             for (int i = 0; i < 20; ++i)
                 std::this_thread::yield();
             return --running, now;
-        };
-        const std::vector<int32_t> seen = dispatch(std::vector<Job>(100, job)).statuses;
+        }));
         EXPECT_LE(*std::max_element(seen.begin(), seen.end()), threads);
     }
 }
@@ -163,9 +131,10 @@ TEST_F(Jobs, groupsOfferWhatWasSetWhenTheyWereMade)
     const auto processors = static_cast<int32_t>(std::max(1u, std::thread::hardware_concurrency()));
     for (const auto &[set, expected] : {std::pair{0, processors}, {5, 5}, {-1, 5}, {1 << 30, 1024}, {0, processors}}) {
         EXPECT_EQ(ksys_jobThreadGroup_setThreadCount(set), set < 0 ? ksys_statusBadArgument : 0);
-        const Records records;
+        ksys_jobThreadGroup group{};
         ksys_jobThreadState state{-1};
-        EXPECT_EQ(ksys_jobGetCurrentThreadState(&state, &records.group), 0);
+        EXPECT_EQ(ksys_jobThreadGroup_construct(&group), 0);
+        EXPECT_EQ(ksys_jobGetCurrentThreadState(&state, &group), 0);
         EXPECT_EQ(state.threadCount, expected);
     }
 }
@@ -175,9 +144,8 @@ int32_t dispatchTree(int32_t depth)
 {
     if (depth == 0)
         return 1;
-    const std::vector<int32_t> leaves =
-        dispatch(std::vector<Job>(4, [depth] { return dispatchTree(depth - 1); })).statuses;
-    return leaves[0] + leaves[1] + leaves[2] + leaves[3];
+    const std::vector<int32_t> leaves = dispatch(std::vector<Job>(4, [depth] { return dispatchTree(depth - 1); }));
+    return std::accumulate(leaves.begin(), leaves.end(), 0);
 }
 
 TEST_F(Jobs, jobsDispatchJobsOnManyThreads)
@@ -197,63 +165,39 @@ TEST_F(Jobs, jobsDispatchJobsOnManyThreads)
     }
 }
 
-int32_t deletions;
-
-// Its data is the status that it returns.
-int32_t deleteData(void *data)
-{
-    ++deletions;
-    return **static_cast<int32_t **>(data);
-}
-
 TEST(JobParameters, ownTheirDataUntilARequestCarriesItAway)
 {
-    FailingAllocator allocator;
-    deletions = 0;
-    Records records;
-    int32_t statuses[] = {-6, -7, -8};
+    const FailingAllocator allocator;
+    static int32_t deletions;
+    ksys_jobParams params{};
+    ksys_jobRequestSet requests{};
+    int32_t statuses[] = {-6, -7}; // of being deleted
     int32_t *data = nullptr;
     int32_t *seen = nullptr;
-    const auto take = [&](int32_t *given, ksys_cleanupRoutine routine) {
-        data = given;
-        return ksys_jobParams_takeData(&records.params, &data, routine);
+    const auto take = [&](int32_t *given) {
+        const auto deleteIt = [](void *at) { return ++deletions, **static_cast<int32_t **>(at); };
+        return ksys_jobParams_takeData(&params, &(data = given), deleteIt);
     };
-    EXPECT_EQ(ksys_jobParams_getDataConst(&records.params, &seen), ksys_statusNoData);
-    EXPECT_EQ(take(nullptr, deleteData), ksys_statusBadArgument);
-    EXPECT_EQ(take(&statuses[0], nullptr), ksys_statusBadArgument);
-    EXPECT_EQ(data, &statuses[0]);
-    EXPECT_EQ(take(&statuses[0], deleteData), 0);
-    EXPECT_EQ(data, nullptr);
-    EXPECT_EQ(ksys_jobParams_getDataConst(&records.params, &seen), 0);
-    EXPECT_EQ(seen, &statuses[0]);
-    EXPECT_EQ(take(&statuses[1], deleteData),
-              -6); // of the data before, which is deleted; the new one stays the caller's
+    EXPECT_EQ(take(nullptr), ksys_statusBadArgument);
+    EXPECT_EQ(take(&statuses[0]), 0);
+    EXPECT_EQ(take(&statuses[1]), -6); // of the data before, which is deleted; the new one stays the caller's
     EXPECT_EQ(data, &statuses[1]);
-    EXPECT_EQ(take(&statuses[1], deleteData), 0);
-    EXPECT_EQ(ksys_jobParams_destruct(&records.params), -7);
-    EXPECT_EQ(deletions, 2);
     for (int i = 0; i < 50; ++i) {
-        EXPECT_EQ(take(&statuses[2], deleteData), 0);
-        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&records.requests, runJob, &records.params), 0);
-        EXPECT_EQ(ksys_jobParams_getDataConst(&records.params, &seen), ksys_statusNoData);
+        EXPECT_EQ(take(&statuses[1]), 0);
+        EXPECT_EQ(data, nullptr);
+        EXPECT_EQ(ksys_jobParams_getDataConst(&params, &seen), 0);
+        EXPECT_EQ(seen, &statuses[1]);
+        ASSERT_EQ(ksys_jobRequestSet_addFuncAndParams(&requests, runJob, &params), 0);
+        EXPECT_EQ(ksys_jobParams_getDataConst(&params, &seen), ksys_statusNoData);
     }
-    EXPECT_EQ(ksys_jobRequestSet_addFuncAndParams(&records.requests, nullptr, &records.params), ksys_statusBadArgument);
-    EXPECT_EQ(ksys_jobRequestSet_destruct(&records.requests), -8);
-    EXPECT_EQ(deletions, 52);
+    EXPECT_EQ(ksys_jobRequestSet_destruct(&requests), -7);
+    EXPECT_EQ(deletions, 51);
     EXPECT_EQ(allocator.liveBlocks(), 0);
 }
 
 // The thread sanitizer ends a forked child that starts a thread, and the address sanitizer has locks of its own, held
 // for ever in a child that is forked while another thread allocates.
-#if defined(__has_feature)
-#define KIP_TEST_SANITIZED (__has_feature(thread_sanitizer) || __has_feature(address_sanitizer))
-#elif defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define KIP_TEST_SANITIZED 1
-#else
-#define KIP_TEST_SANITIZED 0
-#endif
-
-#if defined(__unix__) && !KIP_TEST_SANITIZED
+#if defined(__unix__) && !defined(KIP_TEST_SANITIZED)
 
 // Takes the locks that there are: the pool's, and a section that is held meanwhile.
 bool areServicesThere()
@@ -261,11 +205,10 @@ bool areServicesThere()
     static ksys_criticalSection section;
     static uint32_t once;
     std::atomic<int32_t> present{0};
-    if (ksys_criticalSection_constructSingleton(&section, &once) < 0 ||
-        ksys_criticalSection_wait(&section, nullptr) < 0)
-        return false;
-    const bool areMet = dispatch(jobsThatMeet(3, present)).status == 0;
-    return ksys_criticalSection_release(&section) == 0 && areMet;
+    return ksys_criticalSection_constructSingleton(&section, &once) == 0 &&
+           ksys_criticalSection_wait(&section, nullptr) == 0 &&
+           dispatch(jobsThatMeet(3, present)) == std::vector<int32_t>(3, FE_TONEAREST) &&
+           ksys_criticalSection_release(&section) == 0;
 }
 
 // Runs work in a forked child, which has a minute; returns whether it worked there.
@@ -291,8 +234,8 @@ TEST_F(Jobs, runInAForkedChildWhateverOtherThreadsDid)
                 for (isStarted = true;;)
                     areServicesThere();
             }).detach();
-            if (!waitFor([&isStarted] { return isStarted.load(); }))
-                return false;
+            while (!isStarted)
+                std::this_thread::yield();
             const auto end = std::chrono::steady_clock::now() + std::chrono::nanoseconds(200) * delay;
             while (std::chrono::steady_clock::now() < end) {
             }
@@ -303,11 +246,8 @@ TEST_F(Jobs, runInAForkedChildWhateverOtherThreadsDid)
 
 #endif
 
-using JobsDeathTest = Jobs;
-
-[[noreturn]] void exitInAJob()
+void exitInAJob()
 {
-    ksys_jobThreadGroup_setThreadCount(3);
     std::atomic<int32_t> present{0};
     const std::thread::id caller = std::this_thread::get_id();
     // One worker ends the process, while the caller and the other worker are in jobs that do not end.
@@ -317,27 +257,26 @@ using JobsDeathTest = Jobs;
         std::exit(32);
     };
     dispatch({job, job, job});
-    std::abort();
 }
 
-[[noreturn]] void exitBesideDispatches()
+void exitBesideDispatches()
 {
-    ksys_jobThreadGroup_setThreadCount(3);
     static std::atomic<int32_t> dispatches{0};
-    for (int i = 0; i < 2; ++i) {
-        std::thread([] {
-            for (;; ++dispatches)
-                dispatch(std::vector<Job>(4, [] { return 0; }));
-        }).detach();
-    }
-    if (!waitFor([] { return dispatches > 50; }))
-        std::abort();
-    std::exit(34);
+    const auto dispatchForEver = [] {
+        for (;; ++dispatches)
+            dispatch(std::vector<Job>(4, [] { return 0; }));
+    };
+    std::thread(dispatchForEver).detach();
+    std::thread(dispatchForEver).detach();
+    std::exit(waitFor([] { return dispatches > 50; }) ? 34 : 35);
 }
+
+using JobsDeathTest = Jobs;
 
 TEST_F(JobsDeathTest, theProcessEndsAtOnce)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    ksys_jobThreadGroup_setThreadCount(3);
     EXPECT_EXIT(exitInAJob(), testing::ExitedWithCode(32), "");
     EXPECT_EXIT(exitBesideDispatches(), testing::ExitedWithCode(34), "");
 }
