@@ -1,121 +1,190 @@
-// Clean-up lists, shutdown callbacks, processor information, attention.
+// Memory, vectors of 32-bit values, clean-up lists, shutdown callbacks, processor information, attention.
 
+#include <kstd/kstd.h>
 #include <ksys/ksys.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/failing_allocator.h"
+#include "support/random.h"
 
 namespace {
 
 using kip::test::FailingAllocator;
+using kip::test::Random;
 
-// What the routines below have done, in order.
+constexpr size_t kImpossibleSizes[] = {SIZE_MAX, SIZE_MAX - 64, SIZE_MAX / 2 + 1, SIZE_MAX / 2};
+
+// Blocks of both allocators are resized and freed whichever is installed by then. The failing one moves every
+// block, and between multiples of 64, so that the bytes must follow.
+TEST(Memory, blocksAreAlignedKeepTheirBytesAndTheirAllocator)
+{
+    struct Block {
+        uint8_t *at = nullptr; // any pointer type must do
+        size_t size = 0;
+        uint8_t content = 0;
+        bool isOfHooks = false;
+    } blocks[6];
+    constexpr int32_t (*kTake[])(size_t, void *) = {ksys_memory_alloc_internal, ksys_memory_allocFastMem_internal,
+                                                    ksys_memory_allocClear_internal, ksys_memory_realloc_internal};
+    Random random(51);
+    std::optional<FailingAllocator> allocator;
+    for (int round = 0; round < 9000; ++round) {
+        if (round == 3000)
+            allocator.emplace();
+        if (round == 6000)
+            ksys_memory_setHooks(nullptr);
+        Block &block = blocks[random.next() % 6];
+        const bool isTaken = block.at == nullptr;
+        if (isTaken)
+            block = {nullptr, 0, 0, round >= 3000 && round < 6000};
+        const bool isRefused = block.isOfHooks && random.oneIn(4);
+        if (allocator)
+            isRefused ? allocator->failFrom(1) : allocator->failNone();
+        if (random.oneIn(5)) {
+            ASSERT_EQ(ksys_memory_free_internal(&block.at), 0);
+            ASSERT_EQ(block.at, nullptr);
+        } else {
+            const bool isImpossible = random.oneIn(20);
+            const auto size = isImpossible ? random.pick(kImpossibleSizes)
+                                           : static_cast<size_t>(random.between32(0, random.oneIn(4) ? 5000 : 200));
+            const auto take = isTaken ? random.pick(kTake) : ksys_memory_realloc_internal;
+            const uint8_t *const before = block.at;
+            const int32_t status = take(size, &block.at);
+            ASSERT_EQ(status, isImpossible ? ksys_statusSizeTooLarge : isRefused ? ksys_statusOutOfMemory : 0);
+            ASSERT_TRUE(status == 0 || block.at == before);
+            ASSERT_EQ(reinterpret_cast<uintptr_t>(block.at) % 64, 0u);
+            ASSERT_TRUE(!block.isOfHooks || allocator->requests() == (isImpossible ? 0 : 1));
+            if (status == 0)
+                block.size = take == ksys_memory_allocClear_internal ? size : std::min(block.size, size);
+            const auto isKept = [&block](uint8_t byte) { return byte == block.content; };
+            ASSERT_TRUE(std::all_of(block.at, block.at + block.size, isKept));
+            if (status == 0) {
+                block.size = size;
+                block.content = static_cast<uint8_t>(round);
+                EXPECT_EQ(ksys_memory_fill(block.content, size, block.at), 0);
+            }
+        }
+    }
+    for (Block &block : blocks)
+        kqfFree(block.at);
+    EXPECT_EQ(allocator->liveBlocks(), 0);
+}
+
+TEST(Memory, incompleteHooksAreNotInstalled)
+{
+    const FailingAllocator allocator;
+    const auto alloc = [](size_t, void *) -> void * { return nullptr; };
+    const auto realloc = [](void *, size_t, void *) -> void * { return nullptr; };
+    const auto free = [](void *, void *) {};
+    for (const auto &hooks : {ksys_memoryHooks{nullptr, realloc, free, nullptr},
+                              {alloc, nullptr, free, nullptr},
+                              {alloc, realloc, nullptr, nullptr}})
+        EXPECT_EQ(ksys_memory_setHooks(&hooks), ksys_statusBadArgument);
+    void *block = nullptr;
+    EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
+    ksys_memory_free_internal(&block);
+}
+
+TEST(Vector32, keepsWhatStaysClearsWhatIsNewAndTakesMemoryOnlyToGrow)
+{
+    FailingAllocator allocator; // its memory comes filled with junk
+    kstd_vector32 vector{};
+    std::vector<uint32_t> model;
+    EXPECT_EQ(kstd_vector32_resize(&vector, -1), kstd_statusNegativeSize);
+    for (const auto &[size, grows] : {std::pair{3, true}, {1, false}, {3, false}, {0, false}, {40, true}, {9, false}}) {
+        allocator.failFrom(1);
+        EXPECT_EQ(kstd_vector32_resize(&vector, size) < 0, grows);
+        EXPECT_EQ(allocator.requests(), grows);
+        EXPECT_TRUE(!grows || vector.size == static_cast<int32_t>(model.size()));
+        allocator.failNone();
+        EXPECT_EQ(kstd_vector32_resize(&vector, size), 0);
+        model.resize(static_cast<size_t>(size));
+        EXPECT_EQ(std::vector<uint32_t>(vector.begin, vector.begin + vector.size), model);
+        for (size_t i = 0; i < model.size(); ++i)
+            vector.begin[i] = model[i] = static_cast<uint32_t>(i + 1);
+    }
+    EXPECT_EQ(kstd_vector32_destruct(&vector), 0);
+    EXPECT_EQ(allocator.liveBlocks(), 0);
+}
+
+// What the routine below was called with, in order.
 std::string journal;
-char names[] = {'a', 'b', 'c', 'd'};
 
-int32_t noteObject(void *object)
-{
-    journal += *static_cast<const char *>(object);
-    return 0;
-}
+struct Noted {
+    char name;
+    int32_t status;
+};
 
-int32_t noteAndFail(void *object)
+// Registers another if the name is 'R', and runs the shutdown if it is 'S'.
+int32_t note(void *object)
 {
-    noteObject(object);
-    return -static_cast<int32_t>(*static_cast<const char *>(object));
-}
-
-int32_t noteAndSucceed(void *object)
-{
-    noteObject(object);
-    return 1;
-}
-
-int32_t noteBlock(void *address)
-{
-    journal += '*';
-    return ksys_memory_free_internal(address);
+    static Noted registered{'d', 0};
+    const auto &[name, status] = *static_cast<const Noted *>(object);
+    journal += name;
+    if (name == 'R')
+        return ksys_shutdown_register(note, &registered);
+    return name == 'S' ? ksys_shutdown_run() : status;
 }
 
 TEST(Cleanup, releasesEachEntryOnceLastFirstAndKeepsTheFirstFailure)
 {
     const struct {
-        const char *name;
-        ksys_cleanupRoutine routines[3];
+        int32_t statuses[3];
         int32_t before, after;
-    } cases[] = {
-        {"no failure", {noteObject, noteObject, noteObject}, 0, 0},
-        {"the caller's failure stands", {noteAndFail, noteAndFail, noteAndFail}, -7, -7},
-        {"the failure that happens first", {noteAndFail, noteAndFail, noteObject}, 0, -'b'},
-        {"a positive status gives way", {noteAndFail, noteObject, noteObject}, 5, -'a'},
-        {"a positive status stays", {noteAndSucceed, noteAndSucceed, noteAndSucceed}, 5, 5},
-        {"success is no status to keep", {noteAndSucceed, noteObject, noteObject}, 0, 0},
-    };
-    FailingAllocator allocator;
+    } cases[] = {{{0, 0, 0}, 0, 0},   {{-1, -2, -3}, -7, -7}, {{-1, -2, 0}, 0, -2},
+                 {{-1, 0, 0}, 5, -1}, {{1, 1, 1}, 5, 5},      {{1, 0, 0}, 0, 0}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.before);
+        FailingAllocator allocator;
+        Noted objects[] = {{'a', c.statuses[0]}, {'b', c.statuses[1]}, {'c', c.statuses[2]}};
         void *block = nullptr;
         ASSERT_EQ(ksys_memory_alloc_internal(10, &block), 0);
-        ksys_cleanupEntry entries[] = {{0, ksys_cleanupObject, &names[0], c.routines[0]},
-                                       {1, ksys_cleanupBlock, block, noteBlock},
-                                       {2, ksys_cleanupObject, &names[1], c.routines[1]},
-                                       {3, ksys_cleanupObject, &names[2], c.routines[2]}};
+        ksys_cleanupEntry entries[] = {{0, ksys_cleanupObject, &objects[0], note},
+                                       {1, ksys_cleanupBlock, block, ksys_memory_free_internal},
+                                       {2, ksys_cleanupObject, &objects[1], note},
+                                       {3, ksys_cleanupObject, &objects[2], note}};
         int32_t count = 4;
         int32_t status = c.before;
         journal.clear();
-        for (int i = 0; i < 2; ++i) {
-            EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), c.after);
-            EXPECT_EQ(status, c.after);
-            EXPECT_EQ(count, 0);
-            EXPECT_EQ(journal, "cb*a");
-        }
+        EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), c.after);
+        EXPECT_EQ(status, c.after);
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(journal, "cba");
         EXPECT_EQ(allocator.liveBlocks(), 0);
     }
 }
 
-int32_t noteAndRegister(void *object)
-{
-    noteObject(object);
-    return ksys_shutdown_register(noteObject, &names[3]);
-}
-
-int32_t noteAndRun(void *object)
-{
-    noteObject(object);
-    return ksys_shutdown_run();
-}
-
 TEST(Shutdown, runsCallbacksOnceNewestFirst)
 {
-    const struct {
-        const char *name;
-        ksys_shutdownRoutine routines[3];
+    struct {
+        Noted objects[3];
         const char *order;
         int32_t status;
     } cases[] = {
-        {"plain", {noteObject, noteObject, noteObject}, "cba", 0},
-        {"two fail", {noteAndFail, noteObject, noteAndFail}, "cba", -'c'},
-        {"one registers another, then the newest", {noteObject, noteAndRegister, noteObject}, "cbda", 0},
-        {"one runs the shutdown", {noteObject, noteAndRun, noteObject}, "cba", 0},
+        {{{'a', -1}, {'b', 0}, {'c', -3}}, "cba", -3},
+        {{{'a', 0}, {'R', 0}, {'c', 0}}, "cRda", 0}, // one registers another, then the newest
+        {{{'a', 0}, {'S', 0}, {'c', 0}}, "cSa", 0},
     };
     ksys_shutdown_run(); // whatever stands registered
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
+    for (auto &c : cases) {
         FailingAllocator allocator;
         journal.clear();
-        for (int i = 0; i < 3; ++i) {
+        for (Noted &object : c.objects) {
             allocator.failOnly(1);
-            EXPECT_EQ(ksys_shutdown_register(c.routines[i], &names[i]), ksys_statusOutOfMemory);
-            EXPECT_EQ(ksys_shutdown_register(nullptr, &names[i]), ksys_statusBadArgument);
-            EXPECT_EQ(ksys_shutdown_register(c.routines[i], &names[i]), 0);
+            EXPECT_EQ(ksys_shutdown_register(note, &object), ksys_statusOutOfMemory);
+            EXPECT_EQ(ksys_shutdown_register(nullptr, &object), ksys_statusBadArgument);
+            EXPECT_EQ(ksys_shutdown_register(note, &object), 0);
         }
-        EXPECT_EQ(journal, "");
         for (const int32_t status : {c.status, 0}) {
             EXPECT_EQ(ksys_shutdown_run(), status);
             EXPECT_EQ(journal, c.order);
@@ -124,65 +193,35 @@ TEST(Shutdown, runsCallbacksOnceNewestFirst)
     }
 }
 
-TEST(ShutdownDeathTest, runsWhenTheProcessEnds)
-{
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    const auto print = [](void *character) {
-        return std::fputc(*static_cast<char *>(character), stderr) == EOF ? -1 : 0;
-    };
-    const auto registerAndExit = [&] {
-        ksys_shutdown_register(print, &names[0]);
-        ksys_shutdown_register(print, &names[1]);
-        std::exit(3);
-    };
-    EXPECT_EXIT(registerAndExit(), testing::ExitedWithCode(3), "^ba$");
-}
-
-bool areEqual(const ksys_cpuinfo &a, const ksys_cpuinfo &b)
-{
-    return a.kind == b.kind && a.family == b.family && a.model == b.model && a.stepping == b.stepping &&
-           a.features == b.features;
-}
-
 TEST(ProcessorInformation, reportsTheOverrideOrTheProcessor)
 {
-    ksys_cpuinfo real;
-    ASSERT_EQ(ksys_cpuinfo_init(&real), 0);
+    ksys_cpuinfo real{}, told{}, given{5, 1, 2, 3, 1};
+    EXPECT_EQ(ksys_cpuinfo_init(&real), 0);
 #if defined(__x86_64__)
-    EXPECT_EQ(real.kind, 1u);
-    EXPECT_TRUE(real.features & ksys_featurePackedInteger);
     EXPECT_EQ((real.features & ksys_featureAvx2) != 0, __builtin_cpu_supports("avx2") != 0);
-#else
-    EXPECT_TRUE(areEqual(real, {0, 0, 0, 0, 0}));
 #endif
-    const ksys_cpuinfo made = {5, 1, 2, 3, 1};
-    ksys_cpuinfo given = made;
-    ksys_cpuinfo told[3] = {};
     EXPECT_EQ(ksys_cpuinfo_setOverride(&given), 0);
     given.kind = 99; // it was copied
-    EXPECT_EQ(ksys_cpuinfo_init(&told[0]), 0);
-    EXPECT_EQ(ksys_cpuinfo_get(&told[1]), 0);
-    EXPECT_TRUE(areEqual(told[0], made) && areEqual(told[1], made));
+    EXPECT_EQ(ksys_cpuinfo_get(&told), 0);
+    EXPECT_EQ(told.kind, 5u);
+    EXPECT_EQ(told.features, 1u);
     EXPECT_EQ(ksys_cpuinfo_setOverride(nullptr), 0);
-    EXPECT_EQ(ksys_cpuinfo_init(&told[2]), 0);
-    EXPECT_TRUE(areEqual(told[2], real));
+    EXPECT_EQ(ksys_cpuinfo_get(&told), 0);
+    EXPECT_EQ(std::memcmp(&told, &real, sizeof real), 0);
 }
 
 TEST(Attention, asksTheHandlerOfTheCallingThread)
 {
     const auto answer = [](void *context) { return *static_cast<int32_t *>(context); };
-    EXPECT_EQ(ksys_attention_check(), 0);
     int32_t mine = -5;
+    int32_t other = -9;
     EXPECT_EQ(ksys_attention_setHandler(answer, &mine), 0);
-    EXPECT_EQ(ksys_attention_check(), -5);
-    std::thread([answer] {
+    std::thread([&] {
         EXPECT_EQ(ksys_attention_check(), 0);
-        int32_t other = -9;
         ksys_attention_setHandler(answer, &other);
         EXPECT_EQ(ksys_attention_check(), -9);
     }).join();
-    mine = 2;
-    EXPECT_EQ(ksys_attention_check(), 2);
+    EXPECT_EQ(ksys_attention_check(), -5);
     EXPECT_EQ(ksys_attention_setHandler(nullptr, nullptr), 0);
     EXPECT_EQ(ksys_attention_check(), 0);
 }
@@ -191,33 +230,21 @@ TEST(SystemServices, refuseMissingPointers)
 {
     ksys_criticalSection section = {};
     uint32_t word = 0;
-    int block = 0;
-    void *data = &block;
-    ksys_jobThreadGroup group{};
+    void *data = &word;
     ksys_jobParams params{};
     ksys_jobRequestSet requests{};
-    ksys_jobResultSet results{};
-    const ksys_cleanupRoutine release = [](void *) { return 0; };
-    const ksys_jobFunction job = [](const ksys_jobParams *) { return 0; };
-    for (const int32_t status : {
-             ksys_criticalSection_constructSingleton(nullptr, &word),
-             ksys_criticalSection_constructSingleton(&section, nullptr),
-             ksys_criticalSection_wait(nullptr, nullptr),
-             ksys_criticalSection_release(nullptr),
-             ksys_cpuinfo_init(nullptr),
-             ksys_cpuinfo_get(nullptr),
-             ksys_memory_alloc_internal(1, nullptr),
-             ksys_memory_realloc_internal(1, nullptr),
-             ksys_jobParams_takeData(nullptr, &data, release),
-             ksys_jobParams_takeData(&params, nullptr, release),
-             ksys_jobParams_getDataConst(nullptr, &data),
-             ksys_jobParams_getDataConst(&params, nullptr),
-             ksys_jobRequestSet_addFuncAndParams(nullptr, job, &params),
-             ksys_jobRequestSet_addFuncAndParams(&requests, job, nullptr),
-             ksys_jobThreadGroup_dispatchAndWait(nullptr, &requests, &results),
-             ksys_jobThreadGroup_dispatchAndWait(&group, nullptr, &results),
-             ksys_jobThreadGroup_dispatchAndWait(&group, &requests, nullptr),
-         })
+    const auto job = [](const ksys_jobParams *) { return 0; };
+    for (const int32_t status :
+         {ksys_criticalSection_constructSingleton(nullptr, &word), ksys_criticalSection_wait(nullptr, nullptr),
+          ksys_criticalSection_constructSingleton(&section, nullptr), ksys_criticalSection_release(nullptr),
+          ksys_cpuinfo_init(nullptr), ksys_cpuinfo_get(nullptr), ksys_memory_alloc_internal(1, nullptr),
+          ksys_memory_realloc_internal(1, nullptr), ksys_jobParams_takeData(&params, &data, nullptr),
+          ksys_jobParams_takeData(nullptr, &data, note), ksys_jobParams_takeData(&params, nullptr, note),
+          ksys_jobParams_getDataConst(nullptr, &data), ksys_jobParams_getDataConst(&params, nullptr),
+          ksys_jobRequestSet_addFuncAndParams(nullptr, job, &params),
+          ksys_jobRequestSet_addFuncAndParams(&requests, nullptr, &params),
+          ksys_jobRequestSet_addFuncAndParams(&requests, job, nullptr),
+          ksys_jobThreadGroup_dispatchAndWait(nullptr, &requests, nullptr)})
         EXPECT_EQ(status, ksys_statusBadArgument);
     EXPECT_EQ(ksys_memory_free_internal(nullptr), 0);
 }
