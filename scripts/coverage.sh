@@ -15,11 +15,11 @@ cmake --build --preset coverage --parallel "$(nproc)"
 find build/coverage -name '*.gcda' -delete # counts of earlier runs, maybe of other sources
 ctest --preset coverage --parallel "$(nproc)"
 
-# Kernels that this processor lacks were skipped.
+# Kernels that this processor lacks were skipped, and with them what only they use.
 lacking=()
 features=$(grep -m 1 '^flags' /proc/cpuinfo || true)
 case $features in *avx2*) ;; *) lacking+=(--exclude 'src/.*_avx2\.') ;; esac
-case $features in *avx512_vbmi*) ;; *) lacking+=(--exclude 'src/.*_avx512\.') ;; esac
+case $features in *avx512_vbmi*) ;; *) lacking+=(--exclude 'src/.*(_avx512|/tile_blocks)\.') ;; esac
 
 gcovr --root . --object-directory build/coverage --filter src/ --filter services/ "${lacking[@]}" \
     --exclude-throw-branches --exclude-unreachable-branches --branches --sort-percentage \
