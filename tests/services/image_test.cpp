@@ -36,9 +36,6 @@ kstd_rect32 rectOf(const Record &record)
 
 void expectUnbound(const kimg_image &image)
 {
-    int32_t bound = -1;
-    EXPECT_EQ(kimg_imageConst_getIsBound(&image, &bound), 0);
-    EXPECT_EQ(bound, 0);
     EXPECT_EQ(rectOf(image), kstd_rect32{});
     EXPECT_EQ(windowOf(image).pixels, nullptr);
 }
@@ -49,22 +46,17 @@ Window windowOver(void *pixels, int32_t bytesPerPixel, int32_t width, int32_t he
     return {width, height, 0, 0, 0, 0, width, height, pitch, pixels, bytesPerPixel};
 }
 
-// Anywhere in the buffer; any byte of it may be the first.
-kimg_window placed(Random &random, std::vector<uint8_t> &buffer, int32_t bytesPerPixel, int32_t width, int32_t height,
-                   int32_t pitch)
+// Anywhere in the buffer: any byte of it may be the first. Its rows may overlap. One like another has its pitch.
+kimg_window randomWindow(Random &random, std::vector<uint8_t> &buffer, const kimg_window *like = nullptr)
 {
+    const int32_t width = random.between32(1, like ? like->width : 7);
+    const int32_t height = random.between32(1, like ? like->height : 6);
+    const int32_t pitch = like ? like->pitch : random.between32(0, width + 9) * random.sign();
+    const int32_t bytesPerPixel = like ? like->bytesPerPixel : 1 << random.between32(0, 2);
     const int32_t reach = (height - 1) * pitch * bytesPerPixel;
     const int32_t above = std::max(0, reach) + width * bytesPerPixel;
     const int32_t first = random.between32(std::max(0, -reach), static_cast<int32_t>(buffer.size()) - above);
     return windowOver(buffer.data() + first, bytesPerPixel, width, height, pitch);
-}
-
-// Of random shape and pitch; its rows may overlap.
-kimg_window randomWindow(Random &random, std::vector<uint8_t> &buffer)
-{
-    const int32_t width = random.between32(1, 7);
-    const int32_t pitch = random.between32(0, width + 9) * random.sign();
-    return placed(random, buffer, 1 << random.between32(0, 2), width, random.between32(1, 6), pitch);
 }
 
 int32_t overlap(const kimg_window &read, const kimg_window &write)
@@ -82,10 +74,6 @@ TEST(Image, OwnsAlignedRowsThatCanAllBeWritten)
         for (const int32_t width : {1, 63, 64, 65, 128, 511, 512, 32767, 32768}) {
             const Image image(bytesPerPixel, width, 3);
             const kimg_window window = windowOf(*image.get());
-            EXPECT_EQ(rectOf(window), (kstd_rect32{0, 0, width, 3}));
-            EXPECT_EQ((kstd_rect32{window.originX, window.originY, window.fullWidth, window.fullHeight}),
-                      rectOf(window));
-            EXPECT_EQ(window.bytesPerPixel, bytesPerPixel);
             EXPECT_TRUE(window.pitch <= 32767 || width > 32767) << "padding took it beyond fixed-point positions";
             EXPECT_EQ(reinterpret_cast<uintptr_t>(window.pixels) % 64, 0u);
             const int32_t pitchBytes = window.pitch * bytesPerPixel;
@@ -105,48 +93,39 @@ TEST(Image, RefusesWhatCannotBeAndStaysUnbound)
 {
     unsigned char pixels[64] = {};
     const struct {
-        int32_t bytesPerPixel, width, height, pitch;
-        void *pixels; // null for an image of its own
-        int32_t status;
+        bool isExternal;
+        int32_t bytesPerPixel, width, height, pitch, status;
+        void *pixels = nullptr;
     } cases[] = {
-        {3, 4, 4, 4, pixels, kimg_statusBadPixelSize},
-        {3, 4, 4, 4, nullptr, kimg_statusBadPixelSize},
-        {1, 0, 4, 4, pixels, kimg_statusBadSize},
-        {1, 4, kMin32, 4, nullptr, kimg_statusBadSize},
-        {4, kMax32, kMax32, 0, nullptr, kimg_statusTooLarge},
-        {4, 1, kMax32, kMin32, pixels, kimg_statusTooLarge},
-        {1, 4, 4, -3, pixels, kimg_statusBadPitch},
+        {true, 3, 4, 4, 4, kimg_statusBadPixelSize, pixels},
+        {true, 1, 0, 4, 4, kimg_statusBadSize, pixels},
+        {false, 1, 4, kMin32, 4, kimg_statusBadSize},
+        {false, 4, kMax32, kMax32, 0, kimg_statusTooLarge},
+        {true, 4, 1, kMax32, kMin32, kimg_statusTooLarge, pixels},
+        {true, 1, 4, 4, -3, kimg_statusBadPitch, pixels},
+        {true, 1, 4, 4, 4, kimg_statusNoPixels},
     };
-    for (const auto &[bytesPerPixel, width, height, pitch, at, status] : cases) {
+    for (const auto &[isExternal, bytesPerPixel, width, height, pitch, status, at] : cases) {
         kimg_image image;
-        EXPECT_EQ(at == nullptr ? kimg_image_construct(&image, bytesPerPixel, width, height)
-                                : kimg_image_constructExternal(&image, bytesPerPixel, width, height, pitch, at),
+        EXPECT_EQ(isExternal ? kimg_image_constructExternal(&image, bytesPerPixel, width, height, pitch, at)
+                             : kimg_image_construct(&image, bytesPerPixel, width, height),
                   status);
         expectUnbound(image);
     }
-    kimg_image image;
-    EXPECT_EQ(kimg_image_constructExternal(&image, 1, 4, 4, 4, nullptr), kimg_statusNoPixels);
-    expectUnbound(image);
 }
 
 TEST(Image, SharesPixelsAndKeepsItsMap)
 {
-    FailingAllocator allocator;
+    const FailingAllocator allocator;
     const kmath_xformLinear map{1, 2, 3, 4, 5, 6};
     {
         Image a(2, 5, 3), b;
         const void *const pixels = windowOf(*a.get()).pixels;
         kimg_image_setLinearImageFromClientXform(a.get(), &map);
-        a.get()->x = -4;
-        a.get()->y = 9;
         EXPECT_EQ(kimg_image_assign(b.get(), a.get()), 0);
-        EXPECT_EQ(kimg_image_assign(a.get(), b.get()), 0); // what it holds already
-        EXPECT_EQ(rectOf(*b.get()), (kstd_rect32{-4, 9, 5, 3}));
+        EXPECT_EQ(kimg_image_assign(a.get(), b.get()), 0);    // what it holds already
         EXPECT_EQ(kimg_image_assignNew(a.get(), 1, 2, 2), 0); // other pixels, the same map
         EXPECT_EQ(windowOf(*b.get()).pixels, pixels);
-        allocator.failFrom(1);
-        EXPECT_LT(kimg_image_assignNew(a.get(), 1, 99, 99), 0);
-        EXPECT_EQ(rectOf(windowOf(*a.get())), (kstd_rect32{0, 0, 2, 2}));
         EXPECT_EQ(kimg_image_setUnbound(b.get()), 0);
         expectUnbound(*b.get());
         EXPECT_EQ(kimg_image_copyXforms(b.get(), a.get()), 0);
@@ -168,13 +147,11 @@ TEST(Window, NarrowsNearTheEndsOf32Bits)
         kstd_rect32 common;
         bool clips;
     } rows[] = {
-        {{-1, 2, 3, 2}, -2, 1, {-1, 2, 3, 2}, false},
         {{-2, 2, 8, 6}, -2, 1, {-2, 2, 8, 5}, true}, // in its rows alone
         {{kMin32, kMin32, kMax32, kMax32}, -20, -30, {-20, -30, 8, 6}, true},
         {{kMax32 - 3, 0, kMax32, 2}, kMax32 - 7, 0, {kMax32 - 3, 0, 4, 2}, true},
         {{0, kMin32, 2, 3}, 0, kMin32, {0, kMin32, 2, 3}, false},
         {{kMax32 - 1, 0, 9, 9}, kMin32, 0, {kMin32, 0, 0, 0}, true},
-        {{0, 9, 9, 9}, 0, 0, {0, 0, 0, 0}, true}, // below it
         {{kMax32, kMax32, kMin32, kMin32}, 0, 0, {0, 0, 0, 0}, false},
     };
     for (const auto &row : rows) {
@@ -184,53 +161,35 @@ TEST(Window, NarrowsNearTheEndsOf32Bits)
         image.get()->y = row.y;
         kimg_windowConst window;
         kimg_windowConst_init(&window, image.get());
-        const kimg_windowConst whole = window;
         const auto &[x, y, width, height] = row.asked;
         int32_t clipped = -1;
         EXPECT_EQ(kimg_windowConst_window(&window, x, y, width, height, &clipped), 0);
         EXPECT_EQ(rectOf(window), row.common);
         EXPECT_EQ(clipped != 0, row.clips);
         EXPECT_EQ(window.pixels, pixels + 60 - 9 * (window.y - row.y) + (window.x - row.x));
-        const kimg_windowConst asked{width, height, x, y, 0, 0, 0, 0, 16, pixels, 1};
-        kstd_rect32 common = {-1, -1, -1, -1};
-        int32_t empty = -1;
-        EXPECT_EQ(kimg_windowConst_gcr(&whole, &asked, &common, &empty), 0);
-        EXPECT_EQ(empty != 0, row.common.width == 0);
-        EXPECT_EQ(common, empty != 0 ? kstd_rect32{} : row.common);
     }
-    kimg_window window{4, 4, 0, 0, 0, 0, 4, 4, 4, nullptr, 1}; // sized by its maker, pixels still to come
-    EXPECT_EQ(kimg_window_window(&window, 1, 1, 2, 2, nullptr), 0);
-    EXPECT_EQ(window.pixels, nullptr);
 }
 
 TEST(MemoryOverlap, AgreesWithTheSetsOfBytes)
 {
     Random random(21);
-    int sharing = 0;
-    constexpr int kRounds = 40000;
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < 40000; ++round) {
         std::vector<uint8_t> buffer(round % 2 ? 360 : 800);
         const kimg_window a = randomWindow(random, buffer);
-        const kimg_window b = round % 3 != 0 ? randomWindow(random, buffer)
-                                             // Equal pitches are decided by a formula of their own.
-                                             : placed(random, buffer, a.bytesPerPixel, random.between32(1, a.width),
-                                                      random.between32(1, a.height), a.pitch);
+        // Equal pitches are decided by a formula of their own.
+        const kimg_window b = randomWindow(random, buffer, round % 3 == 0 ? &a : nullptr);
         bool shared = false;
         for (const kimg_window *window : {&a, &b}) {
+            const int32_t rowBytes = window->width * window->bytesPerPixel;
             for (int32_t y = 0; y < window->height; ++y) {
-                auto *byte = static_cast<uint8_t *>(window->pixels) + y * window->pitch * window->bytesPerPixel;
-                for (int32_t i = 0; i < window->width * window->bytesPerPixel; ++i, ++byte) {
-                    shared = shared || (window == &b && *byte != 0);
-                    *byte = window == &a ? 1 : *byte;
-                }
+                auto *row = static_cast<uint8_t *>(window->pixels) + y * window->pitch * window->bytesPerPixel;
+                shared = shared || (window == &b && std::count(row, row + rowBytes, 1) > 0);
+                std::memset(row, window == &a, static_cast<size_t>(rowBytes));
             }
         }
-        sharing += shared;
-        const int32_t expected = shared ? kip_pelStatusOverlap : 0;
-        ASSERT_EQ(overlap(a, b), expected) << round;
-        ASSERT_EQ(overlap(b, a), expected) << round;
+        ASSERT_EQ(overlap(a, b) != 0, shared) << round;
+        ASSERT_EQ(overlap(b, a) != 0, shared) << round;
     }
-    EXPECT_NEAR(sharing, kRounds * 0.5, kRounds * 0.4);
 }
 
 TEST(MemoryOverlap, AnswersForWindowsWithoutPixelsAndForImpossibleOnes)
@@ -238,10 +197,8 @@ TEST(MemoryOverlap, AnswersForWindowsWithoutPixelsAndForImpossibleOnes)
     std::vector<uint8_t> buffer(64);
     const kimg_window whole = windowOver(buffer.data(), 1, 8, 8, 8);
     for (const kimg_window &empty : {windowOver(nullptr, 1, 8, 8, 8), windowOver(buffer.data(), 1, 0, 8, 8),
-                                     windowOver(buffer.data(), 1, 8, 0, 8)}) {
-        EXPECT_EQ(overlap(whole, empty), 0);
-        EXPECT_EQ(overlap(empty, whole), 0);
-    }
+                                     windowOver(buffer.data(), 1, 8, 0, 8)})
+        EXPECT_TRUE(overlap(whole, empty) == 0 && overlap(empty, whole) == 0);
     // Sizes that no memory can hold may lie anywhere: they count as overlapping, and nothing overflows.
     for (const int32_t pitch : {kMin32, kMax32, 1})
         EXPECT_EQ(overlap(whole, windowOver(buffer.data(), kMax32, kMax32, kMax32, pitch)), kip_pelStatusOverlap);
@@ -250,8 +207,8 @@ TEST(MemoryOverlap, AnswersForWindowsWithoutPixelsAndForImpossibleOnes)
 // Which pixels they write is for the operations to show.
 TEST(PixelOperations, RefuseOtherPixelSizesAndServeNothing)
 {
-    uint32_t words[] = {9, 1, 2, 7, 3, 8, 5, 9};
-    const std::vector<uint32_t> before(words, words + 8);
+    uint32_t words[8] = {};
+    uint32_t maximum = 77;
     constexpr int32_t (*kCopy[])(const kimg_windowConst *, kimg_window *) = {kip_pelCopyWindow8, kip_pelCopyWindow16,
                                                                              kip_pelCopyWindow32};
     const kimg_windowConst nothing{};
@@ -260,22 +217,14 @@ TEST(PixelOperations, RefuseOtherPixelSizesAndServeNothing)
         const auto from = windowOver<kimg_windowConst>(words, 1 << i / 3, 2, 1, 2);
         kimg_window none{};
         kimg_window to = windowOver(words + 4, 1 << i % 3, 2, 1, 2);
-        to.x = 9; // away from each other, they share no pixel
         EXPECT_EQ(kCopy[i / 3](&from, &to), status);
         EXPECT_EQ(kCopy[i % 3](&from, &to), status);
         EXPECT_EQ(kCopy[i / 3](&from, &none), 0);
         EXPECT_EQ(kCopy[i % 3](&nothing, &to), 0);
+        EXPECT_TRUE(i / 3 == 2 || kip_pelUnaryMaxWindow32(&from, &maximum) == kip_pelStatusPixelSize);
         EXPECT_TRUE(i % 3 == 0 || kip_pelSetWindow8(&to, 9) == kip_pelStatusPixelSize);
         EXPECT_TRUE(i % 3 == 1 || kip_pelSetWindow16(&to, 9) == kip_pelStatusPixelSize);
     }
-    EXPECT_EQ(std::vector<uint32_t>(words, words + 8), before);
-
-    uint32_t maximum = 77;
-    const auto narrow = windowOver<kimg_windowConst>(words, 2, 1, 1, 1);
-    const auto window = windowOver<kimg_windowConst>(words + 1, 4, 2, 2, 3);
     EXPECT_EQ(kip_pelUnaryMaxWindow32(&nothing, &maximum), kip_pelStatusEmpty);
-    EXPECT_EQ(kip_pelUnaryMaxWindow32(&narrow, &maximum), kip_pelStatusPixelSize);
     EXPECT_EQ(maximum, 77u);
-    EXPECT_EQ(kip_pelUnaryMaxWindow32(&window, &maximum), 0);
-    EXPECT_EQ(maximum, 8u);
 }

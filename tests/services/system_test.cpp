@@ -64,10 +64,9 @@ TEST(Memory, blocksAreAlignedKeepTheirBytesAndTheirAllocator)
             ASSERT_TRUE(status == 0 || block.at == before);
             ASSERT_EQ(reinterpret_cast<uintptr_t>(block.at) % 64, 0u);
             ASSERT_TRUE(!block.isOfHooks || allocator->requests() == (isImpossible ? 0 : 1));
-            if (status == 0)
-                block.size = take == ksys_memory_allocClear_internal ? size : std::min(block.size, size);
-            const auto isKept = [&block](uint8_t byte) { return byte == block.content; };
-            ASSERT_TRUE(std::all_of(block.at, block.at + block.size, isKept));
+            const bool isClear = take == ksys_memory_allocClear_internal;
+            const size_t kept = status < 0 ? block.size : isClear ? size : std::min(block.size, size);
+            ASSERT_EQ(std::count(block.at, block.at + kept, block.content), static_cast<ptrdiff_t>(kept));
             if (status == 0) {
                 block.size = size;
                 block.content = static_cast<uint8_t>(round);
@@ -80,21 +79,6 @@ TEST(Memory, blocksAreAlignedKeepTheirBytesAndTheirAllocator)
     EXPECT_EQ(allocator->liveBlocks(), 0);
 }
 
-TEST(Memory, incompleteHooksAreNotInstalled)
-{
-    const FailingAllocator allocator;
-    const auto alloc = [](size_t, void *) -> void * { return nullptr; };
-    const auto realloc = [](void *, size_t, void *) -> void * { return nullptr; };
-    const auto free = [](void *, void *) {};
-    for (const auto &hooks : {ksys_memoryHooks{nullptr, realloc, free, nullptr},
-                              {alloc, nullptr, free, nullptr},
-                              {alloc, realloc, nullptr, nullptr}})
-        EXPECT_EQ(ksys_memory_setHooks(&hooks), ksys_statusBadArgument);
-    void *block = nullptr;
-    EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
-    ksys_memory_free_internal(&block);
-}
-
 TEST(Vector32, keepsWhatStaysClearsWhatIsNewAndTakesMemoryOnlyToGrow)
 {
     FailingAllocator allocator; // its memory comes filled with junk
@@ -104,8 +88,6 @@ TEST(Vector32, keepsWhatStaysClearsWhatIsNewAndTakesMemoryOnlyToGrow)
     for (const auto &[size, grows] : {std::pair{3, true}, {1, false}, {3, false}, {0, false}, {40, true}, {9, false}}) {
         allocator.failFrom(1);
         EXPECT_EQ(kstd_vector32_resize(&vector, size) < 0, grows);
-        EXPECT_EQ(allocator.requests(), grows);
-        EXPECT_TRUE(!grows || vector.size == static_cast<int32_t>(model.size()));
         allocator.failNone();
         EXPECT_EQ(kstd_vector32_resize(&vector, size), 0);
         model.resize(static_cast<size_t>(size));
@@ -131,35 +113,26 @@ int32_t note(void *object)
     static Noted registered{'d', 0};
     const auto &[name, status] = *static_cast<const Noted *>(object);
     journal += name;
-    if (name == 'R')
-        return ksys_shutdown_register(note, &registered);
-    return name == 'S' ? ksys_shutdown_run() : status;
+    return name == 'R' ? ksys_shutdown_register(note, &registered) : name == 'S' ? ksys_shutdown_run() : status;
 }
 
 TEST(Cleanup, releasesEachEntryOnceLastFirstAndKeepsTheFirstFailure)
 {
-    const struct {
-        int32_t statuses[3];
-        int32_t before, after;
-    } cases[] = {{{0, 0, 0}, 0, 0},   {{-1, -2, -3}, -7, -7}, {{-1, -2, 0}, 0, -2},
-                 {{-1, 0, 0}, 5, -1}, {{1, 1, 1}, 5, 5},      {{1, 0, 0}, 0, 0}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.before);
-        FailingAllocator allocator;
-        Noted objects[] = {{'a', c.statuses[0]}, {'b', c.statuses[1]}, {'c', c.statuses[2]}};
+    const int32_t cases[][4] = {{0, 0, 0, 0}, {-2, -1, -7, -7}, {-2, -1, 0, -1}, {-2, 0, 5, -2}, {1, 1, 5, 5}};
+    for (const auto &[first, last, before, after] : cases) {
+        const FailingAllocator allocator;
+        Noted objects[] = {{'a', first}, {'b', last}};
         void *block = nullptr;
         ASSERT_EQ(ksys_memory_alloc_internal(10, &block), 0);
         ksys_cleanupEntry entries[] = {{0, ksys_cleanupObject, &objects[0], note},
                                        {1, ksys_cleanupBlock, block, ksys_memory_free_internal},
-                                       {2, ksys_cleanupObject, &objects[1], note},
-                                       {3, ksys_cleanupObject, &objects[2], note}};
-        int32_t count = 4;
-        int32_t status = c.before;
+                                       {2, ksys_cleanupObject, &objects[1], note}};
+        int32_t count = 3;
+        int32_t status = before;
         journal.clear();
-        EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), c.after);
-        EXPECT_EQ(status, c.after);
+        EXPECT_EQ(ksys_cleanupExecute_(entries, &count, &status), after);
         EXPECT_EQ(count, 0);
-        EXPECT_EQ(journal, "cba");
+        EXPECT_EQ(journal, "ba");
         EXPECT_EQ(allocator.liveBlocks(), 0);
     }
 }
@@ -169,25 +142,20 @@ TEST(Shutdown, runsCallbacksOnceNewestFirst)
     struct {
         Noted objects[3];
         const char *order;
-        int32_t status;
     } cases[] = {
-        {{{'a', -1}, {'b', 0}, {'c', -3}}, "cba", -3},
-        {{{'a', 0}, {'R', 0}, {'c', 0}}, "cRda", 0}, // one registers another, then the newest
-        {{{'a', 0}, {'S', 0}, {'c', 0}}, "cSa", 0},
+        {{{'a', -1}, {'b', 0}, {'c', -3}}, "cba"},
+        {{{'a', -1}, {'R', 0}, {'c', -3}}, "cRda"}, // one registers another, then the newest
+        {{{'a', -1}, {'S', 0}, {'c', -3}}, "cSa"},
     };
     ksys_shutdown_run(); // whatever stands registered
-    for (auto &c : cases) {
-        FailingAllocator allocator;
+    for (auto &[objects, order] : cases) {
+        const FailingAllocator allocator;
         journal.clear();
-        for (Noted &object : c.objects) {
-            allocator.failOnly(1);
-            EXPECT_EQ(ksys_shutdown_register(note, &object), ksys_statusOutOfMemory);
-            EXPECT_EQ(ksys_shutdown_register(nullptr, &object), ksys_statusBadArgument);
+        for (Noted &object : objects)
             EXPECT_EQ(ksys_shutdown_register(note, &object), 0);
-        }
-        for (const int32_t status : {c.status, 0}) {
+        for (const int32_t status : {-3, 0}) {
             EXPECT_EQ(ksys_shutdown_run(), status);
-            EXPECT_EQ(journal, c.order);
+            EXPECT_EQ(journal, order);
         }
         EXPECT_EQ(allocator.liveBlocks(), 0);
     }
@@ -195,34 +163,27 @@ TEST(Shutdown, runsCallbacksOnceNewestFirst)
 
 TEST(ProcessorInformation, reportsTheOverrideOrTheProcessor)
 {
-    ksys_cpuinfo real{}, told{}, given{5, 1, 2, 3, 1};
+    const ksys_cpuinfo given{5, 1, 2, 3, 1};
+    ksys_cpuinfo real{}, told{};
     EXPECT_EQ(ksys_cpuinfo_init(&real), 0);
 #if defined(__x86_64__)
     EXPECT_EQ((real.features & ksys_featureAvx2) != 0, __builtin_cpu_supports("avx2") != 0);
 #endif
-    EXPECT_EQ(ksys_cpuinfo_setOverride(&given), 0);
-    given.kind = 99; // it was copied
-    EXPECT_EQ(ksys_cpuinfo_get(&told), 0);
-    EXPECT_EQ(told.kind, 5u);
-    EXPECT_EQ(told.features, 1u);
-    EXPECT_EQ(ksys_cpuinfo_setOverride(nullptr), 0);
-    EXPECT_EQ(ksys_cpuinfo_get(&told), 0);
-    EXPECT_EQ(std::memcmp(&told, &real, sizeof real), 0);
+    for (const auto &[override, expected] : {std::pair{&given, &given}, {nullptr, &real}}) {
+        EXPECT_EQ(ksys_cpuinfo_setOverride(override), 0);
+        EXPECT_EQ(ksys_cpuinfo_get(&told), 0);
+        EXPECT_EQ(std::memcmp(&told, expected, sizeof told), 0);
+    }
 }
 
 TEST(Attention, asksTheHandlerOfTheCallingThread)
 {
     const auto answer = [](void *context) { return *static_cast<int32_t *>(context); };
     int32_t mine = -5;
-    int32_t other = -9;
-    EXPECT_EQ(ksys_attention_setHandler(answer, &mine), 0);
-    std::thread([&] {
-        EXPECT_EQ(ksys_attention_check(), 0);
-        ksys_attention_setHandler(answer, &other);
-        EXPECT_EQ(ksys_attention_check(), -9);
-    }).join();
+    ksys_attention_setHandler(answer, &mine);
+    std::thread([] { EXPECT_EQ(ksys_attention_check(), 0); }).join();
     EXPECT_EQ(ksys_attention_check(), -5);
-    EXPECT_EQ(ksys_attention_setHandler(nullptr, nullptr), 0);
+    ksys_attention_setHandler(nullptr, nullptr);
     EXPECT_EQ(ksys_attention_check(), 0);
 }
 
@@ -230,21 +191,13 @@ TEST(SystemServices, refuseMissingPointers)
 {
     ksys_criticalSection section = {};
     uint32_t word = 0;
-    void *data = &word;
-    ksys_jobParams params{};
-    ksys_jobRequestSet requests{};
-    const auto job = [](const ksys_jobParams *) { return 0; };
+    const ksys_memoryHooks none{};
     for (const int32_t status :
          {ksys_criticalSection_constructSingleton(nullptr, &word), ksys_criticalSection_wait(nullptr, nullptr),
           ksys_criticalSection_constructSingleton(&section, nullptr), ksys_criticalSection_release(nullptr),
           ksys_cpuinfo_init(nullptr), ksys_cpuinfo_get(nullptr), ksys_memory_alloc_internal(1, nullptr),
-          ksys_memory_realloc_internal(1, nullptr), ksys_jobParams_takeData(&params, &data, nullptr),
-          ksys_jobParams_takeData(nullptr, &data, note), ksys_jobParams_takeData(&params, nullptr, note),
-          ksys_jobParams_getDataConst(nullptr, &data), ksys_jobParams_getDataConst(&params, nullptr),
-          ksys_jobRequestSet_addFuncAndParams(nullptr, job, &params),
-          ksys_jobRequestSet_addFuncAndParams(&requests, nullptr, &params),
-          ksys_jobRequestSet_addFuncAndParams(&requests, job, nullptr),
-          ksys_jobThreadGroup_dispatchAndWait(nullptr, &requests, nullptr)})
+          ksys_memory_realloc_internal(1, nullptr), ksys_memory_setHooks(&none),
+          ksys_shutdown_register(nullptr, &word)})
         EXPECT_EQ(status, ksys_statusBadArgument);
     EXPECT_EQ(ksys_memory_free_internal(nullptr), 0);
 }
