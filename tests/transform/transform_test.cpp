@@ -3,9 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <cwchar>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,24 +27,20 @@ TEST(TransformJobs, CutsLargeWorkIntoBandsOfOneTileRow)
     const struct {
         int32_t bytesPerPixel;
         uint32_t mode;
-        int32_t pitch, columns, rows;
-        int32_t bands;
+        int32_t pitch, columns, rows, bands;
     } rows[] = {
         {2, kBilinear, 640, 300, 336, 1},   // not above one and a half bands
         {2, kBilinear, 640, 300, 337, 2},   //
-        {2, kBilinear, 640, 181, 362, 1},   // 65522 pixels
+        {2, kBilinear, 640, 128, 511, 1},   // 65408 pixels
         {2, kBilinear, 640, 128, 512, 3},   // 65536
-        {2, kNearest, 640, 500, 500, 1},    // 250000 pixels
+        {2, kNearest, 640, 512, 511, 1},    // 261632 pixels
         {2, kNearest, 640, 512, 512, 3},    // 262144
         {2, kBilinear, 1024, 256, 448, 2},  //
         {2, kBilinear, 1025, 256, 448, 5},  //
-        {2, kBilinear, 2049, 700, 96, 1},   //
         {2, kBilinear, 2049, 700, 97, 2},   //
-        {2, kBilinear, 3073, 256, 448, 10}, //
         {2, kBilinear, 640, 2, 40000, 179}, // taller than 32767
         {1, kBilinear, 640, 700, 96, 1},    // the portable 8-bit tiles are 64 high, whatever the pitch
         {1, kBilinear, 5000, 256, 448, 7},  //
-        {1, kNearest, 640, 512, 511, 1},    //
         {1, kNearest, 640, 512, 512, 8},    //
     };
     static std::atomic<int32_t> questions; // by the jobs as well
@@ -101,20 +95,14 @@ TEST_P(Transform, RefusesOverlappingMemoryFirstOfAll)
     const auto before = pixels;
     const kip_affineSampleParams good = {{20.25, 8.5, 32, -6, 6, 16}, 1, 32, 16};
     const kip_affineSampleParams bad = {good.rect, 4, 0, 0};
-    const auto expectOverlap = [&](kimg_image *destination) {
-        kip_affineSampleCache *handle = nullptr;
-        EXPECT_EQ(transform(source.get(), destination, &good, nullptr), kip_pelStatusOverlap);
-        EXPECT_EQ(transform(source.get(), destination, &bad, &handle), kip_pelStatusOverlap);
-        EXPECT_EQ(before, pixels);
-    };
-    Image shared;
-    ASSERT_GE(kimg_image_assign(shared.get(), source.get()), 0);
-    expectOverlap(shared.get());
     // The whole, a part, the last column and the last pixel.
     for (const auto &[width, height, x, y] :
          {kstd_rect32{400, 300, 0, 0}, {32, 16, 20, 20}, {6, 3, 399, 10}, {2, 1, 399, 299}}) {
         Image part(bytes, width, height, 410, pixels.data() + (y * 410 + x) * bytes);
-        expectOverlap(part.get());
+        kip_affineSampleCache *handle = nullptr;
+        EXPECT_EQ(transform(source.get(), part.get(), &good, nullptr), kip_pelStatusOverlap);
+        EXPECT_EQ(transform(source.get(), part.get(), &bad, &handle), kip_pelStatusOverlap);
+        EXPECT_EQ(before, pixels);
     }
 }
 
@@ -145,22 +133,19 @@ TEST_P(Transform, RunsNoVariantThatTheHookForbids)
     if ((processor.features & all) == all || (processor.features & ksys_featurePackedInteger) == 0)
         GTEST_SKIP() << "this processor runs every variant that there is";
     const auto before = kprt_isOptimizationInhibitedFP;
-    for (const uint32_t mode : {0, 1, 2, 3, 4}) {
-        const bool isOfTiles = mode == 4; // the name of the one kernel of these that has its own
-        kprt_isOptimizationInhibitedFP = isOfTiles ? [](const wchar_t *kernel) -> int32_t {
-            return std::wcscmp(kernel, L"kip_affineTransformTileBilinearAccurate16Portable") == 0;
-        }
-        : [](const wchar_t *kernel) -> int32_t { return std::wcsncmp(kernel, L"kip_affineProcess", 17) == 0; };
-        if (isOfTiles && bytes == 1)
-            continue;
+    static bool isOfTiles; // the one kernel of these that has a name of its own
+    kprt_isOptimizationInhibitedFP = [](const wchar_t *kernel) -> int32_t {
+        return isOfTiles ? std::wcscmp(kernel, L"kip_affineTransformTileBilinearAccurate16Portable") == 0
+                         : std::wcsncmp(kernel, L"kip_affineProcess", 17) == 0;
+    };
+    for (uint32_t mode = 0; mode < (bytes == 1 ? 4 : 5); ++mode) {
+        isOfTiles = mode == 4;
         const kip_affineSampleParams params = {{60.25, 18.5, 200, -26, 16, 180}, isOfTiles ? 1 : mode, 200, 180};
         Image forbidden, plain;
-        {
-            const ProcessorLevel level(all);
-            EXPECT_GE(transform(source.get(), forbidden.get(), &params, nullptr), 0);
+        for (Image *const image : {&forbidden, &plain}) {
+            const ProcessorLevel level(image == &forbidden ? all : 0);
+            EXPECT_GE(transform(source.get(), image->get(), &params, nullptr), 0);
         }
-        const ProcessorLevel level(0);
-        EXPECT_GE(transform(source.get(), plain.get(), &params, nullptr), 0);
         EXPECT_EQ(forbidden.bytes(), plain.bytes()) << "mode " << mode;
     }
     kprt_isOptimizationInhibitedFP = before;
@@ -168,24 +153,19 @@ TEST_P(Transform, RunsNoVariantThatTheHookForbids)
 
 TEST_P(Transform, TakesNoMemoryWithACacheAndABoundDestination)
 {
-    const kip_affineSampleParams samplings[] = {
-        {{20.25, 8.5, 320, -6, 6, 280}, kip_affineModeNearest, 320, 280},
-        {{20.25, 8.5, 320, -6, 6, 280}, kip_affineModeBilinear, 320, 280},
-        {{300, 20, 0, -280, 280, 0}, kip_affineModeBicubic, 280, 280},
-        {{20.25, 8.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16},
-    };
-    for (const kip_affineSampleParams &params : samplings) {
-        // One thread, or too little work for more.
-        ksys_jobThreadGroup_setThreadCount(params.destWidth > 32 ? 1 : 4);
+    for (const kip_affineSampleParams &params :
+         {kip_affineSampleParams{{20.25, 8.5, 320, -6, 6, 280}, kip_affineModeNearest, 320, 280},
+          {{20.25, 8.5, 320, -6, 6, 280}, kip_affineModeBilinear, 320, 280},
+          {{300, 20, 0, -280, 280, 0}, kip_affineModeBicubic, 280, 280},
+          {{20.25, 8.5, 32, -6, 6, 16}, kip_affineModeBilinear, 32, 16}}) {
+        ksys_jobThreadGroup_setThreadCount(params.destWidth > 32 ? 1 : 4); // one thread, or too little work for more
         kip_affineSampleCache *cache = nullptr;
         ASSERT_EQ(kip_affineSampleCache_construct(&cache), 0);
         Image destination(bytes, params.destWidth, params.destHeight);
-        {
-            FailingAllocator allocator;
-            for (int call = 0; call < 2; ++call)
-                EXPECT_GE(transform(source.get(), destination.get(), &params, &cache), 0);
-            EXPECT_EQ(allocator.requests(), 0) << "mode " << params.mode;
-        }
+        FailingAllocator allocator;
+        for (int call = 0; call < 2; ++call)
+            EXPECT_GE(transform(source.get(), destination.get(), &params, &cache), 0);
+        EXPECT_EQ(allocator.requests(), 0) << "mode " << params.mode;
         EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
     }
 }
