@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <kip/kip.h>
@@ -89,9 +90,10 @@ protected:
     }
 
     const fs::path start = fs::current_path();
+    // Another build's tests may run at the same time.
     const fs::path directory =
-        fs::absolute(testing::TempDir()) /
-        (std::string("kip_tool_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::absolute(testing::TempDir()) / ("kip_tool_" + std::to_string(std::hash<std::string>()(KIP_TOOL_PATH)) +
+                                            testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
 // One line tells what is wrong, and no file appears.
