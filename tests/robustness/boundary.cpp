@@ -137,14 +137,9 @@ private:
         std::vector<Outcome> outcomes(static_cast<size_t>(to - from));
         for (const int turn : {0, 1}) {
             allocator.fillWith(turn == 0 ? 0xFF : 0);
-            const ProcessorLevel level(batch.settings[turn].features);
+            const ProcessorLevel level(batch.settings[turn].features, batch.isInhibited);
             ksys_jobThreadGroup_setThreadCount(batch.settings[turn].threads);
-            if (batch.isInhibited) {
-                const InhibitOptimizedPaths inhibited;
-                runTurn(batch, turn, from, outcomes);
-            } else {
-                runTurn(batch, turn, from, outcomes);
-            }
+            runTurn(batch, turn, from, outcomes);
         }
     }
 

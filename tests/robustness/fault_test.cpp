@@ -152,19 +152,13 @@ TEST_P(Faults, FailedAllocationsLeaveNoTrace)
 }
 
 // Any numbers in any argument, in bounded memory: the same bytes at every level of the processor, too.
-class Hostile : public testing::TestWithParam<Operation> {};
-
-INSTANTIATE_TEST_SUITE_P(Operations, Hostile, testing::ValuesIn(kOperations),
-                         [](const auto &operation) { return nameOf(operation.param); });
-
-TEST_P(Hostile, CallsGiveAStatusAndKeepTheirPromises)
+TEST_P(Faults, HostileCallsGiveAStatusAndKeepTheirPromises)
 {
     FailingAllocator allocator;
     allocator.failBeyond(kMostMemory);
-    const CallMemory memory{};
     const auto levels = availableLevels();
     const uint32_t features = levels.empty() ? uint32_t{ksys_featurePackedInteger} : levels.back().features;
-    Random random(80000 + static_cast<uint64_t>(GetParam()));
+    random = Random(80000 + static_cast<uint64_t>(GetParam()));
     for (int n = 0; n < (GetParam() == Operation::analyse ? 40000 : 4000); ++n) {
         SamplingCall call = drawCall(random, GetParam());
         spoilCall(random, &call);
@@ -188,11 +182,7 @@ TEST(Memory, ThatNobodyWroteDoesNotCount)
 {
     FailingAllocator allocator;
     const CallMemory memory{};
-    SamplingCall call;
-    call.operation = Operation::transformClipped;
-    call.bytesPerPixel = 2;
-    call.width = call.pitch = 122;
-    call.height = 7;
+    SamplingCall call = {Operation::transformClipped, 2, 122, 7, 122};
     call.x = 682;
     call.y = 273;
     call.srcFromClient = {40, 8, 8, 0, 0, 2};

@@ -50,12 +50,7 @@ constexpr kmath_shapeAffineRect kAligned = {20, 8, 32, 0, 0, 16};
 // A slanted 32 x 16 sampling inside a 64 x 48 source; all its positions are dyadic.
 SamplingCall plainCall(Operation operation, int32_t bytesPerPixel)
 {
-    SamplingCall call;
-    call.operation = operation;
-    call.bytesPerPixel = bytesPerPixel;
-    call.width = 64;
-    call.height = 48;
-    call.pitch = 70;
+    SamplingCall call = {operation, bytesPerPixel, 64, 48, 70};
     call.params = {kSlanted, kip_affineModeBilinear, 32, 16};
     return call;
 }

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <iterator>
 
+#include "support/images.h"
 #include "support/slow_model.h"
 #include "support/turns.h"
 
@@ -11,22 +11,7 @@ namespace kip::test {
 
 namespace {
 
-kimg_windowConst windowOf(const kimg_image &image)
-{
-    kimg_windowConst window;
-    kimg_windowConst_init(&window, &image);
-    return window;
-}
-
 // ---- Transforms ---------------------------------------------------------------------------------------------------
-
-// Codes without a meaning of their own copy.
-const Turn &turnOf(kip_affine_imageAlignment code)
-{
-    const auto *const turn =
-        std::find_if(std::begin(kTurns), std::end(kTurns), [&](const Turn &t) { return t.code == code; });
-    return turn == std::end(kTurns) ? kTurns[0] : *turn;
-}
 
 // The block of so many destination columns and rows whose top left source pixel is (left, top).
 Picture turned(const kimg_windowConst &source, const Turn &turn, int32_t left, int32_t top, int32_t columns,
@@ -58,36 +43,33 @@ Picture transformedSlowly(const SamplingCall &call, const kimg_windowConst &sour
 // A transform by the library, onto an image of its own.
 int32_t transformed(const kimg_image &source, const kip_affineSampleParams &params, Picture *picture)
 {
-    kimg_image made;
-    kimg_image_constructUnbound(&made);
-    const auto transform = windowOf(source).bytesPerPixel == 1 ? kip_affineTransform : kip_affineTransform16;
-    const int32_t status = transform(&source, &made, &params, nullptr);
+    Image made;
+    const auto transform = constWindowOf(source).bytesPerPixel == 1 ? kip_affineTransform : kip_affineTransform16;
+    const int32_t status = transform(&source, made.get(), &params, nullptr);
     if (status >= 0) {
-        const kimg_windowConst window = windowOf(made);
+        const kimg_windowConst window = constWindowOf(made.image);
         *picture = turned(window, kTurns[0], 0, 0, window.width, window.height);
     }
-    kimg_image_destruct(&made);
     return status;
 }
 
 // ---- Round the source ---------------------------------------------------------------------------------------------
 
 // A source in a black frame, as large as a sampling may read.
-class FramedSource {
+class FramedSource : public Image {
 public:
     // value: of all the source's pixels, below 0 for their own. status tells if there is no such frame.
     FramedSource(const kimg_image &own, const kip_affineSampleParams &params, int32_t bytesPerPixel, int64_t value)
     {
         kstd_rect32 rect{};
         status = kip_affineSampleParams_getMaxSrcRect(&params, &own, &rect);
-        kimg_image_constructUnbound(&image);
         if (status < 0)
             return;
         kimg_image_destruct(&image);
         status = kimg_image_construct(&image, bytesPerPixel, rect.width, rect.height);
         if (status < 0)
             return;
-        const kimg_windowConst source = windowOf(own);
+        const kimg_windowConst source = constWindowOf(own);
         kimg_window frame;
         kimg_window_init(&frame, &image);
         bytesPerPixel == 1 ? kip_pelSetWindow8(&frame, 0) : kip_pelSetWindow16(&frame, 0);
@@ -111,18 +93,13 @@ public:
         image.x = rect.x;
         image.y = rect.y;
     }
-    ~FramedSource() { kimg_image_destruct(&image); }
-    FramedSource(const FramedSource &) = delete;
-    FramedSource &operator=(const FramedSource &) = delete;
 
     int32_t transform(const kip_affineSampleParams &params, Picture *picture) const
     {
         return status < 0 ? status : transformed(image, params, picture);
     }
 
-    int32_t status = 0;
     bool hasSource = false;
-    kimg_image image{};
 };
 
 // As a transform where it is not clipped. The frame of a projection's coverage is as deep as its source.
@@ -254,7 +231,7 @@ void giveProjection(const SamplingCall &given, const kimg_image &source, const k
 
 void giveSums(const SamplingCall &call, const kimg_image &source, Meaning *meaning)
 {
-    const kimg_windowConst window = windowOf(source);
+    const kimg_windowConst window = constWindowOf(source);
     meaning->result = lineSums(turned(window, kTurns[0], 0, 0, window.width, window.height), call.sumsColumns);
     if (call.asksAll)
         meaning->scalars.sumDepth = call.sumsColumns ? window.height : window.width;
@@ -270,7 +247,7 @@ void giveSums(const SamplingCall &call, const kimg_image &source, Meaning *meani
 void giveAligned(const SamplingCall &call, const kimg_image &source, const kimg_image &result, Meaning *meaning)
 {
     const Turn &turn = turnOf(call.alignCode);
-    kimg_windowConst from = windowOf(call.isInPlace ? result : source);
+    kimg_windowConst from = constWindowOf(call.isInPlace ? result : source);
     from.width = call.width;
     from.height = call.height;
     const int32_t columns = turn.swapsAxes() ? from.height : from.width;
@@ -286,18 +263,6 @@ void giveAligned(const SamplingCall &call, const kimg_image &source, const kimg_
 }
 
 } // namespace
-
-int64_t valueAt(const kimg_windowConst &window, int64_t x, int64_t y)
-{
-    uint32_t value = 0;
-    const auto *const at =
-        static_cast<const uint8_t *>(window.pixels) + (y * window.pitch + x) * int64_t{window.bytesPerPixel};
-    if (window.bytesPerPixel == 1)
-        return *at;
-    uint16_t narrow;
-    window.bytesPerPixel == 2 ? std::memcpy(&narrow, at, 2) : std::memcpy(&value, at, 4);
-    return window.bytesPerPixel == 2 ? narrow : value;
-}
 
 Meaning meaningOf(const SamplingCall &call, const kimg_image &source, const kimg_image &result, int32_t status)
 {
@@ -315,7 +280,7 @@ Meaning meaningOf(const SamplingCall &call, const kimg_image &source, const kimg
     } else {
         meaning.status = status;
         if (status >= 0 && call.operation != Operation::analyse)
-            meaning.result = transformedSlowly(call, windowOf(source));
+            meaning.result = transformedSlowly(call, constWindowOf(source));
     }
     return meaning;
 }

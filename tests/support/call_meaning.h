@@ -21,9 +21,6 @@ struct Picture {
 
 inline constexpr int64_t kUnknown = -1;
 
-// The pixel or sum in a column and row of a window.
-int64_t valueAt(const kimg_windowConst &window, int64_t x, int64_t y);
-
 inline constexpr int32_t kUnset = 0x5A5A5A5A;
 
 // The numbers that a call writes.
@@ -33,11 +30,7 @@ struct Scalars {
     int32_t first = kUnset, end = kUnset;
     kmath_xformLinear placement = {7, 7, 7, 7, 7, 7};
 
-    bool operator==(const Scalars &other) const
-    {
-        return depth == other.depth && sumDepth == other.sumDepth && first == other.first && end == other.end &&
-               std::memcmp(&placement, &other.placement, sizeof placement) == 0;
-    }
+    bool operator==(const Scalars &other) const { return std::memcmp(this, &other, sizeof other) == 0; } // to the bit
 };
 
 // What a call has to give.

@@ -45,7 +45,6 @@ public:
 
     uint8_t *begin() const { return start; }
     uint8_t *end() const { return start + usable; }
-    size_t size() const { return usable; }
     // The address that byte 0 of the reservation stands for; not necessarily memory.
     uint8_t *origin() const { return mapping + pageSize(); }
 

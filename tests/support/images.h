@@ -3,44 +3,61 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <kimg/kimg.h>
 
 namespace kip::test {
 
+inline kimg_windowConst constWindowOf(const kimg_image &image)
+{
+    kimg_windowConst window{};
+    kimg_windowConst_init(&window, &image);
+    return window;
+}
+
+// The pixel or sum in a column and row of a window.
+inline int64_t valueAt(const kimg_windowConst &window, int64_t x, int64_t y)
+{
+    const auto *const at =
+        static_cast<const uint8_t *>(window.pixels) + (y * window.pitch + x) * int64_t{window.bytesPerPixel};
+    if (window.bytesPerPixel == 1)
+        return *at;
+    uint16_t narrow;
+    uint32_t value = 0;
+    window.bytesPerPixel == 2 ? std::memcpy(&narrow, at, 2) : std::memcpy(&value, at, 4);
+    return window.bytesPerPixel == 2 ? narrow : value;
+}
+
 // An image that destructs itself.
 class Image {
 public:
-    Image() { EXPECT_EQ(kimg_image_constructUnbound(&record), 0); }
+    Image() : status(kimg_image_constructUnbound(&image)) {}
     Image(int32_t bytesPerPixel, int32_t width, int32_t height)
-    {
-        EXPECT_EQ(kimg_image_construct(&record, bytesPerPixel, width, height), 0);
-    }
+        : status(kimg_image_construct(&image, bytesPerPixel, width, height))
+    {}
     Image(int32_t bytesPerPixel, int32_t width, int32_t height, int32_t pitch, void *pixels)
-    {
-        EXPECT_EQ(kimg_image_constructExternal(&record, bytesPerPixel, width, height, pitch, pixels), 0);
-    }
+        : status(kimg_image_constructExternal(&image, bytesPerPixel, width, height, pitch, pixels))
+    {}
     Image(const Image &) = delete;
     Image &operator=(const Image &) = delete;
-    ~Image() { kimg_image_destruct(&record); }
+    ~Image() { kimg_image_destruct(&image); }
 
-    kimg_image *get() { return &record; }
-    const kimg_image *get() const { return &record; }
+    kimg_image *get() { return &image; }
+    const kimg_image *get() const { return &image; }
 
     kmath_xformLinear map() const
     {
         kmath_xformLinear xform{};
-        EXPECT_EQ(kimg_imageConst_getLinearImageFromClientXform(&record, &xform), 0);
+        kimg_imageConst_getLinearImageFromClientXform(&image, &xform);
         return xform;
     }
 
     // Of all pixels, row by row.
     std::vector<uint8_t> bytes() const
     {
-        kimg_windowConst window;
-        EXPECT_EQ(kimg_windowConst_init(&window, &record), 0);
+        const kimg_windowConst window = constWindowOf(image);
         std::vector<uint8_t> all;
         const auto *row = static_cast<const uint8_t *>(window.pixels);
         for (int32_t y = 0; y < window.height; ++y, row += ptrdiff_t{window.pitch} * window.bytesPerPixel)
@@ -48,8 +65,8 @@ public:
         return all;
     }
 
-private:
-    kimg_image record;
+    kimg_image image{};
+    int32_t status; // of the constructor
 };
 
 } // namespace kip::test

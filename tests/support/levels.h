@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <kstd/kprt.h>
 #include <ksys/ksys.h>
 
 namespace kip::test {
@@ -34,22 +35,30 @@ inline std::vector<Level> availableLevels()
     return available;
 }
 
-// Makes the library see a processor of a level while it lives. Not for use beside operations on other threads.
+// Makes the library see a processor of a level while it lives. isInhibited: without the optimised 8-bit path, so that
+// the portable one serves. Not for use beside operations on other threads.
 class ProcessorLevel {
 public:
-    explicit ProcessorLevel(uint32_t features)
+    explicit ProcessorLevel(uint32_t features, bool isInhibited = false)
     {
+        if (isInhibited)
+            kprt_isOptimizationInhibitedFP = [](const wchar_t *) -> int32_t { return 1; };
         ksys_cpuinfo_init(&before);
         ksys_cpuinfo record = before;
         record.features = features;
         ksys_cpuinfo_setOverride(&record);
     }
-    ~ProcessorLevel() { ksys_cpuinfo_setOverride(&before); }
+    ~ProcessorLevel()
+    {
+        ksys_cpuinfo_setOverride(&before);
+        kprt_isOptimizationInhibitedFP = hookBefore;
+    }
     ProcessorLevel(const ProcessorLevel &) = delete;
     ProcessorLevel &operator=(const ProcessorLevel &) = delete;
 
 private:
     ksys_cpuinfo before;
+    const decltype(kprt_isOptimizationInhibitedFP) hookBefore = kprt_isOptimizationInhibitedFP;
 };
 
 } // namespace kip::test

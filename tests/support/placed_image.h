@@ -13,6 +13,7 @@
 
 #include "support/call_meaning.h"
 #include "support/guarded_memory.h"
+#include "support/images.h"
 #include "support/sampling_call.h"
 
 namespace kip::test {
@@ -27,12 +28,11 @@ inline constexpr uint8_t kCanary = 0xC3;
 inline constexpr ptrdiff_t kCanaryReach = 256;
 
 // An image in guarded memory, or an unbound one. Its rows are taken as bytes.
-class PlacedImage {
+class PlacedImage : public Image {
 public:
     PlacedImage(const GuardedMemory &guarded, Guard guard, const Target &target, int32_t usualPixelBytes)
         : memory(guarded), place(target), bytesPerPixel(target.pixelBytes != 0 ? target.pixelBytes : usualPixelBytes)
     {
-        kimg_image_constructUnbound(&image);
         status = kimg_image_setLinearImageFromClientXform(&image, &kMapBefore);
         if (!place.isBound || status < 0)
             return;
@@ -49,22 +49,7 @@ public:
         image.x = place.x;
         image.y = place.y;
     }
-    ~PlacedImage() { kimg_image_destruct(&image); }
-    PlacedImage(const PlacedImage &) = delete;
-    PlacedImage &operator=(const PlacedImage &) = delete;
 
-    kimg_windowConst window() const
-    {
-        kimg_windowConst window;
-        kimg_windowConst_init(&window, &image);
-        return window;
-    }
-    kmath_xformLinear map() const
-    {
-        kmath_xformLinear map;
-        kimg_imageConst_getLinearImageFromClientXform(&image, &map);
-        return map;
-    }
     bool hasMap(const kmath_xformLinear &expected) const
     {
         const kmath_xformLinear actual = map();
@@ -118,7 +103,7 @@ public:
     // Whether it has pixels in columns 0 to width - 1 of row 0.
     bool holds(int32_t width) const
     {
-        const kimg_windowConst actual = window();
+        const kimg_windowConst actual = constWindowOf(image);
         return actual.width > 0 && (width == 0 || (image.x <= 0 && int64_t{image.x} + actual.width >= width &&
                                                    image.y <= 0 && int64_t{image.y} + actual.height > 0));
     }
@@ -126,7 +111,7 @@ public:
     // Whether it holds what it has in common with a result, all of it if it was unbound.
     std::string difference(const Picture &result) const
     {
-        const kimg_windowConst actual = window();
+        const kimg_windowConst actual = constWindowOf(image);
         if (!place.isBound &&
             (actual.width != result.width || actual.height != result.height || image.x != 0 || image.y != 0))
             return "an image of another size; ";
@@ -142,9 +127,6 @@ public:
         }
         return "";
     }
-
-    kimg_image image{};
-    int32_t status = 0;
 
 private:
     uint8_t *row(int32_t y) const { return lowest + pitchBytes * (place.pitch < 0 ? place.height - 1 - y : y); }

@@ -23,6 +23,12 @@ int32_t resultPixelBytes(const SamplingCall &call)
     return isProjection(call.operation) || isSum(call.operation) ? 4 : call.bytesPerPixel;
 }
 
+Target sourceOf(const SamplingCall &call)
+{
+    return {call.isSourceBound,      call.width,           call.height, call.pitch, call.x, call.y,
+            call.sourceMisalignment, call.sourcePixelBytes};
+}
+
 // ---- The call itself ----------------------------------------------------------------------------------------------
 
 struct Invocation {
@@ -148,9 +154,8 @@ int32_t invoke(Invocation &in)
     uint32_t *const depth = call.asksAll ? &in.scalars.depth : nullptr;
     int32_t *const first = call.asksAll ? &in.scalars.first : nullptr;
     kmath_xformLinear *const placement = &in.scalars.placement;
+    auto *const clips = reinterpret_cast<uint32_t *>(&in.clips);
 
-    uint32_t clips = kUnset;
-    int32_t status;
     switch (call.operation) {
     case Operation::transform:
         return (wide ? kip_affineTransform16 : kip_affineTransform)(source, result, params, in.cache);
@@ -167,14 +172,12 @@ int32_t invoke(Invocation &in)
         return (wide ? kip_affineProjectWindow16 : kip_affineProjectWindow)(&in.from, &call.srcFromClient, &in.to,
                                                                             params, in.cache, placement, depth);
     case Operation::projectClipped:
-        status = (wide ? kip_affineProjectClipped16 : kip_affineProjectClipped)(
-            source, result, second, params, in.cache, call.coverageValue, &in.scalars.depth, &clips);
-        break;
+        return (wide ? kip_affineProjectClipped16 : kip_affineProjectClipped)(
+            source, result, second, params, in.cache, call.coverageValue, &in.scalars.depth, clips);
     case Operation::projectClippedWindow:
-        status = (wide ? kip_affineProjectClippedWindow16 : kip_affineProjectClippedWindow)(
+        return (wide ? kip_affineProjectClippedWindow16 : kip_affineProjectClippedWindow)(
             &in.from, &call.srcFromClient, &in.to, &in.toSecond, params, in.cache, placement, call.coverageValue,
-            &in.scalars.depth, &clips);
-        break;
+            &in.scalars.depth, clips);
     case Operation::projectNorm:
         return (wide ? kip_affineProjectNorm16 : kip_affineProjectNorm)(
             source, result, params, call.clip, in.cache, depth, first, call.asksAll ? &in.scalars.end : nullptr);
@@ -183,8 +186,6 @@ int32_t invoke(Invocation &in)
     default:
         return invokeSum(in);
     }
-    in.clips = static_cast<int32_t>(clips);
-    return status;
 }
 
 // ---- What came of it ----------------------------------------------------------------------------------------------
@@ -206,14 +207,12 @@ public:
             sum ^= sum >> 29;
         }
     }
-    void addImage(const PlacedImage &placed)
+    void addImage(const Image &added)
     {
-        const kimg_windowConst window = placed.window();
-        add(placed.map());
-        add(window.width);
-        const auto *row = static_cast<const uint8_t *>(window.pixels);
-        for (int32_t y = 0; y < window.height; ++y, row += int64_t{window.pitch} * window.bytesPerPixel)
-            addBytes(row, size_t(window.width) * size_t(window.bytesPerPixel));
+        const std::vector<uint8_t> bytes = added.bytes();
+        add(added.map());
+        add(added.image.width);
+        addBytes(bytes.data(), bytes.size());
     }
     uint64_t value() const { return sum; }
 
@@ -375,10 +374,7 @@ Extent resultExtent(const SamplingCall &call)
         return {call.sumsColumns ? call.width : call.height, 1};
     if (call.operation != Operation::transformAligned)
         return {call.params.destWidth, isProjection(call.operation) ? 1 : call.params.destHeight};
-    const bool swapsAxes = std::any_of(std::begin(kTurns), std::end(kTurns), [&](const Turn &turn) {
-        return turn.code == call.alignCode && turn.swapsAxes();
-    });
-    return swapsAxes ? Extent{call.height, call.width} : Extent{call.width, call.height};
+    return turnOf(call.alignCode).swapsAxes() ? Extent{call.height, call.width} : Extent{call.width, call.height};
 }
 
 Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSampleCache **cache, Check check,
@@ -387,19 +383,14 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
     const auto side = [isOtherSide](Guard guard) {
         return (guard == Guard::before) != isOtherSide ? Guard::before : Guard::behind;
     };
-    const Target sourcePlace = {call.isSourceBound,      call.width,           call.height, call.pitch, call.x, call.y,
-                                call.sourceMisalignment, call.sourcePixelBytes};
-    PlacedImage source(memory.source, side(call.sourceGuard), sourcePlace, call.bytesPerPixel);
+    PlacedImage source(memory.source, side(call.sourceGuard), sourceOf(call), call.bytesPerPixel);
     PlacedImage result(memory.result, side(call.destinationGuard), call.result, resultPixelBytes(call));
     PlacedImage second(memory.second, side(call.destinationGuard), call.second,
                        call.operation == Operation::transformClipped ? 1 : 4);
-    Outcome outcome;
     for (const int32_t status : {source.status, result.status, second.status,
                                  kimg_image_setLinearImageFromClientXform(&source.image, &call.srcFromClient)}) {
-        if (status < 0) {
-            outcome.status = status;
-            return outcome;
-        }
+        if (status < 0)
+            return {status};
     }
     source.fill(0xFF);
     if (!call.isWhite)
@@ -415,6 +406,7 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
 
     Invocation in = {call, source, result, second, cache};
     const Scalars before;
+    Outcome outcome;
     in.openWindows();
     if (aroundInvocation != nullptr)
         aroundInvocation(true);
@@ -447,16 +439,6 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
     return outcome;
 }
 
-InhibitOptimizedPaths::InhibitOptimizedPaths() : before(kprt_isOptimizationInhibitedFP)
-{
-    kprt_isOptimizationInhibitedFP = [](const wchar_t *) -> int32_t { return 1; };
-}
-
-InhibitOptimizedPaths::~InhibitOptimizedPaths()
-{
-    kprt_isOptimizationInhibitedFP = before;
-}
-
 const char *nameOf(Operation operation)
 {
     static constexpr const char *kNames[] = {
@@ -473,18 +455,16 @@ std::string describe(const SamplingCall &call)
 {
     std::ostringstream text;
     text.precision(17);
-    const kmath_xformLinear &r = call.params.rect;
-    const kmath_xformLinear &m = call.srcFromClient;
-    text << nameOf(call.operation) << ", " << 8 * call.bytesPerPixel << " bit, mode " << call.params.mode << ", source "
-         << call.width << " x " << call.height << " pitch " << call.pitch << " at (" << call.x << ", " << call.y
-         << "), map {" << m.tx << ", " << m.ty << ", " << m.e0 << ", " << m.e1 << ", " << m.e2 << ", " << m.e3
-         << "}, rect {" << r.tx << ", " << r.ty << ", " << r.e0 << ", " << r.e1 << ", " << r.e2 << ", " << r.e3
-         << "} onto " << call.params.destWidth << " x " << call.params.destHeight << ", guards "
+    text << nameOf(call.operation) << ", " << 8 * call.bytesPerPixel << " bit, mode " << call.params.mode << ", map ";
+    PrintTo(call.srcFromClient, &text);
+    text << ", rect ";
+    PrintTo(call.params.rect, &text);
+    text << " onto " << call.params.destWidth << " x " << call.params.destHeight << ", guards "
          << static_cast<int>(call.sourceGuard) << " " << static_cast<int>(call.destinationGuard) << ", seed "
          << call.seed << (call.isWhite ? ", white" : "");
-    for (const Target *target : {&call.result, &call.second})
-        text << (target->isBound ? ", bound " : ", unbound ") << target->width << " x " << target->height << " pitch "
-             << target->pitch << " at (" << target->x << ", " << target->y << ") + " << target->misalignment;
+    for (const Target &image : {sourceOf(call), call.result, call.second})
+        text << (image.isBound ? ", bound " : ", unbound ") << image.width << " x " << image.height << " pitch "
+             << image.pitch << " at (" << image.x << ", " << image.y << ") + " << image.misalignment;
     text << ", mask " << call.hasMask << ", clip " << call.clip << ", align " << call.alignCode << ", in place "
          << call.isInPlace << ", columns " << call.sumsColumns << ", coverage " << int{call.coverageValue};
     return text.str();

@@ -57,7 +57,7 @@ struct SamplingCall {
     int32_t sourceMisalignment = 0;
     kmath_xformLinear srcFromClient = {0, 0, 1, 0, 0, 1};
     kip_affineSampleParams params = {};
-    Target result, second; // the second is the mask or the coverage
+    Target result{}, second{}; // the second is the mask or the coverage
     bool hasMask = true;
     bool asksAll = true; // for the outputs that may be null
     uint32_t clip = 1;
@@ -110,7 +110,7 @@ inline constexpr int32_t kStopped = -4711;
 struct Outcome {
     int32_t status = 0;
     uint64_t digest = 0; // of the status and all that the call promises to have written, or left alone
-    std::string fault;   // a broken promise
+    std::string fault{}; // a broken promise
 };
 
 enum class Check {
@@ -127,19 +127,6 @@ Outcome runCall(const SamplingCall &call, const CallMemory &memory, kip_affineSa
 
 // Is told when the library's function is about to be entered and when it has been left.
 inline void (*aroundInvocation)(bool isEntered) = nullptr;
-
-// Forbids the optimised 8-bit path while it lives, so that the portable one serves. Not for use beside operations on
-// other threads.
-class InhibitOptimizedPaths {
-public:
-    InhibitOptimizedPaths();
-    ~InhibitOptimizedPaths();
-    InhibitOptimizedPaths(const InhibitOptimizedPaths &) = delete;
-    InhibitOptimizedPaths &operator=(const InhibitOptimizedPaths &) = delete;
-
-private:
-    decltype(kprt_isOptimizationInhibitedFP) before;
-};
 
 } // namespace kip::test
 

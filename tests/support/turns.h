@@ -1,7 +1,9 @@
 #ifndef KIP_TESTS_SUPPORT_TURNS_H
 #define KIP_TESTS_SUPPORT_TURNS_H
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 
 #include <kip/kip.h>
 
@@ -41,6 +43,14 @@ inline constexpr Turn kTurns[] = {
     {"rotate270", kip_affine_alignRotate270, {0, -1}, {1, 0}},
     {"mirrorY", kip_affine_alignRotate270Transpose, {1, 0}, {0, -1}},
 };
+
+// Codes without a meaning of their own copy.
+inline const Turn &turnOf(kip_affine_imageAlignment code)
+{
+    const auto *const turn =
+        std::find_if(std::begin(kTurns), std::end(kTurns), [&](const Turn &t) { return t.code == code; });
+    return turn == std::end(kTurns) ? kTurns[0] : *turn;
+}
 
 } // namespace kip::test
 

@@ -14,6 +14,7 @@
 
 #include "support/crash_note.h"
 #include "support/draw_call.h"
+#include "support/images.h"
 #include "support/levels.h"
 #include "support/sampling_call.h"
 #include "support/slow_model.h"
@@ -38,17 +39,14 @@ protected:
         SCOPED_TRACE(describe(call));
         noteForCrash(describe(call));
         ksys_jobThreadGroup_setThreadCount(1);
-        const auto run = [&](uint32_t features, Check what) {
-            const ProcessorLevel level(features);
+        const auto run = [&](uint32_t features, Check what, bool isInhibited = false) {
+            const ProcessorLevel level(features, isInhibited);
             const Outcome outcome = runCall(call, memory, nullptr, what);
             EXPECT_EQ(outcome.fault, "") << "features " << features;
             return outcome;
         };
         const Outcome portable = run(0, Check::meaning);
-        {
-            const InhibitOptimizedPaths inhibited;
-            EXPECT_EQ(run(0, Check::meaning).status, portable.status);
-        }
+        EXPECT_EQ(run(0, Check::meaning, true).status, portable.status);
         for (const Level &level : availableLevels()) {
             ksys_jobThreadGroup_setThreadCount(random.pick({1, 2, 3, 8}));
             EXPECT_EQ(run(level.features, Check::promises).digest, portable.digest) << level.name;
@@ -59,14 +57,9 @@ protected:
     SamplingCall callOf(Operation operation, int32_t width, int32_t height, int32_t pitch, int32_t columns,
                         int32_t rows)
     {
-        SamplingCall call;
-        call.operation = operation;
-        std::tie(call.bytesPerPixel, call.params.mode) = GetParam();
-        call.width = width;
-        call.height = height;
-        call.pitch = pitch;
-        call.params.destWidth = columns;
-        call.params.destHeight = rows;
+        const auto &[bytes, mode] = GetParam();
+        SamplingCall call = {operation, bytes, width, height, pitch};
+        call.params = {{}, mode, columns, rows};
         call.sourceGuard = random.pick(kGuards);
         call.destinationGuard = random.pick(kGuards);
         call.seed = random.next();
@@ -226,10 +219,7 @@ TEST(LargeSources, TilesThatSpreadTooFar)
     for (const auto &row : rows) {
         for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
             SCOPED_TRACE(row.name);
-            SamplingCall call;
-            call.width = 70000;
-            call.height = 10;
-            call.pitch = 70001;
+            SamplingCall call = {Operation::transform, 1, 70000, 10, 70001};
             call.srcFromClient = {0.0, 0.0, row.clientScale, 0.0, 0.0, row.clientScale};
             call.params = {{}, mode, row.columns, row.rows};
             placeCorners(row.corners, &call);
@@ -257,16 +247,12 @@ TEST(LargeSources, FarCornerBeyond32BitOffsets)
             const double edge = kSize - 2.0;
             const kip_affineSampleParams params = {{edge, edge, -reach, -1.5, -15.5, -39.0}, mode, 61, 70};
             std::vector<uint8_t> result(61 * 70);
-            kimg_image source;
-            kimg_image destination;
-            ASSERT_EQ(kimg_image_constructExternal(&source, 1, kSize, kSize, kSize, sourceMemory.origin()), 0);
-            ASSERT_EQ(kimg_image_constructExternal(&destination, 1, 61, 70, 61, result.data()), 0);
+            const Image source(1, kSize, kSize, kSize, sourceMemory.origin());
+            Image destination(1, 61, 70, 61, result.data());
             noteForCrash("far corner");
-            EXPECT_EQ(kip_affineTransform(&source, &destination, &params, nullptr), 0);
+            EXPECT_EQ(kip_affineTransform(source.get(), destination.get(), &params, nullptr), 0);
             const auto expected = resampleSlowly(window, {0, 0, 1, 0, 0, 1}, params, true);
             EXPECT_TRUE(std::equal(expected.begin(), expected.end(), result.begin()));
-            kimg_image_destruct(&destination);
-            kimg_image_destruct(&source);
         }
     }
 }
