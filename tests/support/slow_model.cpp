@@ -3,11 +3,27 @@
 #include <algorithm>
 #include <cmath>
 
+#include "support/images.h"
 #include "support/two_pass_model.h"
 
 namespace kip::test {
 
 namespace {
+
+// Along one axis: the centre of destination pixel (0, 0) and the steps to the pixel below and to the one on the right.
+struct Axis {
+    double start, rowStep, colStep;
+};
+
+struct SlowModel {
+    kimg_windowConst source; // 1 or 2 bytes per pixel
+    uint32_t mode;           // kip_affineModeNearest or kip_affineModeBilinear
+    ModelWalker walker;
+    int32_t tileSize;
+    bool tilesFromDoubles;
+    bool isFast; // weights of the optimised 8-bit path
+    Axis x, y;
+};
 
 // Toward zero. What 64 bits cannot hold are steps that are never taken: the nearest number will do.
 int64_t truncated(double v)
@@ -32,12 +48,8 @@ int32_t wrapped(int64_t v)
 
 uint32_t pixelAt(const kimg_windowConst &source, int64_t x, int64_t y)
 {
-    const int64_t column = x < 0 ? 0 : x >= source.width ? source.width - 1 : x;
-    const int64_t row = y < 0 ? 0 : y >= source.height ? source.height - 1 : y;
-    const int64_t offset = row * source.pitch + column;
-    if (source.bytesPerPixel == 1)
-        return static_cast<const uint8_t *>(source.pixels)[offset];
-    return static_cast<const uint16_t *>(source.pixels)[offset];
+    return static_cast<uint32_t>(
+        valueAt(source, std::clamp<int64_t>(x, 0, source.width - 1), std::clamp<int64_t>(y, 0, source.height - 1)));
 }
 
 // ix, iy: the integer parts of the position; fx, fy: its 16 fraction bits.
@@ -70,18 +82,17 @@ struct Place {
 
 // ---- 16.16 ---------------------------------------------------------------------------------------------------
 
-// Along one axis.
-int32_t fixedPosition(const SlowModel &m, double start, double rowStep, double colStep, const Place &at)
+int32_t fixedPosition(const SlowModel &m, const Axis &axis, const Place &at)
 {
-    const int64_t row = truncated32(rowStep * 65536.0);
-    const int64_t col = truncated32(colStep * 65536.0);
+    const int64_t row = truncated32(axis.rowStep * 65536.0);
+    const int64_t col = truncated32(axis.colStep * 65536.0);
     int64_t tileRow = wrapped(m.tileSize * row);
     int64_t tileCol = wrapped(m.tileSize * col);
     if (m.tilesFromDoubles) {
-        tileRow = truncated32(m.tileSize * rowStep * 65536.0);
-        tileCol = truncated32(m.tileSize * colStep * 65536.0);
+        tileRow = truncated32(m.tileSize * axis.rowStep * 65536.0);
+        tileCol = truncated32(m.tileSize * axis.colStep * 65536.0);
     }
-    int64_t position = truncated32(start * 65536.0 + 0.5);
+    int64_t position = truncated32(axis.start * 65536.0 + 0.5);
     position = wrapped(position + wrapped(at.tileRow * tileRow));
     position = wrapped(position + wrapped(at.tileCol * tileCol));
     position = wrapped(position + wrapped(at.row * row));
@@ -104,9 +115,10 @@ struct RebasedPosition {
     int32_t position;
 };
 
-RebasedPosition rebasedPosition(const SlowModel &m, double start, double rowStep, double colStep, const Place &at)
+RebasedPosition rebasedPosition(const SlowModel &m, const Axis &axis, const Place &at)
 {
     const double one = 1073741824.0;
+    const auto &[start, rowStep, colStep] = axis;
     // Unsigned: a tile that is never reached may be anywhere.
     uint64_t tile = static_cast<uint64_t>(truncated(start >= 0 ? start * one + 0.5 : start * one - 0.4999999999));
     const uint64_t size = static_cast<uint64_t>(m.tileSize);
@@ -122,28 +134,23 @@ RebasedPosition rebasedPosition(const SlowModel &m, double start, double rowStep
 
 // Sums of doubles depend on their order: first along the outer direction of the tiles, then along the inner
 // one, then half a pixel back for the bilinear mode, then down the tile's rows and along the row.
-double doublePosition(const SlowModel &m, double start, double rowStep, double colStep, const Place &at)
+double doublePosition(const SlowModel &m, const Axis &axis, const Place &at)
 {
-    const double tileRow = m.tileSize * rowStep;
-    const double tileCol = m.tileSize * colStep;
-    double position = start;
-    if (m.transposedOrder) {
-        for (int64_t n = 0; n < at.tileCol; ++n)
-            position += tileCol;
-        for (int64_t n = 0; n < at.tileRow; ++n)
-            position += tileRow;
-    } else {
-        for (int64_t n = 0; n < at.tileRow; ++n)
-            position += tileRow;
-        for (int64_t n = 0; n < at.tileCol; ++n)
-            position += tileCol;
-    }
+    double position = axis.start;
+    const auto advance = [&position](int64_t count, double step) {
+        for (int64_t n = 0; n < count; ++n)
+            position += step;
+    };
+    const bool isTransposed = std::fabs(m.y.colStep) > std::fabs(m.y.rowStep);
+    if (isTransposed)
+        advance(at.tileCol, m.tileSize * axis.colStep);
+    advance(at.tileRow, m.tileSize * axis.rowStep);
+    if (!isTransposed)
+        advance(at.tileCol, m.tileSize * axis.colStep);
     if (m.mode == kip_affineModeBilinear)
         position -= 0.5;
-    for (int64_t n = 0; n < at.row; ++n)
-        position += rowStep;
-    for (int64_t n = 0; n < at.col; ++n)
-        position += colStep;
+    advance(at.row, axis.rowStep);
+    advance(at.col, axis.colStep);
     return position;
 }
 
@@ -177,8 +184,6 @@ bool isInReachOf16(const kimg_windowConst &source)
     return source.pitch <= 32767 && source.height <= 32767;
 }
 
-} // namespace
-
 SlowModel makeSlowModel(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
                         const kip_affineSampleParams &params, ModelWalker walker, int32_t tileSize)
 {
@@ -190,34 +195,30 @@ SlowModel makeSlowModel(const kimg_windowConst &source, const kmath_xformLinear 
     const kmath_vect q1 = inWindow(0.5, 1.5);
     const kmath_vect q2 = inWindow(1.5, 0.5);
 
-    SlowModel model;
-    model.source = source;
-    model.mode = params.mode;
-    model.walker = walker;
-    model.tileSize = tileSize;
-    model.tilesFromDoubles = params.destWidth > 1024 || params.destHeight > 1024;
-    model.isFast = false;
-    model.start = q0;
-    model.rowStep = {q1.x - q0.x, q1.y - q0.y};
-    model.colStep = {q2.x - q0.x, q2.y - q0.y};
-    model.transposedOrder = std::fabs(model.colStep.y) > std::fabs(model.rowStep.y);
-    return model;
+    return {source,
+            params.mode,
+            walker,
+            tileSize,
+            params.destWidth > 1024 || params.destHeight > 1024,
+            false,
+            {q0.x, q1.x - q0.x, q2.x - q0.x},
+            {q0.y, q1.y - q0.y, q2.y - q0.y}};
 }
 
+// The sample of destination pixel (x, y).
 uint32_t sampleSlowly(const SlowModel &m, int32_t x, int32_t y)
 {
     const Place at = {x / m.tileSize, y / m.tileSize, x % m.tileSize, y % m.tileSize};
     if (m.walker == ModelWalker::fixed)
-        return sampleFixed(m, 0, 0, fixedPosition(m, m.start.x, m.rowStep.x, m.colStep.x, at),
-                           fixedPosition(m, m.start.y, m.rowStep.y, m.colStep.y, at));
+        return sampleFixed(m, 0, 0, fixedPosition(m, m.x, at), fixedPosition(m, m.y, at));
     if (m.walker == ModelWalker::rebased) {
-        const RebasedPosition px = rebasedPosition(m, m.start.x, m.rowStep.x, m.colStep.x, at);
-        const RebasedPosition py = rebasedPosition(m, m.start.y, m.rowStep.y, m.colStep.y, at);
+        const RebasedPosition px = rebasedPosition(m, m.x, at), py = rebasedPosition(m, m.y, at);
         return sampleFixed(m, px.base, py.base, px.position, py.position);
     }
-    return sampleDouble(m, doublePosition(m, m.start.x, m.rowStep.x, m.colStep.x, at),
-                        doublePosition(m, m.start.y, m.rowStep.y, m.colStep.y, at));
+    return sampleDouble(m, doublePosition(m, m.x, at), doublePosition(m, m.y, at));
 }
+
+} // namespace
 
 ModelWalker modelWalker(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
                         const kip_affineSampleParams &params)
@@ -235,9 +236,8 @@ ModelWalker modelWalker(const kimg_windowConst &source, const kmath_xformLinear 
     // 16.16 holds what lies between the corners of a tile, each counted from the pixel of the first.
     for (const int32_t c : {0, columns - 1})
         for (const int32_t r : {0, rows - 1})
-            for (const double distance : {(c == 0 ? 0.0 : c * grid.colStep.x) + (r == 0 ? 0.0 : r * grid.rowStep.x),
-                                          (c == 0 ? 0.0 : c * grid.colStep.y) + (r == 0 ? 0.0 : r * grid.rowStep.y)})
-                if (!(std::fabs(distance) < 32766.0))
+            for (const Axis &axis : {grid.x, grid.y}) // 0 times infinity is nothing
+                if (!(std::fabs((c == 0 ? 0.0 : c * axis.colStep) + (r == 0 ? 0.0 : r * axis.rowStep)) < 32766.0))
                     return ModelWalker::inDoubles;
     return ModelWalker::rebased;
 }

@@ -14,25 +14,6 @@ namespace kip::test {
 // How the positions of the modes without tables are counted.
 enum class ModelWalker { fixed, rebased, inDoubles };
 
-struct SlowModel {
-    kimg_windowConst source; // 1 or 2 bytes per pixel
-    uint32_t mode;           // kip_affineModeNearest or kip_affineModeBilinear
-    ModelWalker walker;
-    int32_t tileSize;
-    bool tilesFromDoubles;
-    bool transposedOrder;
-    bool isFast; // weights of the optimised 8-bit path
-
-    // The centre of destination pixel (0, 0) and the steps to the pixel below and to the one on the right.
-    kmath_vect start, rowStep, colStep;
-};
-
-SlowModel makeSlowModel(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,
-                        const kip_affineSampleParams &params, ModelWalker walker, int32_t tileSize);
-
-// The sample of destination pixel (x, y).
-uint32_t sampleSlowly(const SlowModel &model, int32_t x, int32_t y);
-
 // The walker of the portable paths: 16.16 wherever it can address the source; else doubles if a tile is 32768 or more
 // client units long, or if its samples lie 32768 or more source pixels apart.
 ModelWalker modelWalker(const kimg_windowConst &source, const kmath_xformLinear &srcFromClient,

@@ -5,6 +5,8 @@
 #include <numbers>
 #include <optional>
 
+#include "support/images.h"
+
 namespace kip::test {
 
 namespace {
@@ -172,17 +174,10 @@ private:
         return integerOf(times(columns - 1, primaryStep) + startOfTile(0, 0).fraction) + 2;
     }
 
-    int64_t pixel(int64_t at) const
-    {
-        return source.bytesPerPixel == 1 ? static_cast<const uint8_t *>(source.pixels)[at]
-                                         : static_cast<const uint16_t *>(source.pixels)[at];
-    }
     // The memory between the first and the last pixel.
-    int64_t lowest() const { return std::min<int64_t>(0, (source.height - 1) * int64_t{source.pitch}); }
-    int64_t highest() const
-    {
-        return std::max<int64_t>(0, (source.height - 1) * int64_t{source.pitch}) + source.width - 1;
-    }
+    int64_t lastRow() const { return (source.height - 1) * int64_t{source.pitch}; }
+    int64_t lowest() const { return std::min<int64_t>(0, lastRow()); }
+    int64_t highest() const { return std::max<int64_t>(0, lastRow()) + source.width - 1; }
     bool has(int64_t at) const { return at >= lowest() && at <= highest(); }
 
     int64_t weight(uint32_t fraction, int64_t tap) const
@@ -200,7 +195,7 @@ private:
             const int64_t at = a + (tap - (cubic ? 1 : 0)) * minorStep();
             if (!has(at))
                 return std::nullopt;
-            sum += weight(fraction, tap) * pixel(at);
+            sum += weight(fraction, tap) * valueAt(source, at, 0);
         }
         return !cubic ? sum >> 15 : down ? sum >> 9 : sum / 512;
     }
