@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -123,9 +124,9 @@ public:
             from = to;
         }
         const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
-        std::printf("seed %llu: %lld cases, %lld served, %.1f microseconds a case, %d failures\n",
-                    static_cast<unsigned long long>(options.seed), static_cast<long long>(options.cases),
-                    static_cast<long long>(served), taken.count() / static_cast<double>(options.cases), failures);
+        std::cout << "seed " << options.seed << ": " << options.cases << " cases, " << served << " served, "
+                  << taken.count() / static_cast<double>(options.cases) << " microseconds a case, " << failures
+                  << " failures\n";
         // A generator that draws nothing but refusals finds nothing.
         return failures == 0 && (options.cases < kBatch || served > options.cases / 4) ? 0 : 1;
     }
@@ -147,9 +148,7 @@ private:
     {
         for (size_t n = 0; n < outcomes.size(); ++n) {
             const int64_t number = from + static_cast<int64_t>(n);
-            std::snprintf(crashNote, sizeof crashNote, "crashed in --seed %llu --first %lld --cases 1, features %x\n",
-                          static_cast<unsigned long long>(options.seed), static_cast<long long>(number),
-                          batch.settings[turn].features);
+            noteForCrash(nameOfCase(number) + ", features " + std::to_string(batch.settings[turn].features));
             Random random = caseRandom(options, number);
             const SamplingCall call = drawCall(random, random.pick(kOperations));
             const bool isCached = takesCache(call.operation) && random.oneIn(3);
@@ -169,17 +168,22 @@ private:
         }
     }
 
+    // The options that repeat it.
+    std::string nameOfCase(int64_t number) const
+    {
+        return "--seed " + std::to_string(options.seed) + " --first " + std::to_string(number) + " --cases 1";
+    }
+
     void report(int64_t number, const SamplingCall &call, const Batch &batch, const std::string &fault)
     {
         if (options.cases == 1)
-            std::printf("%s\n", describe(call).c_str());
+            std::cout << describe(call) << "\n";
         if (fault.empty())
             return;
         ++failures;
-        std::printf("--seed %llu --first %lld --cases 1: %s\n  %s\n  features %x and %x, threads %d and %d\n",
-                    static_cast<unsigned long long>(options.seed), static_cast<long long>(number), fault.c_str(),
-                    describe(call).c_str(), batch.settings[0].features, batch.settings[1].features,
-                    batch.settings[0].threads, batch.settings[1].threads);
+        std::cout << nameOfCase(number) << ": " << fault << "\n  " << describe(call) << "\n";
+        for (const Setting &setting : batch.settings)
+            std::cout << "  features " << setting.features << ", " << setting.threads << " threads\n";
     }
 
     FailingAllocator allocator;

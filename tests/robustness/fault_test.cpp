@@ -13,15 +13,10 @@
 #include "support/levels.h"
 
 #if defined(__linux__) && !defined(KIP_TEST_SANITIZED)
-#define KIP_TEST_REFUSES_THREADS 1
+#define KIP_TEST_REFUSES_THREADS
 #include <cerrno>
 #include <dlfcn.h>
 #include <pthread.h>
-#else
-#define KIP_TEST_REFUSES_THREADS 0
-#endif
-
-#if KIP_TEST_REFUSES_THREADS
 
 namespace {
 
@@ -72,7 +67,7 @@ Served drawServed(Random &random, Operation operation, bool isLarge, const CallM
 // The first test, as threads that once were started stay.
 TEST(FaultsOfThreads, ThoseThatCannotStartAreNotMissed)
 {
-#if KIP_TEST_REFUSES_THREADS
+#if defined(KIP_TEST_REFUSES_THREADS)
     ksys_jobThreadGroup_setThreadCount(1);
     const CallMemory memory{};
     Random random(69999);

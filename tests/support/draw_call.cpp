@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "support/geometry_model.h"
 #include "support/records.h"
 #include "support/turns.h"
 
@@ -50,7 +51,6 @@ bool drawDyadicCorners(Random &random, const SamplingCall &c, CornerCenters *cor
 // beside it.
 void drawEnds(Random &random, uint32_t mode, int32_t size, bool isAtMargin, double *a, double *b)
 {
-    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
     static constexpr double kUnits[] = {0.0, 0.0, 1.0, -1.0, 0.5, -0.5, 0.25, -0.9375, 1.5, 1e-5, -1e-5, 1e-11, -1e-11};
     const auto inset = [&] {
         if (!isAtMargin) {
@@ -160,7 +160,6 @@ constexpr kmath_xformLinear kExactMaps[] = {
 // doubles hold.
 void drawExactMargin(Random &random, SamplingCall *call)
 {
-    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
     call->srcFromClient = random.pick(kExactMaps);
     call->params.destWidth = random.between32(1, 2);
     call->params.destHeight = random.between32(1, 2);
@@ -291,13 +290,9 @@ void placeCorners(const CornerCenters &corners, SamplingCall *c)
     };
     const kmath_vect x = side(corners.endOfRow, width);
     const kmath_vect y = side(corners.endOfColumn, height);
-    const kmath_xformLinear rect = {corners.first.x - x.x / width * 0.5 - y.x / height * 0.5 + c->x,
-                                    corners.first.y - x.y / width * 0.5 - y.y / height * 0.5 + c->y,
-                                    x.x,
-                                    y.x,
-                                    x.y,
-                                    y.y};
-    c->params.rect = inClient(*c, rect);
+    const double tx = corners.first.x - x.x / width * 0.5 - y.x / height * 0.5 + c->x;
+    const double ty = corners.first.y - x.y / width * 0.5 - y.y / height * 0.5 + c->y;
+    c->params.rect = inClient(*c, {tx, ty, x.x, y.x, x.y, y.y});
 }
 
 void drawRectangle(Random &random, SamplingCall *c)

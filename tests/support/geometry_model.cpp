@@ -108,7 +108,6 @@ struct Sides {
 // Positions that are truncated toward zero after half a unit of 16.16 was added.
 Answer isInside(const Number &x, int32_t size, uint32_t mode, bool isLarge)
 {
-    static constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
     const double margin = kMargins[mode];
     if (isLarge)
         return std::min(!isLess(x, margin), !isLess(Number(size) - margin - 1e-5, x));

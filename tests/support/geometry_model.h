@@ -8,6 +8,9 @@
 
 namespace kip::test {
 
+// What a mode needs of the source round a sample.
+inline constexpr double kMargins[] = {0.0, 0.5, 1.5, 2.5};
+
 // What analyses of a sampling have to answer. Worked out in more digits than a double has, with a bound of what
 // doubles may be off: there is no answer where they may round either way.
 struct GeometryModel {

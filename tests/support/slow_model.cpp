@@ -80,9 +80,15 @@ struct Place {
     int64_t col, row;
 };
 
+// In 16.16 from a pixel.
+struct Position {
+    int64_t base;
+    int32_t position;
+};
+
 // ---- 16.16 ---------------------------------------------------------------------------------------------------
 
-int32_t fixedPosition(const SlowModel &m, const Axis &axis, const Place &at)
+Position fixedPosition(const SlowModel &m, const Axis &axis, const Place &at)
 {
     const int64_t row = truncated32(axis.rowStep * 65536.0);
     const int64_t col = truncated32(axis.colStep * 65536.0);
@@ -96,26 +102,20 @@ int32_t fixedPosition(const SlowModel &m, const Axis &axis, const Place &at)
     position = wrapped(position + wrapped(at.tileRow * tileRow));
     position = wrapped(position + wrapped(at.tileCol * tileCol));
     position = wrapped(position + wrapped(at.row * row));
-    return wrapped(position + wrapped(at.col * col));
+    return {0, wrapped(position + wrapped(at.col * col))};
 }
 
-uint32_t sampleFixed(const SlowModel &m, int64_t baseX, int64_t baseY, int32_t x, int32_t y)
+uint32_t sampleFixed(const SlowModel &m, const Position &px, const Position &py)
 {
-    if (m.mode == kip_affineModeNearest)
-        return pixelAt(m.source, baseX + (x >> 16), baseY + (y >> 16));
-    x = wrapped(int64_t{x} - 0x8000);
-    y = wrapped(int64_t{y} - 0x8000);
-    return bilinear(m, baseX + (x >> 16), baseY + (y >> 16), x & 0xFFFF, y & 0xFFFF);
+    const int64_t half = m.mode == kip_affineModeNearest ? 0 : 0x8000;
+    const int32_t x = wrapped(px.position - half), y = wrapped(py.position - half);
+    const int64_t ix = px.base + (x >> 16), iy = py.base + (y >> 16);
+    return half == 0 ? pixelAt(m.source, ix, iy) : bilinear(m, ix, iy, x & 0xFFFF, y & 0xFFFF);
 }
 
 // ---- 64 bits, 30 of them of the fraction -----------------------------------------------------------------------
 
-struct RebasedPosition {
-    int64_t base;
-    int32_t position;
-};
-
-RebasedPosition rebasedPosition(const SlowModel &m, const Axis &axis, const Place &at)
+Position rebasedPosition(const SlowModel &m, const Axis &axis, const Place &at)
 {
     const double one = 1073741824.0;
     const auto &[start, rowStep, colStep] = axis;
@@ -209,13 +209,10 @@ SlowModel makeSlowModel(const kimg_windowConst &source, const kmath_xformLinear 
 uint32_t sampleSlowly(const SlowModel &m, int32_t x, int32_t y)
 {
     const Place at = {x / m.tileSize, y / m.tileSize, x % m.tileSize, y % m.tileSize};
-    if (m.walker == ModelWalker::fixed)
-        return sampleFixed(m, 0, 0, fixedPosition(m, m.x, at), fixedPosition(m, m.y, at));
-    if (m.walker == ModelWalker::rebased) {
-        const RebasedPosition px = rebasedPosition(m, m.x, at), py = rebasedPosition(m, m.y, at);
-        return sampleFixed(m, px.base, py.base, px.position, py.position);
-    }
-    return sampleDouble(m, doublePosition(m, m.x, at), doublePosition(m, m.y, at));
+    if (m.walker == ModelWalker::inDoubles)
+        return sampleDouble(m, doublePosition(m, m.x, at), doublePosition(m, m.y, at));
+    const auto positionOf = m.walker == ModelWalker::fixed ? fixedPosition : rebasedPosition;
+    return sampleFixed(m, positionOf(m, m.x, at), positionOf(m, m.y, at));
 }
 
 } // namespace

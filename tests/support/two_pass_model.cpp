@@ -51,28 +51,16 @@ struct Size {
 // Tiles shrink until the box of source pixels that one reads, its margin included, has at most 200000.
 Size tileSizeFor(const kmath_xformLinear &map, int32_t width, int32_t height, double margin)
 {
-    // Which corners lie farthest out is decided by the whole destination.
-    using Corner = kmath_vect;
-    const auto cornerOf = [&map](size_t i, double w, double h) {
-        const Corner right = {map.e0 * w, map.e2 * w}, down = {map.e1 * h, map.e3 * h};
-        const Corner corners[] = {{0, 0}, right, {right.x + down.x, right.y + down.y}, down};
-        return corners[i];
-    };
-    const auto extentOf = [&](double Corner::*axis, double w, double h) {
-        size_t least = 0, greatest = 0;
-        for (size_t i = 1; i < 4; ++i) {
-            least = cornerOf(i, width, height).*axis < cornerOf(least, width, height).*axis ? i : least;
-            greatest = cornerOf(i, width, height).*axis > cornerOf(greatest, width, height).*axis ? i : greatest;
-        }
-        return std::ceil(cornerOf(greatest, w, h).*axis - 1e-6) + margin -
-               (std::floor(cornerOf(least, w, h).*axis + 1e-6) - margin) + 1;
+    const auto extentOf = [margin](double perColumn, double perRow, const Size &size) {
+        const double least = std::min(0.0, perColumn) * size.width + std::min(0.0, perRow) * size.height;
+        const double greatest = std::max(0.0, perColumn) * size.width + std::max(0.0, perRow) * size.height;
+        return std::ceil(greatest - 1e-6) + margin - (std::floor(least + 1e-6) - margin) + 1;
     };
     Size tile = {std::min(width, 96), std::min(height, 96)};
     if (tile.width == width && tile.height == height)
         return tile;
     while (tile.width > 1 || tile.height > 1) {
-        const double area =
-            extentOf(&Corner::x, tile.width, tile.height) * extentOf(&Corner::y, tile.width, tile.height);
+        const double area = extentOf(map.e0, map.e1, tile) * extentOf(map.e2, map.e3, tile);
         if (area <= 200000)
             break;
         const double factor = std::sqrt(200000 / area);

@@ -133,10 +133,7 @@ TEST_P(SamplingModel, GivesWhatEveryFormAndLevelGive)
             }
             drawRectangle(random, &call);
             call.isWhite = scene.rows[0] > 65537; // sums wrap
-            const bool isClipped = call.operation == Operation::transformClipped ||
-                                   call.operation == Operation::projectClipped ||
-                                   call.operation == Operation::projectClippedWindow;
-            if (isClipped || call.operation == Operation::projectNorm)
+            if (call.operation == Operation::transformClipped || call.operation >= Operation::projectClipped)
                 moveRectangle(random, &call);
             drawTargets(random, &call);
             served += check(call) >= 0 ? 1 : 0;
@@ -182,13 +179,6 @@ TEST_P(SamplingModel, RareRectangles)
 
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
 
-ModelWalker walkerOf(const SamplingCall &call)
-{
-    const kimg_windowConst window = {call.width, call.height, call.x,     call.y,  0, 0,
-                                     call.width, call.height, call.pitch, nullptr, 1};
-    return modelWalker(window, call.srcFromClient, call.params);
-}
-
 // 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source pixels,
 // whatever a client unit is; where that is more, or a side is as many client units, doubles walk.
 TEST(LargeSources, TilesThatSpreadTooFar)
@@ -215,15 +205,16 @@ TEST(LargeSources, TilesThatSpreadTooFar)
         {"enormous side of one row", 1.0, 50, 1, {{3.0, 4.0}, {60.0, 8.0}, {}, {0, -1e9}}, kInDoubles},
     };
     const CallMemory memory{};
+    const kimg_windowConst window = {70000, 10, 0, 0, 0, 0, 70000, 10, 70001, nullptr, 1};
     ksys_jobThreadGroup_setThreadCount(3);
     for (const auto &row : rows) {
         for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
             SCOPED_TRACE(row.name);
-            SamplingCall call = {Operation::transform, 1, 70000, 10, 70001};
+            SamplingCall call = {Operation::transform, 1, window.width, window.height, window.pitch};
             call.srcFromClient = {0.0, 0.0, row.clientScale, 0.0, 0.0, row.clientScale};
             call.params = {{}, mode, row.columns, row.rows};
             placeCorners(row.corners, &call);
-            EXPECT_EQ(walkerOf(call), row.walker);
+            EXPECT_EQ(modelWalker(window, call.srcFromClient, call.params), row.walker);
             const Outcome outcome = runCall(call, memory, nullptr, Check::meaning);
             EXPECT_EQ(outcome.fault, "");
             EXPECT_EQ(outcome.status, 0);
