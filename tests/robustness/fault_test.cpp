@@ -104,20 +104,15 @@ protected:
             kip_affineSampleCache *cache = nullptr;
             kip_affineSampleCache **const handle = earlier != nullptr ? &cache : nullptr;
             int32_t status = earlier != nullptr ? kip_affineSampleCache_construct(&cache) : 0;
-            if (status >= 0 && earlier != nullptr)
-                status = runCall(earlier->call, memory, handle).status;
-            if (status >= 0) {
-                const Outcome outcome = runCall(served.call, memory, handle);
-                status = outcome.status;
-                EXPECT_EQ(outcome.fault, "");
-                EXPECT_TRUE(status < 0 || outcome.digest == served.outcome.digest);
-                // Again with the same cache. They fail again if memory does.
-                for (const Served *const again : {earlier, &served}) {
-                    if (status >= 0 || again == nullptr)
+            // After a failure again, with the same cache. They fail again if memory does.
+            for (const bool isAgain : {false, true}) {
+                for (const Served *const each : {earlier, &served}) {
+                    if (each == nullptr || isAgain != (status < 0))
                         continue;
-                    const Outcome next = runCall(again->call, memory, handle);
-                    EXPECT_EQ(next.fault, "");
-                    EXPECT_TRUE(next.status < 0 || next.digest == again->outcome.digest);
+                    const Outcome outcome = runCall(each->call, memory, handle);
+                    EXPECT_EQ(outcome.fault, "");
+                    EXPECT_TRUE(outcome.status < 0 || outcome.digest == each->outcome.digest);
+                    status = isAgain ? status : outcome.status;
                 }
             }
             EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);

@@ -308,19 +308,13 @@ kmath_xformLinear drawClientMap(Random &random)
     const double tx = random.between32(-4000, 4000) / 4.0;
     const double ty = random.between32(-4000, 4000) / 4.0;
     static constexpr double kScales[] = {-2.0, 0.25, 0.5, 1.0, 4.0};
-    switch (random.between32(0, 3)) {
-    case 0:
-        return {0.0, 0.0, 1.0, 0.0, 0.0, 1.0};
-    case 1:
+    const int32_t kind = random.between32(0, 3);
+    if (kind == 0)
+        return kIdentity;
+    if (kind == 1)
         return {tx, ty, random.pick(kScales), 0.0, 0.0, random.pick(kScales)};
-    default:
-        return {tx,
-                ty,
-                random.between(0.3, 3.0),
-                random.between(-0.2, 0.2),
-                random.between(-0.2, 0.2),
-                random.between(-3.0, -0.3)};
-    }
+    const double e0 = random.between(0.3, 3.0), e1 = random.between(-0.2, 0.2), e2 = random.between(-0.2, 0.2);
+    return {tx, ty, e0, e1, e2, random.between(-3.0, -0.3)};
 }
 
 SamplingCall drawCall(Random &random, Operation operation)

@@ -66,14 +66,8 @@ public:
     }
     void fillRows(const std::vector<uint8_t> &noise, uint64_t seed) const
     {
-        for (int32_t y = 0; place.isBound && y < place.height; ++y) {
-            size_t at = (seed + 977 * uint64_t(y)) % noise.size();
-            for (size_t done = 0; done < size_t(rowBytes); at = 0) {
-                const size_t count = std::min(size_t(rowBytes) - done, noise.size() - at);
-                std::memcpy(row(y) + done, noise.data() + at, count);
-                done += count;
-            }
-        }
+        for (int32_t y = 0; place.isBound && y < place.height; ++y)
+            std::memcpy(row(y), &noise[(seed + 977 * uint64_t(y)) % kNoiseBytes], size_t(rowBytes));
     }
 
     std::string strayWrite() const

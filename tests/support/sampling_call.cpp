@@ -16,8 +16,6 @@ namespace kip::test {
 
 namespace {
 
-constexpr size_t kNoiseBytes = size_t{1} << 17;
-
 int32_t resultPixelBytes(const SamplingCall &call)
 {
     return isProjection(call.operation) || isSum(call.operation) ? 4 : call.bytesPerPixel;
@@ -326,11 +324,12 @@ std::string difference(const Invocation &in, const Meaning &meaning, int32_t sta
 
 } // namespace
 
-CallMemory::CallMemory() : noise(kNoiseBytes)
+CallMemory::CallMemory()
 {
     Random random(60001);
-    for (uint8_t &byte : noise)
-        byte = static_cast<uint8_t>(random.next() >> 32);
+    std::generate_n(std::back_inserter(noise), kNoiseBytes, [&] { return static_cast<uint8_t>(random.next() >> 32); });
+    noise.resize(2 * kNoiseBytes);
+    std::copy_n(noise.begin(), kNoiseBytes, noise.begin() + kNoiseBytes);
 }
 
 bool isProjection(Operation operation)

@@ -94,6 +94,9 @@ struct Extent {
 // How far from its own place (0, 0) a result reaches at most.
 Extent resultExtent(const SamplingCall &call);
 
+// Longer than any row.
+inline constexpr ptrdiff_t kNoiseBytes = ptrdiff_t{1} << 17;
+
 // Memory between unreadable pages for the images of a call, used again by the next one.
 struct CallMemory {
     CallMemory();
@@ -101,7 +104,7 @@ struct CallMemory {
     GuardedMemory source{size_t{24} << 20};
     GuardedMemory result{size_t{4} << 20};
     GuardedMemory second{size_t{4} << 20};
-    std::vector<uint8_t> noise; // what the sources are filled with
+    std::vector<uint8_t> noise; // what the sources are filled with: kNoiseBytes, twice
 };
 
 // What a test's attention handler answers to stop a call.
