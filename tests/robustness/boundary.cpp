@@ -53,13 +53,10 @@ Batch drawBatch(const Options &options, int64_t number, const std::vector<uint32
 {
     static constexpr int32_t kThreads[] = {1, 2, 3, 8};
     Random random(options.seed * 0x10001 + static_cast<uint64_t>(number));
-    Batch batch = {};
     const size_t one = random.next() % features.size();
     const size_t other = (one + 1 + random.next() % (features.size() - 1)) % features.size();
-    batch.settings[0] = {features[one], random.pick(kThreads)};
-    batch.settings[1] = {features[other], random.pick(kThreads)};
-    batch.isInhibited = random.oneIn(8);
-    return batch;
+    // Braces keep the order of the draws.
+    return {{{features[one], random.pick(kThreads)}, {features[other], random.pick(kThreads)}}, random.oneIn(8)};
 }
 
 Random caseRandom(const Options &options, int64_t number)

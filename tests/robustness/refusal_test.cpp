@@ -178,8 +178,8 @@ TEST(Refusals, OfSampling)
 
 TEST(Refusals, OfSums)
 {
-    constexpr Operation kForms[] = {Operation::sumImage, Operation::sumImageIntoVector, Operation::sumWindowIntoVector,
-                                    Operation::sumWindow};
+    static constexpr Operation kForms[] = {Operation::sumImage, Operation::sumImageIntoVector,
+                                           Operation::sumWindowIntoVector, Operation::sumWindow};
     constexpr int32_t kUnbound = kip_statusProjectionSourceUnbound, kDepth = kip_statusPixelDepth,
                       kMismatch = kip_statusWindowMismatch;
     const struct {

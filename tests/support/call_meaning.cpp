@@ -1,7 +1,6 @@
 #include "support/call_meaning.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "support/images.h"
 #include "support/slow_model.h"
@@ -221,9 +220,7 @@ void giveProjection(const SamplingCall &given, const kimg_image &source, const k
     }
     if (call.operation == Operation::projectWindow || call.operation == Operation::projectClippedWindow)
         kip_affineSampleParams_getDestImageFromClientXform(&call.params, 1, &meaning->scalars.placement);
-    if (!call.asksAll && call.operation <= Operation::projectWindow)
-        meaning->scalars.depth = kUnset;
-    if (!call.asksAll && isNorm)
+    if (!call.asksAll && !hasSecond(call))
         meaning->scalars.depth = kUnset, meaning->scalars.first = meaning->scalars.end = kUnset;
 }
 

@@ -1,7 +1,6 @@
 #ifndef KIP_TESTS_SUPPORT_CRASH_NOTE_H
 #define KIP_TESTS_SUPPORT_CRASH_NOTE_H
 
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>

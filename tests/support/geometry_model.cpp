@@ -200,8 +200,7 @@ GeometryModel modelGeometry(const kip_affineSampleParams &params, const kmath_xf
                             const kimg_windowConst &source)
 {
     const Sides sides(params.rect, srcFromClient);
-    const Point xEnd = sides.origin + sides.x;
-    const Point yEnd = sides.origin + sides.y;
+    const Point xEnd = sides.origin + sides.x, yEnd = sides.origin + sides.y;
     const Point halfX = (xEnd - sides.origin) * Number(Wide{0.5} / params.destWidth, 0);
     const Point halfY = (yEnd - sides.origin) * Number(Wide{0.5} / params.destHeight, 0);
     Point corners[] = {sides.origin + halfX + halfY, xEnd - halfX + halfY, yEnd + halfX - halfY, {}};

@@ -1,7 +1,6 @@
 #ifndef KIP_TESTS_SUPPORT_GUARDED_MEMORY_H
 #define KIP_TESTS_SUPPORT_GUARDED_MEMORY_H
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -5,7 +5,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <span>
 
 namespace kip::test {

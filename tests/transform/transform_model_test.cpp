@@ -2,10 +2,7 @@
 // kinds, and rare ones that random numbers hardly ever give.
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <iterator>
-#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
