@@ -140,7 +140,7 @@ TEST_P(Transform, RunsNoVariantThatTheHookForbids)
     };
     for (uint32_t mode = 0; mode < (bytes == 1 ? 4 : 5); ++mode) {
         isOfTiles = mode == 4;
-        const kip_affineSampleParams params = {{60.25, 18.5, 200, -26, 16, 180}, isOfTiles ? 1 : mode, 200, 180};
+        const kip_affineSampleParams params = {{60.25, 18.5, 200, -26, 16, 180}, isOfTiles ? 1u : mode, 200, 180};
         Image forbidden, plain;
         for (Image *const image : {&forbidden, &plain}) {
             const ProcessorLevel level(image == &forbidden ? all : 0);
