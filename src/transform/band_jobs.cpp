@@ -73,7 +73,7 @@ int32_t queueBand(const Sampling &sampling, int32_t firstRow, int32_t rows, ksys
 template <typename Pixel>
 int32_t runBands(const Sampling &sampling, int32_t bandHeight, ksys_jobThreadGroup *group)
 {
-    constexpr ksys_jobFunction job = std::is_same_v<Pixel, uint8_t> ? kip_affineProcessJob8 : kip_affineProcessJob16;
+    constexpr auto job = std::is_same_v<Pixel, uint8_t> ? kip_affineProcessJob8 : kip_affineProcessJob16;
     CleanupList cleanup;
     ksys_jobParams jobParams;
     ksys_jobRequestSet requests;
