@@ -17,7 +17,6 @@
 #include <iterator>
 #include <kip/kip.h>
 #include <map>
-#include <regex>
 #include <tuple>
 #include <utility>
 
@@ -329,9 +328,11 @@ TEST(StatusNames, CoverTheHeaders)
     for (const char *header : {"include/kip/kip.h", "services/kimg/kimg.h", "services/kippel/kippel.h",
                                "services/kmath/kmath.h", "services/kstd/kstd.h", "services/ksys/ksys.h"})
         headers += textOf(fs::path(KIP_SOURCE_DIR) / header);
-    const std::regex status(R"(= \(int32_t\)0x8)");
-    EXPECT_EQ(std::distance(std::sregex_iterator(headers.begin(), headers.end(), status), {}),
-              std::ssize(statusNames()));
+    const std::string status = "= (int32_t)0x8"; // no regular expression: GCC's sanitizers warn of those
+    std::ptrdiff_t count = 0;
+    for (size_t at = headers.find(status); at != std::string::npos; at = headers.find(status, at + 1))
+        ++count;
+    EXPECT_EQ(count, std::ssize(statusNames()));
     EXPECT_EQ(describeStatus(static_cast<int32_t>(0x8123abcdu)), "status 0x8123abcd");
 }
 
