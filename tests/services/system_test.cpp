@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -200,6 +201,23 @@ TEST(SystemServices, refuseMissingPointers)
           ksys_shutdown_register(nullptr, &word)})
         EXPECT_EQ(status, ksys_statusBadArgument);
     EXPECT_EQ(ksys_memory_free_internal(nullptr), 0);
+}
+
+// Refused whole: the allocator stays what it was.
+TEST(Memory, incompleteHooksAreNotInstalled)
+{
+    FailingAllocator allocator;
+    const auto alloc = [](size_t size, void *) { return std::malloc(size); };
+    const auto realloc = [](void *block, size_t size, void *) { return std::realloc(block, size); };
+    const auto free = [](void *block, void *) { std::free(block); };
+    for (const ksys_memoryHooks &hooks : {ksys_memoryHooks{nullptr, realloc, free, nullptr},
+                                          {alloc, nullptr, free, nullptr},
+                                          {alloc, realloc, nullptr, nullptr}})
+        EXPECT_EQ(ksys_memory_setHooks(&hooks), ksys_statusBadArgument);
+    void *block = nullptr;
+    EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
+    EXPECT_EQ(allocator.requests(), 1);
+    ksys_memory_free_internal(&block);
 }
 
 } // namespace
