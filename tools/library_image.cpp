@@ -1,6 +1,6 @@
 #include "library_image.h"
 
-#include "status_names.h"
+#include "failure.h"
 
 #include <algorithm>
 

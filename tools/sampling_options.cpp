@@ -1,6 +1,6 @@
 #include "sampling_options.h"
 
-#include "status_names.h"
+#include "failure.h"
 
 #include <cmath>
 #include <numbers>
