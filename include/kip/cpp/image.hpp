@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <ranges>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -58,7 +59,7 @@ public:
         : pixels_(pixels), width_(width), height_(height), pitch_(pitchOf(stride))
     {}
 
-    /** A view of the beginning of a span, rows close together. Throws Error for a span that is too short. */
+    /** A view of a vector, array or span, rows close together. Throws Error for one that holds too few pixels. */
     ImageView(std::span<P> pixels, int32_t width, int32_t height) : ImageView(pixels.data(), width, height)
     {
         if (width > 0 && height > 0 && pixels.size() / static_cast<size_t>(width) < static_cast<size_t>(height))
@@ -219,6 +220,10 @@ private:
 
     kimg_image image_;
 };
+
+/** A vector or an array gives a view of its elements: `kip::ImageView(pixels, 640, 480)`. */
+template <std::ranges::contiguous_range R>
+ImageView(R &&, int32_t, int32_t) -> ImageView<std::remove_reference_t<std::ranges::range_reference_t<R>>>;
 
 namespace detail {
 
