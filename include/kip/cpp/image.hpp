@@ -178,6 +178,8 @@ public:
         (void)kimg_windowConst_init(&window, &image_);
         return viewOf<const P>(window);
     }
+    /** A view of the pixels, for functions that take one. */
+    operator ImageView<const P>() const noexcept { return view(); }
     /** Bytes from one row to the next; the library's choice. */
     std::ptrdiff_t stride() const noexcept { return view().stride(); }
     /** The first pixel of the first row. */
