@@ -38,7 +38,7 @@ Picture takePicture()
 void check(int32_t status)
 {
     if (status < 0)
-        throw std::runtime_error("status " + std::to_string(status));
+        throw std::runtime_error(std::string(kprt_statusName(status)) + ": " + kprt_statusText(status));
 }
 
 // An image that lets go of its pixels at the end of its scope.
@@ -64,10 +64,10 @@ void print(const Image &image)
 void straighten()
 {
     // The source is a view of the caller's memory; the transform gives the destination its pixels.
-    Picture picture = takePicture();
+    const Picture picture = takePicture();
     Image source;
     Image straight;
-    check(kimg_image_constructExternal(&source, 1, kWidth, kHeight, kWidth, picture.data()));
+    check(kimg_imageConst_constructExternal(&source, 1, kWidth, kHeight, kWidth, picture.data()));
 
     // The bar code's place: its origin, the end of its x side and the end of its y side.
     const kmath_shapeAffineRectPoints corners = {{5, 2}, {41, 17}, {2.5, 8}};
