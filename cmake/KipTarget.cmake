@@ -23,9 +23,7 @@ function(kip_configure_target target)
         C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ON
-        INSTALL_RPATH "${KIP_INSTALL_RPATH}"
-        # A warning of some later compiler must not break the build of a project that includes this one.
-        COMPILE_WARNING_AS_ERROR ${kip_IS_TOP_LEVEL})
+        INSTALL_RPATH "${KIP_INSTALL_RPATH}")
     # A fused multiply-add rounds differently from the two operations that the formulas state.
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -ffp-contract=off ${KIP_SANITIZE_FLAGS})

@@ -6,10 +6,10 @@
 
 namespace kiptool {
 
-void bindTo(LibraryImage &image, Picture &picture)
+void bindTo(LibraryImage &image, const Picture &picture)
 {
-    requireSuccess(kimg_image_constructExternal(&image.image, depthOf(picture) / 8, picture.width, picture.height,
-                                                picture.width, bytesOf(picture)),
+    requireSuccess(kimg_imageConst_constructExternal(&image.image, depthOf(picture) / 8, picture.width, picture.height,
+                                                     picture.width, bytesOf(picture)),
                    "source image");
 }
 

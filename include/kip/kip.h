@@ -27,6 +27,7 @@
 #include <stdint.h>
 
 #include <kimg/kimg.h>
+#include <kip/version.h>
 #include <kippel/kippel.h>
 #include <kmath/kmath.h>
 #include <kstd/kprt.h>

@@ -3,7 +3,8 @@
 
 /**
  * @file
- * What statuses mean; the optimisation-inhibit function and hook: a caller's way to run the portable twin of a kernel.
+ * The version; what statuses mean; the optimisation-inhibit function and hook: a caller's way to run the portable twin
+ * of a kernel.
  */
 
 #include <stdint.h>
@@ -12,6 +13,14 @@
 #include <kstd/kservices_api.h>
 
 KSERVICES_BEGIN_C
+
+/**
+ * Tells the version of the libraries that the program runs with.
+ *
+ * Returns "major.minor.patch", as <kip/version.h> has the numbers at compile time; static.
+ * Threads may call it at once.
+ */
+KSERVICES_API const char *kprt_version(void);
 
 /**
  * Tells a status's name.
