@@ -174,6 +174,28 @@ TEST_P(SamplingModel, RareRectangles)
     }
 }
 
+// Vector kernels keep the source pixels of a few destination pixels in 16 columns: tiles that read as many columns or
+// fewer, and steps with which 4 x 2 or 8 x 8 pixels just fit or just do not.
+TEST_P(SamplingModel, BoxesThatJustFit)
+{
+    const auto &[bytes, mode] = GetParam();
+    if (mode > kip_affineModeBilinear)
+        return;
+    const auto sample = [&, bytes = bytes](int32_t width, int32_t columns, double step, double shear) {
+        SCOPED_TRACE(step);
+        const auto operation = random.oneIn(4) ? Operation::project : Operation::transform;
+        SamplingCall call = callOf(operation, width, 14, width, columns, 10);
+        call.params.rect = {0.6 + random.between(0.0, 0.4), 0.6, step * columns, 0.3, shear * columns, 11.5};
+        EXPECT_GE(check(call), 0) << bytes;
+    };
+    for (int32_t width = 9; width <= 24; ++width)
+        for (int n = 0; n < 4; ++n)
+            sample(width, width + 1, (width - 2) / (width + 1.0), 0.0);
+    for (const double whole : {14 / 7.0, 14 / 3.0, 16 / 3.0})
+        for (int n = -12; n <= 12; ++n)
+            sample(110, 19, whole + n / 50.0, n % 3 / 60.0);
+}
+
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
 
 // 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source pixels,
