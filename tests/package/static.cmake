@@ -2,6 +2,9 @@
 # and by pkg-config, and a program that shows that its end is the services' business as with shared ones.
 set(prefix "${work_dir}/prefix")
 include("${CMAKE_CURRENT_LIST_DIR}/common.cmake")
+if(toolchain)
+    set(link_options -static) # the runtime, too
+endif()
 
 file(REMOVE_RECURSE "${work_dir}")
 set(compilers "-DCMAKE_C_COMPILER=${c_compiler}" "-DCMAKE_CXX_COMPILER=${cxx_compiler}")
