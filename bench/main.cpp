@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "cpp/cpp_bench.h"
 #include "projection/affine_projection_bench.h"
 #include "projection/window_sums_bench.h"
 #include "support/measurements.h"
@@ -49,6 +50,7 @@ int runRounds(const std::vector<TransformCase> &cases, int rounds)
     printClippedTable(measurements, std::cout);
     printProjectionTable(measurements, std::cout);
     printWindowSumsTable(measurements, std::cout);
+    printCppTable(measurements, std::cout);
     return 0;
 }
 
@@ -81,6 +83,7 @@ int main(int argc, char **argv)
     registerClippedTransforms();
     registerProjections();
     registerWindowSums();
+    registerCppCalls();
     if (!options.plain)
         return runRounds(cases, options.rounds);
     benchmark::RunSpecifiedBenchmarks();

@@ -13,7 +13,7 @@ build_packages="g++ cmake ninja-build pkg-config libcli11-dev libpng-dev libtiff
 packages_for() {
     case $1 in
     build | demo) echo "$build_packages" ;;
-    test) echo "$build_packages libgtest-dev" ;;
+    test) echo "$build_packages libgtest-dev libopencv-dev" ;;
     bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
     clang) echo "$build_packages clang libclang-rt-dev" ;;
     fuzz) echo "$(packages_for clang) libgtest-dev" ;;

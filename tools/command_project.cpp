@@ -1,10 +1,10 @@
 #include "commands.h"
+#include "failure.h"
 #include "library_image.h"
 #include "overlay.h"
 #include "picture_io.h"
 #include "profile.h"
 #include "sampling_options.h"
-#include "status_names.h"
 #include "timing.h"
 
 #include <cmath>

@@ -1,9 +1,9 @@
 #include "bitmap_font.h"
 #include "commands.h"
+#include "failure.h"
 #include "parse.h"
 #include "picture_io.h"
 #include "sampling_options.h"
-#include "status_names.h"
 
 #include <algorithm>
 #include <array>

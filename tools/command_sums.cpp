@@ -4,7 +4,6 @@
 #include "parse.h"
 #include "picture_io.h"
 #include "profile.h"
-#include "status_names.h"
 
 #include <cmath>
 #include <kip/kip.h>

@@ -1,9 +1,9 @@
 #include "commands.h"
+#include "failure.h"
 #include "library_image.h"
 #include "overlay.h"
 #include "picture_io.h"
 #include "sampling_options.h"
-#include "status_names.h"
 #include "timing.h"
 
 #include <iostream>

@@ -1,7 +1,9 @@
 #ifndef KIP_TOOLS_FAILURE_H
 #define KIP_TOOLS_FAILURE_H
 
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 
 namespace kiptool {
 
@@ -9,6 +11,9 @@ namespace kiptool {
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+/** Ends with a Failure "what: name (0xcode): meaning" when a status of the libraries is negative. */
+void requireSuccess(int32_t status, const std::string &what);
 
 } // namespace kiptool
 

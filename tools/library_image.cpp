@@ -1,15 +1,15 @@
 #include "library_image.h"
 
-#include "status_names.h"
+#include "failure.h"
 
 #include <algorithm>
 
 namespace kiptool {
 
-void bindTo(LibraryImage &image, Picture &picture)
+void bindTo(LibraryImage &image, const Picture &picture)
 {
-    requireSuccess(kimg_image_constructExternal(&image.image, depthOf(picture) / 8, picture.width, picture.height,
-                                                picture.width, bytesOf(picture)),
+    requireSuccess(kimg_imageConst_constructExternal(&image.image, depthOf(picture) / 8, picture.width, picture.height,
+                                                     picture.width, bytesOf(picture)),
                    "source image");
 }
 

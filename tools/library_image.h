@@ -17,8 +17,8 @@ struct LibraryImage {
     ~LibraryImage() { kimg_image_destruct(&image); }
 };
 
-/** Puts a grey picture's own memory behind an unbound image; the picture must outlive it. */
-void bindTo(LibraryImage &image, Picture &picture);
+/** Puts a grey picture's own memory behind an unbound image, to be read; the picture must outlive it. */
+void bindTo(LibraryImage &image, const Picture &picture);
 
 /** A copy of an image with pixels of 8 or 16 bits. */
 Picture pictureOf(const LibraryImage &image, int depth);

@@ -7,6 +7,7 @@
 #include <array>
 #include <exception>
 #include <iostream>
+#include <kstd/kprt.h>
 #include <new>
 #include <string>
 
@@ -27,7 +28,7 @@ int runTool(int argc, char **argv)
     CLI::App tool("Geometric image operations on picture files: PNG, TIFF and binary PGM, grey with 8 or 16 bits a "
                   "sample. Colour is read as grey, (299 R + 587 G + 114 B + 500) / 1000; an alpha channel is ignored.",
                   "kip");
-    tool.set_version_flag("--version", "kip " KIP_VERSION);
+    tool.set_version_flag("--version", std::string("kip ") + kprt_version());
     tool.require_subcommand(0, 1);
     const std::array commands = {kiptool::addTransformCommand(tool), kiptool::addProjectCommand(tool),
                                  kiptool::addSumsCommand(tool),      kiptool::addInfoCommand(tool),

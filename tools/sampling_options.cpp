@@ -1,6 +1,6 @@
 #include "sampling_options.h"
 
-#include "status_names.h"
+#include "failure.h"
 
 #include <cmath>
 #include <numbers>
@@ -83,21 +83,14 @@ void addSamplingOptions(CLI::App &command, SamplingOptions &options)
 
 kmath_shapeAffineRect turnedRectangle(const kmath_shapeAffineRect &upright, double degrees)
 {
-    // Whole quarter turns apart, so that their sines and cosines are exact.
-    const double reduced = std::fmod(degrees, 360);
-    const double quarters = std::nearbyint(reduced / 90);
-    const double rest = (reduced - quarters * 90) * std::numbers::pi / 180;
-    double c = std::cos(rest), s = std::sin(rest);
-    for (int turns = (static_cast<int>(quarters) + 4) % 4; turns > 0; --turns) {
-        const double next = c;
-        c = -s;
-        s = next;
-    }
-    const double w = upright.e0, h = upright.e3;
-    const kmath_vect xSide = {w * c, w * s}, ySide = {-h * s, h * c};
-    // Written so that a rectangle that is not turned keeps its corner to the last bit.
-    const double dx = (w - xSide.x - ySide.x) / 2, dy = (h - ySide.y - xSide.y) / 2;
-    return {upright.tx + dx, upright.ty + dy, xSide.x, ySide.x, xSide.y, ySide.y};
+    const double reduced = std::remainder(degrees, 360);
+    if (reduced == 0) // keeps its corner to the last bit
+        return upright;
+    kmath_shapeAffineRect turned;
+    requireSuccess(kmath_shapeAffineRect_initCenter(&turned, upright.tx + upright.e0 / 2, upright.ty + upright.e3 / 2,
+                                                    upright.e0, upright.e3, reduced * std::numbers::pi / 180),
+                   "--angle");
+    return turned;
 }
 
 kip_affineSampleParams makeSampling(const SamplingOptions &options)

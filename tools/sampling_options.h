@@ -24,7 +24,8 @@ struct SamplingOptions {
 void addSamplingOptions(CLI::App &command, SamplingOptions &options);
 
 /**
- * Makes an upright rectangle turned about its centre, clockwise as seen on screen; quarter turns are exact.
+ * Makes an upright rectangle turned about its centre, clockwise as seen on screen; quarter turns are exact. A Failure
+ * when it leaves the range of numbers.
  */
 kmath_shapeAffineRect turnedRectangle(const kmath_shapeAffineRect &upright, double degrees);
 

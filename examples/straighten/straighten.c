@@ -41,9 +41,10 @@ int main(void)
     takePicture(picture);
 
     /* The source is a view of the caller's memory; the transform gives the destination its pixels. */
-    kimg_image source, straight;
+    kimg_imageConst source;
+    kimg_image straight;
     kimg_image_constructUnbound(&straight);
-    int32_t status = kimg_image_constructExternal(&source, 1, kWidth, kHeight, kWidth, picture);
+    int32_t status = kimg_imageConst_constructExternal(&source, 1, kWidth, kHeight, kWidth, picture);
 
     /* The bar code's place: its origin, the end of its x side and the end of its y side. */
     const kmath_shapeAffineRectPoints corners = {{5, 2}, {41, 17}, {2.5, 8}};
@@ -62,7 +63,7 @@ int main(void)
         print(&source);
         print(&straight);
     } else {
-        fprintf(stderr, "straighten: status 0x%08x\n", (unsigned)status);
+        fprintf(stderr, "straighten: %s: %s\n", kprt_statusName(status), kprt_statusText(status));
     }
     kimg_image_destruct(&straight);
     kimg_image_destruct(&source);

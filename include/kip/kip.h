@@ -27,14 +27,17 @@
 #include <stdint.h>
 
 #include <kimg/kimg.h>
+#include <kip/version.h>
 #include <kippel/kippel.h>
 #include <kmath/kmath.h>
 #include <kstd/kprt.h>
 #include <kstd/kstd.h>
 #include <ksys/ksys.h>
 
-/** Marks a function that the library exports. */
-#if defined(_WIN32)
+/** Marks a function that the library exports; a static one shows nothing (KIP_STATIC). */
+#if defined(KIP_STATIC)
+#define KIP_API
+#elif defined(_WIN32)
 #if defined(KIP_BUILDING)
 #define KIP_API __declspec(dllexport)
 #else

@@ -155,6 +155,12 @@ int32_t kimg_image_constructExternal(kimg_image *image, int32_t bytesPerPixel, i
     return 0;
 }
 
+int32_t kimg_imageConst_constructExternal(kimg_imageConst *image, int32_t bytesPerPixel, int32_t width, int32_t height,
+                                          int32_t pitch, const void *pixels)
+{
+    return kimg_image_constructExternal(image, bytesPerPixel, width, height, pitch, const_cast<void *>(pixels));
+}
+
 int32_t kimg_image_destruct(kimg_image *image)
 {
     kimg_image_setUnbound(image);

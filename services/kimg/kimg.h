@@ -108,6 +108,13 @@ KSERVICES_API int32_t kimg_image_constructUnbound(kimg_image *image);
 KSERVICES_API int32_t kimg_image_constructExternal(kimg_image *image, int32_t bytesPerPixel, int32_t width,
                                                    int32_t height, int32_t pitch, void *pixels);
 
+/**
+ * Makes a bound image over memory of the caller's that is only read, otherwise as #kimg_image_constructExternal. The
+ * image may be the source of any operation and be assigned to others that are; nothing may write into it.
+ */
+KSERVICES_API int32_t kimg_imageConst_constructExternal(kimg_imageConst *image, int32_t bytesPerPixel, int32_t width,
+                                                        int32_t height, int32_t pitch, const void *pixels);
+
 /** Releases an image's pixels and record; the image is then unbound and may be destructed again. Returns 0. */
 KSERVICES_API int32_t kimg_image_destruct(kimg_image *image);
 

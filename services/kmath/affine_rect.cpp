@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "turn.h"
+
 namespace {
 
 bool areFinite(std::initializer_list<double> values)
@@ -44,6 +46,28 @@ int32_t kmath_shapeAffineRect_initPoints(kmath_shapeAffineRect *result, const km
         origin.x,          origin.y,          //
         xEnd.x - origin.x, yEnd.x - origin.x, //
         xEnd.y - origin.y, yEnd.y - origin.y,
+    };
+    if (!areFinite({rect.tx, rect.ty, rect.e0, rect.e1, rect.e2, rect.e3}))
+        return kmath_statusNotFinite;
+    *result = rect;
+    return 0;
+}
+
+int32_t kmath_shapeAffineRect_initCenter(kmath_shapeAffineRect *result, double centerX, double centerY, double width,
+                                         double height, double angle)
+{
+    if (!std::isfinite(angle))
+        return kmath_statusNotFinite;
+    const auto [cosine, sine] = turnBy(angle);
+    const kmath_vect xSide{width * cosine, width * sine};
+    const kmath_vect ySide{0 - height * sine, height * cosine}; // not -0 where the sine is 0
+    const kmath_shapeAffineRect rect{
+        centerX - (xSide.x + ySide.x) / 2,
+        centerY - (xSide.y + ySide.y) / 2, //
+        xSide.x,
+        ySide.x, //
+        xSide.y,
+        ySide.y,
     };
     if (!areFinite({rect.tx, rect.ty, rect.e0, rect.e1, rect.e2, rect.e3}))
         return kmath_statusNotFinite;

@@ -178,6 +178,23 @@ KSERVICES_API int32_t kmath_shapeAffineRect_initPoints(kmath_shapeAffineRect *re
                                                        const kmath_shapeAffineRectPoints *points);
 
 /**
+ * Makes the rectangle with the given centre and side lengths, turned about its centre.
+ *
+ * result            receives the rectangle; its x side runs along (cos angle, sin angle), its y side along
+ *                   (-sin angle, cos angle).
+ * centerX, centerY  the centre. The centre of pixel (p, q) is (p + 0.5, q + 0.5).
+ * width, height     lengths of the x and the y side; a negative one turns its side round, which mirrors the rectangle.
+ * angle             radians, clockwise as seen on the screen (y runs down): text that runs down to the right has a
+ *                   positive angle. One that was computed from whole quarter turns, as k * (pi / 2) or
+ *                   degrees * pi / 180, so that it is within 2^-51 of itself from that, counts as just that: the
+ *                   sides then lie along the axes exactly. Other sines and cosines are less than a unit of their last
+ *                   place off, and the same bits on every machine.
+ * Returns 0; #kmath_statusNotFinite when a number or the rectangle is not finite, the result then untouched.
+ */
+KSERVICES_API int32_t kmath_shapeAffineRect_initCenter(kmath_shapeAffineRect *result, double centerX, double centerY,
+                                                       double width, double height, double angle);
+
+/**
  * Gives a rectangle's centre and side lengths.
  *
  * Returns 0; #kmath_statusNotFinite when one of them is not finite, the result then untouched.

@@ -3,7 +3,8 @@
 
 /**
  * @file
- * The optimisation-inhibit function and hook: a caller's way to run the portable twin of a kernel.
+ * The version; what statuses mean; the optimisation-inhibit function and hook: a caller's way to run the portable twin
+ * of a kernel.
  */
 
 #include <stdint.h>
@@ -12,6 +13,34 @@
 #include <kstd/kservices_api.h>
 
 KSERVICES_BEGIN_C
+
+/**
+ * Tells the version of the libraries that the program runs with.
+ *
+ * Returns "major.minor.patch", as <kip/version.h> has the numbers at compile time; static.
+ * Threads may call it at once.
+ */
+KSERVICES_API const char *kprt_version(void);
+
+/**
+ * Tells a status's name.
+ *
+ * status  what a function of the libraries has returned.
+ * Returns the name as the headers spell it, for example "kmath_statusSingular"; "success" for 0 and above; "unknown
+ * status" for a negative one that no header names, for example an attention handler's own. The string lives as long as
+ * the library.
+ * Threads may call it at once.
+ */
+KSERVICES_API const char *kprt_statusName(int32_t status);
+
+/**
+ * Tells what a status means, for a message: a phrase in lower case, without a full stop.
+ *
+ * status  what a function of the libraries has returned.
+ * Returns the phrase; "success" and "unknown status" as #kprt_statusName does. The string lives as long as the library.
+ * Threads may call it at once.
+ */
+KSERVICES_API const char *kprt_statusText(int32_t status);
 
 /**
  * Tells whether the optimised variant of a kernel must not be used.

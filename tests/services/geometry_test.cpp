@@ -4,9 +4,11 @@
 #include <kmath/kq2.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numbers>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -131,6 +133,63 @@ TEST(Inverse, HoldsItsBitsAtEveryScale)
         EXPECT_EQ(kq2Xform(given).getInverse(object), status) << testing::PrintToString(given);
         EXPECT_EQ(object.record(), kUntouched);
     }
+}
+
+TEST(Center, TurnsByQuartersExactlyHoweverTheyAreComputed)
+{
+    constexpr double kPi = std::numbers::pi;
+    const Map turned[] = {
+        {7, -3.75, 7, 0, 0, 3}, {12, -5.75, 0, -3, 7, 0}, {14, -0.75, -7, 0, 0, -3}, {9, 1.25, 0, 3, -7, 0}};
+    Random random(12);
+    for (int i = 0; i < 4000; ++i) {
+        const int32_t quarters = i < 9 ? i - 4 : random.between32(-3000000, 3000000);
+        const double degrees = 90.0 * quarters;
+        for (const double angle :
+             {quarters * (kPi / 2), degrees * kPi / 180, degrees * (kPi / 180), degrees / 180 * kPi}) {
+            Map rect = kUntouched;
+            EXPECT_EQ(kmath_shapeAffineRect_initCenter(&rect, 10.5, -2.25, 7, 3, angle), 0);
+            ASSERT_EQ(rect, turned[quarters & 3]) << quarters;
+            for (const auto element : kElements)
+                EXPECT_TRUE(rect.*element != 0.0 || !std::signbit(rect.*element)) << "a negative zero";
+        }
+    }
+    for (int i = 0; i < 6; ++i) {
+        double numbers[] = {1, 2, 3, 4, 5, -1e308};
+        numbers[i] = i < 5 ? i % 2 == 0 ? kNan : kInfinity : 0;
+        if (i == 5) // finite numbers, but not the corner's
+            numbers[0] = -kGreatest, numbers[2] = kGreatest;
+        Map rect = kUntouched;
+        EXPECT_EQ(kmath_shapeAffineRect_initCenter(&rect, numbers[0], numbers[1], numbers[2], numbers[3], numbers[4]),
+                  kmath_statusNotFinite);
+        EXPECT_EQ(rect, kUntouched);
+    }
+    for (const double angle : {kGreatest, -kGreatest, kLeast}) {
+        Map rect = kUntouched;
+        EXPECT_EQ(kmath_shapeAffineRect_initCenter(&rect, 0, 0, 1, 1, angle), 0);
+        EXPECT_NEAR(std::hypot(rect.e0, rect.e2), 1, 1e-15);
+    }
+}
+
+TEST(Center, HasTheSameSinesAndCosinesOnEveryMachine)
+{
+    Random random(13);
+    uint64_t hash = 0xcbf29ce484222325u;
+    for (int i = 0; i < 20000; ++i) {
+        const double angle = i % 2 == 0 ? random.between(-60.0, 60.0) : std::ldexp(random.between(-1.0, 1.0), -i % 64);
+        Map rect = kUntouched; // of a square with sides of length 1
+        EXPECT_EQ(kmath_shapeAffineRect_initCenter(&rect, 0, 0, 1, 1, angle), 0);
+        EXPECT_EQ(rect.e1, -rect.e2);
+        EXPECT_EQ(rect.e3, rect.e0);
+        const long double exact[] = {std::cos(static_cast<long double>(angle)),
+                                     std::sin(static_cast<long double>(angle))};
+        for (const double got : {rect.e0, rect.e2}) {
+            const long double error = std::fabs(got - exact[got == rect.e0 ? 0 : 1]);
+            // Of the standard library, whose long double may be a double.
+            EXPECT_LE(error, std::nextafter(std::fabs(got), 2) - std::fabs(got) + 1e-18L) << angle;
+            hash = (hash ^ std::bit_cast<uint64_t>(got)) * 0x100000001b3u;
+        }
+    }
+    EXPECT_EQ(hash, 14334558678212482763u);
 }
 
 TEST(Enclose, TakesAllFourCornersAndChecksTheirRange)

@@ -107,7 +107,7 @@ TEST(Image, RefusesWhatCannotBeAndStaysUnbound)
     };
     for (const auto &[isExternal, bytesPerPixel, width, height, pitch, status, at] : cases) {
         kimg_image image;
-        EXPECT_EQ(isExternal ? kimg_image_constructExternal(&image, bytesPerPixel, width, height, pitch, at)
+        EXPECT_EQ(isExternal ? kimg_imageConst_constructExternal(&image, bytesPerPixel, width, height, pitch, at)
                              : kimg_image_construct(&image, bytesPerPixel, width, height),
                   status);
         expectUnbound(image);

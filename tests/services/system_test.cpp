@@ -1,5 +1,7 @@
-// Memory, vectors of 32-bit values, clean-up lists, shutdown callbacks, processor information, attention.
+// Memory, vectors of 32-bit values, clean-up lists, shutdown callbacks, processor information, attention, names of
+// statuses.
 
+#include <kstd/kprt.h>
 #include <kstd/kstd.h>
 #include <ksys/ksys.h>
 
@@ -7,6 +9,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -218,6 +224,40 @@ TEST(Memory, incompleteHooksAreNotInstalled)
     EXPECT_EQ(ksys_memory_alloc_internal(1, &block), 0);
     EXPECT_EQ(allocator.requests(), 1);
     ksys_memory_free_internal(&block);
+}
+
+// What the headers say, read without a regular expression: GCC's sanitizers warn of those.
+TEST(Statuses, areNamedAsInTheHeaders)
+{
+    std::map<uint32_t, std::string> names;
+    for (const char *folder : {"include", "services"}) {
+        for (const auto &entry :
+             std::filesystem::recursive_directory_iterator(KIP_SOURCE_DIR "/" + std::string(folder))) {
+            if (entry.path().extension() != ".h")
+                continue;
+            std::ifstream file(entry.path());
+            const std::string text{std::istreambuf_iterator<char>(file), {}};
+            const std::string assignment = " = (int32_t)0x8";
+            for (size_t at = 0; (at = text.find(assignment, at)) != std::string::npos; ++at) {
+                const size_t before = text.find_last_of(" \n", at - 1);
+                const std::string code = text.substr(at + assignment.size() - 3, 10);
+                EXPECT_TRUE(
+                    names.emplace(std::stoul(code, nullptr, 16), text.substr(before + 1, at - before - 1)).second)
+                    << code;
+            }
+        }
+    }
+    EXPECT_GE(names.size(), 34u);
+    const std::string unknown = "unknown status";
+    for (uint32_t code = 0x80000000u; code < 0x80001000u; ++code) {
+        const auto status = static_cast<int32_t>(code);
+        const auto known = names.find(code);
+        EXPECT_EQ(kprt_statusName(status), known == names.end() ? unknown : known->second) << std::hex << code;
+        EXPECT_EQ(kprt_statusText(status) == unknown, known == names.end()) << std::hex << code;
+    }
+    for (const int32_t status : {0, 1, INT32_MAX})
+        EXPECT_EQ(kprt_statusName(status) + std::string(kprt_statusText(status)), "successsuccess");
+    EXPECT_EQ(kprt_statusName(-1), unknown);
 }
 
 } // namespace

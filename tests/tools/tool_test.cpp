@@ -1,11 +1,11 @@
 // The tool as a user meets it: the built program, its output, exit codes and files.
 
+#include "failure.h"
 #include "library_image.h"
 #include "picture_io.h"
 #include "profile.h"
 #include "profile_plot.h"
 #include "sample_values.h"
-#include "status_names.h"
 
 #include <algorithm>
 #include <cmath>
@@ -320,20 +320,6 @@ TEST(Profile, PlotPutsStepsAndShadesWhereTheyBelong)
     for (const Profile &flat :
          {Profile{"row", "sum", {}, {}, 0, 0, 0, 0}, Profile{"row", "mean", {0, 0}, {0, 0}, 3, 2, 2, 1e-9}})
         EXPECT_NE(plotAsSvg(flat).find("</svg>"), std::string::npos);
-}
-
-TEST(StatusNames, CoverTheHeaders)
-{
-    std::string headers;
-    for (const char *header : {"include/kip/kip.h", "services/kimg/kimg.h", "services/kippel/kippel.h",
-                               "services/kmath/kmath.h", "services/kstd/kstd.h", "services/ksys/ksys.h"})
-        headers += textOf(fs::path(KIP_SOURCE_DIR) / header);
-    const std::string status = "= (int32_t)0x8"; // no regular expression: GCC's sanitizers warn of those
-    std::ptrdiff_t count = 0;
-    for (size_t at = headers.find(status); at != std::string::npos; at = headers.find(status, at + 1))
-        ++count;
-    EXPECT_EQ(count, std::ssize(statusNames()));
-    EXPECT_EQ(describeStatus(static_cast<int32_t>(0x8123abcdu)), "status 0x8123abcd");
 }
 
 } // namespace
