@@ -120,7 +120,7 @@ inline AffineRect rectFromRotatedRect(const cv::RotatedRect &rect)
  * The rectangle that cv::warpAffine samples.
  *
  * matrix      2 x 3, of float or double, from the source to the destination as cv::warpAffine takes it.
- * size        of the destination. Sample the rectangle at this size: `{.size = kip::Size{size.width, size.height}}`.
+ * size        of the destination. Sample the rectangle at this size: `{.size = {size.width, size.height}}`.
  * inverseMap  the matrix leads from the destination to the source, as with cv::WARP_INVERSE_MAP.
  * Throws Error for another kind of matrix, or one without inverse.
  */

@@ -92,7 +92,7 @@ TYPED_TEST(CppTwins, EveryFormGivesWhatTheCFunctionGives)
                                    -100 * static_cast<std::ptrdiff_t>(sizeof(P)));
     const auto rect = kip::AffineRect::fromCenter({41.3, 33.8}, 40.2, 21, 0.4);
     for (const kip::Mode mode : kModes) {
-        const kip::Sampling sampling{.mode = mode, .size = kip::Size{37, 23}};
+        const kip::Sampling sampling{.mode = mode, .size = {37, 23}};
         const std::vector<P> expected = transformedInC<P>(source, {rect.record(), static_cast<uint32_t>(mode), 37, 23});
         kip::Sampler first(rect, sampling);
         kip::Sampler sampler = std::move(first);
@@ -210,10 +210,7 @@ TEST(Cpp, SourcesBeyond32767AreCutRoundTheRectangle)
     const std::vector<uint16_t> tall(size_t{40} * 40000);
     const kip::ImageView source(tall, 40, 40000);
     const auto whole = kip::AffineRect::fromCorners({5, 5}, {35, 5}, {5, 39990});
-    EXPECT_EQ(statusOf([&] {
-                  (void)kip::transform(source, whole, {.size = kip::Size{30, 100}});
-              }),
-              kip_statusSourceTooLarge);
+    EXPECT_EQ(statusOf([&] { (void)kip::transform(source, whole, {.size = {30, 100}}); }), kip_statusSourceTooLarge);
 }
 
 TEST(Cpp, OverhangIsTheWayBackInside)
@@ -270,11 +267,11 @@ TEST(Cpp, BadArgumentsAreErrorsAndNothingIsWritten)
         {"number of sums", kip_statusWindowMismatch, [&] { kip::Sampler(rect).projectInto(source, sums); }},
         {"parallel sides", kmath_statusSingular,
          [&] {
-             (void)kip::transform(source, thin, {.size = kip::Size{4, 4}});
+             (void)kip::transform(source, thin, {.size = {4, 4}});
          }},
         {"no size", kip_statusSizeBelowOne,
          [&] {
-             (void)kip::project(source, rect, {.size = kip::Size{0, 1}});
+             (void)kip::project(source, rect, {.size = {0, 1}});
          }},
         {"mode", kip_statusUnknownMode, [&] { (void)kip::transform(source, rect, {.mode = kip::Mode{4}}); }},
         {"not finite", kmath_statusNotFinite,

@@ -63,7 +63,7 @@ TEST(OpenCv, WarpMatricesGiveWhatWarpAffineGives)
     cv::Mat_<uint16_t> warped;
     cv::warpAffine(picture, warped, matrix, size);
     const kip::AffineRect rect = kip::rectFromWarpMatrix(matrix, size);
-    const cv::Mat_<uint16_t> result = kip::transform(picture, rect, {.size = kip::Size{50, 30}});
+    const cv::Mat_<uint16_t> result = kip::transform(picture, rect, {.size = {50, 30}});
     cv::Mat_<uint16_t> again(30, 50);
     inverted.convertTo(inverted, CV_32F);
     kip::transformInto(picture, kip::rectFromWarpMatrix(inverted, size, true), again);

@@ -15,7 +15,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -37,10 +36,10 @@ enum class Mode : uint32_t {
     cubic = kip_affineModeBicubic                /**< cubic convolution of 4 x 4 pixels (a = -0.5) in two passes */
 };
 
-/** How a rectangle is sampled: `{.mode = kip::Mode::cubic, .size = kip::Size{120, 40}}`. */
+/** How a rectangle is sampled: `{.mode = kip::Mode::cubic, .size = {120, 40}}`. */
 struct Sampling {
     Mode mode = Mode::bilinear; /**< interpolation */
-    std::optional<Size> size{}; /**< columns and rows of the result; AffineRect::standardSize() if empty */
+    Size size = {};             /**< columns and rows of the result; 0 x 0: AffineRect::standardSize() */
 };
 
 /** What a clipped transform gives. */
@@ -69,7 +68,7 @@ namespace detail {
 
 inline kip_affineSampleParams paramsOf(const AffineRect &rect, const Sampling &sampling)
 {
-    const Size size = sampling.size ? *sampling.size : rect.standardSize();
+    const Size size = sampling.size == Size{} ? rect.standardSize() : sampling.size;
     return {rect.record(), static_cast<uint32_t>(sampling.mode), size.width, size.height};
 }
 
