@@ -174,6 +174,31 @@ TEST_P(SamplingModel, RareRectangles)
     }
 }
 
+// Vector kernels keep the source pixels of a few destination pixels in 16 columns and some rows: tiles that read as
+// many or fewer, and steps with which 4 x 2 or 8 x 8 pixels just fit or just do not. Rows 512 pixels apart have kernels
+// of their own where a destination row leads down.
+TEST_P(SamplingModel, BoxesThatJustFit)
+{
+    if (std::get<1>(GetParam()) > kip_affineModeBilinear)
+        return;
+    const auto sample = [&](int32_t width, int32_t height, int32_t pitch, int32_t columns, kmath_xformLinear rect) {
+        const auto operation = random.oneIn(4) ? Operation::project : Operation::transform;
+        SamplingCall call = callOf(operation, width, height, pitch, columns, 10);
+        call.params.rect = rect;
+        call.params.rect.tx += random.between(0.6, 1.0);
+        call.params.rect.ty += 0.6;
+        EXPECT_GE(check(call), 0);
+    };
+    for (int32_t width = 9; width <= 24; ++width)
+        for (int n = 0; n < 4; ++n)
+            sample(width, 14, width, width + 1, {0, 0, width - 2.0, 0.3, 0, 11.5});
+    for (const double whole : {14 / 7.0, 14 / 3.0, 16 / 3.0})
+        for (int n = -12; n <= 12; ++n)
+            sample(110, 14, 110, 19, {0, 0, (whole + n / 50.0) * 19, 0.3, n % 3 / 60.0 * 19, 11.5});
+    for (int n = 2; n <= 36; ++n)
+        sample(30, 40, 512, 19, {20, 0, -4.5, -10.3, n / 20.0 * 19, 2.5});
+}
+
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
 
 // 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source pixels,

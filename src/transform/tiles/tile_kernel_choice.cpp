@@ -10,14 +10,14 @@ namespace kip {
 
 namespace {
 
-// Portable kernels with the inner one replaced level by level: rows of eight pixels, then blocks.
+// Portable kernels with the inner one replaced level by level: rows or blocks by AVX2, then wider blocks.
 template <typename Interpolation, typename Sink, typename Pixel>
 TileKernels<Pixel, int32_t> withVariants([[maybe_unused]] uint32_t features, TileKernels<Pixel, int32_t> kernels)
 {
 #if defined(KIP_HAS_X86_VARIANTS)
     constexpr uint32_t blockFeature = sizeof(Pixel) == 1 ? ksys_featureAvx512Vbmi : ksys_featureAvx512;
     if ((features & ksys_featureAvx2) != 0)
-        kernels.inside = tileRowKernelAvx2<Interpolation, Sink, Pixel>();
+        kernels.inside = tileKernelAvx2<Interpolation, Sink, Pixel>();
     if ((features & blockFeature) != 0)
         kernels.inside = tileBlockKernelAvx512<Interpolation, Sink, Pixel>();
 #endif

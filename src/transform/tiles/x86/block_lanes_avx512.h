@@ -102,8 +102,8 @@ struct BlockTile {
 };
 
 // Resamples a tile by Blocks::walk<Interpolation, banks>, banks being how many of Blocks::kBoxRows rows each hold a
-// block's box; by rows if two to four of them do not. Blocks also tells the size of its blocks, kWidth and kRows, and
-// what becomes of their samples: Blocks::Output<Store> or <Add>, made of the destination and its pitch.
+// block's box; by runs or rows if two to four of them do not. Blocks also tells the size of its blocks, kWidth and
+// kRows, and what becomes of their samples: Blocks::Output<Store> or <Add>, made of the destination and its pitch.
 template <typename Blocks, typename Interpolation, typename Sink>
 void resampleBlocks(const FixedTile &tile, const typename Blocks::Pixel *src, int32_t srcPitch, void *dst,
                     int32_t dstPitch)
@@ -119,7 +119,7 @@ void resampleBlocks(const FixedTile &tile, const typename Blocks::Pixel *src, in
     case 4:
         return Blocks::template walk<Interpolation, 4>(t, output);
     default:
-        return tileRowKernelAvx2<Interpolation, Sink, Pixel>()(tile, src, srcPitch, dst, dstPitch);
+        return tileKernelAvx2<Interpolation, Sink, Pixel>()(tile, src, srcPitch, dst, dstPitch);
     }
 }
 

@@ -2,7 +2,8 @@
 #define KIP_TRANSFORM_TILES_X86_TILE_KERNELS_X86_H
 
 // Variants of the 16.16 tile kernels for x86-64 processors, equal to the portable ones to the bit. A tile that a
-// variant has no good way for is handed on: from blocks to rows, from rows to the portable kernel.
+// variant has no good way for is handed on: from wider blocks to narrower ones, from blocks to
+// rows, from rows to the portable kernel.
 //
 // There are some for Nearest with either pixel type, for Bilinear<Fast8> with uint8_t and for Bilinear<Accurate16> with
 // uint16_t, each for both sinks, Store and Add.
@@ -18,6 +19,20 @@ namespace kip {
 // Rows of eight pixels.
 template <typename Interpolation, typename Sink, typename Pixel>
 TileKernel<Pixel, int32_t> tileRowKernelAvx2();
+
+// Blocks of 8 x 2 pixels of 8 bits.
+template <typename Interpolation, typename Sink>
+TileKernel<uint8_t, int32_t> tileBlockKernelAvx2();
+
+// The best of these for a pixel type.
+template <typename Interpolation, typename Sink, typename Pixel>
+TileKernel<Pixel, int32_t> tileKernelAvx2()
+{
+    if constexpr (sizeof(Pixel) == 1)
+        return tileBlockKernelAvx2<Interpolation, Sink>();
+    else
+        return tileRowKernelAvx2<Interpolation, Sink, Pixel>();
+}
 
 // Blocks of 8 x 8 pixels of 8 bits, for processors with VBMI, or of 8 x 4 pixels of 16 bits.
 template <typename Interpolation, typename Sink, typename Pixel>
