@@ -7,6 +7,9 @@
 #if defined(KIP_HAS_X86_VARIANTS)
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
 
 #include "support/x86/x86_intrinsics.h"
 #include "transform/tiles/tile_sampling.h"
@@ -18,9 +21,17 @@ namespace kip {
 
 namespace {
 
-constexpr int32_t kHalfWidth = 4;
-constexpr int32_t kWidth = 2 * kHalfWidth;
-constexpr int32_t kRows = 2;
+// A block, and its halves of 8 pixels. Fewer source rows hold a half that is short in the direction that leaves them.
+template <int32_t kWidthOfHalf>
+struct Shape {
+    static constexpr int32_t kHalfWidth = kWidthOfHalf;
+    static constexpr int32_t kWidth = 2 * kHalfWidth;
+    static constexpr int32_t kRows = 8 / kHalfWidth;
+};
+using Wide = Shape<4>; // where a row of the destination stays closer to a row of the source than a column does
+using High = Shape<2>;
+
+constexpr int32_t kPixels = 16;
 constexpr int32_t kBlocksAtOnce = 4; // whose boxes are found together
 constexpr int32_t kBoxColumns = 16;  // bytes of a row that are loaded
 constexpr int32_t kLeastSourceRows = 2;
@@ -47,8 +58,9 @@ struct BoxFinder {
     __m256i lastX, lastY;     // the last corner of a box
     __m256i pitch;
 
-    BoxFinder(const BlockAxis &x, const BlockAxis &y, BlockStep step, int32_t boxRows, int32_t srcPitch)
-        : halvesX(halvesOf(x, step.x)), halvesY(halvesOf(y, step.y)),
+    BoxFinder(const BlockAxis &x, const BlockAxis &y, int32_t halfWidth, BlockStep step, int32_t boxRows,
+              int32_t srcPitch)
+        : halvesX(halvesOf(x, halfWidth, step.x)), halvesY(halvesOf(y, halfWidth, step.y)),
           lastX(_mm256_set1_epi32(x.last - (kBoxColumns - 1))), lastY(_mm256_set1_epi32(y.last - (boxRows - 1))),
           pitch(_mm256_set1_epi32(srcPitch))
     {}
@@ -70,20 +82,22 @@ struct BoxFinder {
     }
 
 private:
-    static __m256i halvesOf(const BlockAxis &axis, uint32_t step)
+    static __m256i halvesOf(const BlockAxis &axis, int32_t halfWidth, uint32_t step)
     {
         const __m256i block = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
-        const __m256i right = _mm256_setr_epi32(0, kHalfWidth, 0, kHalfWidth, 0, kHalfWidth, 0, kHalfWidth);
+        const __m256i isRight = _mm256_setr_epi32(0, 1, 0, 1, 0, 1, 0, 1);
         const __m256i toBlock = _mm256_mullo_epi32(block, _mm256_set1_epi32(static_cast<int32_t>(step)));
-        const __m256i toHalf = _mm256_mullo_epi32(right, _mm256_set1_epi32(axis.colStep));
+        const __m256i toHalf =
+            _mm256_mullo_epi32(isRight, _mm256_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(halfWidth) *
+                                                                               static_cast<uint32_t>(axis.colStep))));
         return _mm256_add_epi32(_mm256_add_epi32(toBlock, toHalf), _mm256_set1_epi32(static_cast<int32_t>(axis.least)));
     }
 };
 
 // ---- Lanes ---------------------------------------------------------------------------------------------------------
 
-// What the pixels of all blocks of a tile have in common, a pixel in each word: two rows of the left half, then two of
-// the right one.
+// What the pixels of all blocks of a tile have in common, a pixel in each word: the left half row by row, then the
+// right one.
 struct Lanes {
     __m256i fractionX, fractionY; // of a position, where the block's first pixel has none
     __m256i lowX, lowY;           // the same where the least position of its half has none
@@ -96,13 +110,14 @@ __m256i loadWords(const uint16_t *words)
 }
 
 // indexUnit: what an index counts by, 1 in each byte that takes part.
+template <typename Shape>
 Lanes makeLanes(const BlockAxis &x, const BlockAxis &y, int16_t indexUnit, int16_t indexOffset)
 {
-    alignas(32) uint16_t words[5][kWidth * kRows];
-    for (int32_t n = 0; n < kWidth * kRows; ++n) {
-        const int32_t column = n % kHalfWidth;
-        const int32_t row = n / kHalfWidth % kRows;
-        const int32_t left = n / (kHalfWidth * kRows) * kHalfWidth;
+    alignas(32) uint16_t words[5][kPixels];
+    for (int32_t n = 0; n < kPixels; ++n) {
+        const int32_t column = n % Shape::kHalfWidth;
+        const int32_t row = n / Shape::kHalfWidth % Shape::kRows;
+        const int32_t left = n / (kPixels / 2) * Shape::kHalfWidth;
         const auto fromLeast = [=](const BlockAxis &axis) { // not negative, and within the box
             return static_cast<uint32_t>(column * int64_t{axis.colStep} + row * int64_t{axis.rowStep} - axis.least);
         };
@@ -166,8 +181,9 @@ template <>
 struct BlockSamples<Nearest> {
     static constexpr int16_t kIndexUnit = 0x0001;
     static constexpr auto kIndexOffset = static_cast<int16_t>(0xFF00); // in no row: 0
-    // Plain loads are as fast with 4 rows, and faster by a twentieth with 5.
-    static constexpr int32_t kSourceRowsThatPay = 3;
+    // Else plain loads are as fast or faster.
+    static constexpr int32_t kRowsThatPay = 3;
+    static constexpr bool kHighPays = false;
 
     template <int kSourceRows>
     static __m256i sample(const BoxPair &box, __m256i index, __m256i, __m256i)
@@ -184,7 +200,8 @@ template <>
 struct BlockSamples<Bilinear<Fast8>> {
     static constexpr int16_t kIndexUnit = 0x0101; // a word looks up the pixel and the one to its right
     static constexpr int16_t kIndexOffset = 0x0100;
-    static constexpr int32_t kSourceRowsThatPay = kGreatestSourceRows;
+    static constexpr int32_t kRowsThatPay = kGreatestSourceRows;
+    static constexpr bool kHighPays = true;
 
     // Every row is loaded once: it is the lower one of the neighbours that the row before it holds.
     template <int kSourceRows>
@@ -229,12 +246,12 @@ private:
 
 // ---- What happens to a block's samples -----------------------------------------------------------------------------
 
-template <typename Sink>
+template <typename Sink, typename Shape>
 struct PutBlocks;
 
 // Storing the same values twice does no harm.
-template <>
-struct PutBlocks<Store> {
+template <typename Shape>
+struct PutBlocks<Store, Shape> {
     uint8_t *dst;
     int64_t pitch;
 
@@ -242,31 +259,72 @@ struct PutBlocks<Store> {
 
     void put(const BlockPlace &place, __m256i samples) const
     {
-        // Bytes: the left half's rows, then the right one's. Then row by row.
-        const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(samples), _mm256_extracti128_si256(samples, 1));
-        const __m128i rows = _mm_shuffle_epi32(bytes, _MM_SHUFFLE(3, 1, 2, 0));
+        const __m128i left = _mm256_castsi256_si128(samples);
+        const __m128i right = _mm256_extracti128_si256(samples, 1);
         uint8_t *const at = dst + place.row * pitch + place.column;
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(at), rows);
-        _mm_storeh_pd(reinterpret_cast<double *>(at + pitch), _mm_castsi128_pd(rows));
+        if constexpr (Shape::kHalfWidth == 4) {
+            const __m128i rows = _mm_shuffle_epi32(_mm_packus_epi16(left, right), _MM_SHUFFLE(3, 1, 2, 0));
+            _mm_storel_epi64(reinterpret_cast<__m128i *>(at), rows);
+            _mm_storeh_pd(reinterpret_cast<double *>(at + pitch), _mm_castsi128_pd(rows));
+        } else {
+            const __m128i upperRows = _mm_unpacklo_epi32(left, right); // words
+            const __m128i lowerRows = _mm_unpackhi_epi32(left, right);
+            const __m128i rows = _mm_packus_epi16(upperRows, lowerRows);
+            storeFour(at, rows);
+            storeFour(at + pitch, _mm_srli_si128(rows, 4));
+            storeFour(at + 2 * pitch, _mm_srli_si128(rows, 8));
+            storeFour(at + 3 * pitch, _mm_srli_si128(rows, 12));
+        }
+    }
+
+private:
+    static void storeFour(uint8_t *at, __m128i samples)
+    {
+        const int32_t four = _mm_cvtsi128_si32(samples);
+        std::memcpy(at, &four, sizeof four);
     }
 };
 
 // What the blocks before have added is left out.
-template <>
-struct PutBlocks<Add> {
+template <typename Shape>
+struct PutBlocks<Add, Shape> {
     uint32_t *sums;
 
     PutBlocks(void *first, int32_t) : sums(static_cast<uint32_t *>(first)) {}
 
     void put(const BlockPlace &place, __m256i samples) const
     {
-        const __m256i lower = _mm256_unpackhi_epi64(samples, samples);
-        const __m256i both = place.overlapRows != 0 ? lower : _mm256_add_epi16(samples, lower);
-        const __m256i columns = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(_mm256_permute4x64_epi64(both, 0x08)));
-        const __m256i isFresh =
-            _mm256_cmpgt_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(place.overlapColumns - 1));
-        auto *const at = reinterpret_cast<__m256i *>(sums + place.column);
-        _mm256_storeu_si256(at, _mm256_add_epi32(_mm256_loadu_si256(at), _mm256_and_si256(columns, isFresh)));
+        if (place.overlapRows != 0)
+            samples = _mm256_and_si256(samples, isFreshRow(place.overlapRows));
+        __m256i columns = _mm256_add_epi16(samples, _mm256_unpackhi_epi64(samples, samples));
+        if constexpr (Shape::kHalfWidth == 2)
+            columns = _mm256_add_epi16(columns, _mm256_srli_epi64(columns, 32));
+        const __m128i left = _mm256_castsi256_si128(columns);
+        const __m128i right = _mm256_extracti128_si256(columns, 1);
+        uint32_t *const at = sums + place.column;
+        const __m128i overlap = _mm_set1_epi32(place.overlapColumns - 1);
+        if constexpr (Shape::kHalfWidth == 4) {
+            add(at, left, _mm_cmpgt_epi32(_mm_setr_epi32(0, 1, 2, 3), overlap));
+            add(at + Shape::kHalfWidth, right, _mm_cmpgt_epi32(_mm_setr_epi32(4, 5, 6, 7), overlap));
+        } else {
+            add(at, _mm_unpacklo_epi32(left, right), _mm_cmpgt_epi32(_mm_setr_epi32(0, 1, 2, 3), overlap));
+        }
+    }
+
+private:
+    static __m256i isFreshRow(int32_t overlapRows)
+    {
+        constexpr int kShift = Shape::kHalfWidth == 4 ? 2 : 1;
+        const __m256i pixel = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7);
+        return _mm256_cmpgt_epi16(_mm256_srli_epi16(pixel, kShift),
+                                  _mm256_set1_epi16(static_cast<int16_t>(overlapRows - 1)));
+    }
+    // The first four words, as far as they are fresh.
+    static void add(uint32_t *sums, __m128i words, __m128i isFresh)
+    {
+        auto *const at = reinterpret_cast<__m128i *>(sums);
+        const __m128i fresh = _mm_and_si128(_mm_cvtepu16_epi32(words), isFresh);
+        _mm_storeu_si128(at, _mm_add_epi32(_mm_loadu_si128(at), fresh));
     }
 };
 
@@ -280,19 +338,19 @@ struct BlockTile {
     int32_t pitch;
 };
 
-template <typename Interpolation, typename Sink, int kSourceRows>
+template <typename Interpolation, typename Sink, typename Shape, int kSourceRows>
 void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
 {
     using Samples = BlockSamples<Interpolation>;
     const FixedTile &tile = t.tile;
-    const PutBlocks<Sink> output(dst, dstPitch);
-    const BlockOrder order(tile, kWidth, kRows);
-    const BlockStep step =
-        order.downFirst
-            ? BlockStep{static_cast<uint32_t>(tile.rowStepX) * kRows, static_cast<uint32_t>(tile.rowStepY) * kRows}
-            : BlockStep{static_cast<uint32_t>(tile.colStepX) * kWidth, static_cast<uint32_t>(tile.colStepY) * kWidth};
-    const BoxFinder finder(t.x, t.y, step, kSourceRows + Interpolation::kReach, t.pitch);
-    const Lanes lanes = makeLanes(t.x, t.y, Samples::kIndexUnit, Samples::kIndexOffset);
+    const PutBlocks<Sink, Shape> output(dst, dstPitch);
+    const BlockOrder order(tile, Shape::kWidth, Shape::kRows);
+    const BlockStep step = order.downFirst ? BlockStep{static_cast<uint32_t>(tile.rowStepX) * Shape::kRows,
+                                                       static_cast<uint32_t>(tile.rowStepY) * Shape::kRows}
+                                           : BlockStep{static_cast<uint32_t>(tile.colStepX) * Shape::kWidth,
+                                                       static_cast<uint32_t>(tile.colStepY) * Shape::kWidth};
+    const BoxFinder finder(t.x, t.y, Shape::kHalfWidth, step, kSourceRows + Interpolation::kReach, t.pitch);
+    const Lanes lanes = makeLanes<Shape>(t.x, t.y, Samples::kIndexUnit, Samples::kIndexOffset);
 
     // Blocks that follow each other by the step.
     const auto walk = [&](int32_t outer, int32_t inner, int32_t count) {
@@ -333,38 +391,54 @@ void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
 using WalkBlocks = void (*)(const BlockTile &t, void *dst, int32_t dstPitch);
 
 // By the rows of a box that the first neighbours lie in, from kLeastSourceRows on.
-template <typename Interpolation, typename Sink>
-constexpr WalkBlocks kWalks[] = {walkBlocks<Interpolation, Sink, 2>, walkBlocks<Interpolation, Sink, 3>,
-                                 walkBlocks<Interpolation, Sink, 4>, walkBlocks<Interpolation, Sink, 5>,
-                                 walkBlocks<Interpolation, Sink, 6>};
+template <typename Interpolation, typename Sink, typename Shape>
+constexpr WalkBlocks kWalks[] = {walkBlocks<Interpolation, Sink, Shape, 2>, walkBlocks<Interpolation, Sink, Shape, 3>,
+                                 walkBlocks<Interpolation, Sink, Shape, 4>, walkBlocks<Interpolation, Sink, Shape, 5>,
+                                 walkBlocks<Interpolation, Sink, Shape, 6>};
 
 // Tells whether blocks are faster than rows of pixels. Where a row of the destination leads down the source, rows read
 // hundreds of lines over and over; at pitches like these the lines share a few sets of the first-level cache and evict
-// each other, and blocks, which follow each other along the source's rows, are four times as fast.
+// each other, and blocks, which follow each other along the source's rows, are several times as fast.
 template <typename Interpolation>
-bool doBlocksPay(const FixedTile &tile, int32_t srcPitch, int32_t sourceRows)
+bool doBlocksPay(int32_t srcPitch, int32_t sourceRows, bool isSteep)
 {
     constexpr int32_t kPitchThatAliases = 512;
-    return sourceRows <= BlockSamples<Interpolation>::kSourceRowsThatPay ||
-           (srcPitch % kPitchThatAliases == 0 && BlockOrder(tile, kWidth, kRows).downFirst);
+    if (isSteep && srcPitch % kPitchThatAliases == 0)
+        return true;
+    return isSteep ? BlockSamples<Interpolation>::kHighPays : sourceRows <= BlockSamples<Interpolation>::kRowsThatPay;
 }
 
-template <typename Interpolation, typename Sink>
-void resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
+// Returns false, with nothing done, where blocks of a shape do not serve a tile.
+template <typename Interpolation, typename Sink, typename Shape>
+bool resampleInShape(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
 {
     constexpr auto shift = static_cast<int32_t>(Interpolation::template shift<int32_t>());
     constexpr int32_t reach = Interpolation::kReach;
     BlockTile t = {tile, FixedPosition::at(tile.x, tile.y), {}, {}, src, srcPitch};
     t.position.move(-shift, -shift);
-    if (tile.width >= kWidth && tile.rows >= kRows && srcPitch >= INT16_MIN && srcPitch <= INT16_MAX &&
-        measureBlockAxis(tile.x, tile.colStepX, tile.rowStepX, tile, kHalfWidth, kRows, shift, reach, &t.x) &&
-        measureBlockAxis(tile.y, tile.colStepY, tile.rowStepY, tile, kHalfWidth, kRows, shift, reach, &t.y)) {
-        const int32_t sourceRows = std::max(t.y.extent - reach, kLeastSourceRows);
-        if (t.x.extent <= kBoxColumns && t.x.last - t.x.first >= kBoxColumns - 1 && sourceRows <= kGreatestSourceRows &&
-            doBlocksPay<Interpolation>(tile, srcPitch, sourceRows) && t.y.last - t.y.first >= sourceRows + reach - 1)
-            return kWalks<Interpolation, Sink>[sourceRows - kLeastSourceRows](t, dst, dstPitch);
-    }
-    tileRowKernelAvx2<Interpolation, Sink, uint8_t>()(tile, src, srcPitch, dst, dstPitch);
+    const auto measure = [&](int32_t position, int32_t colStep, int32_t rowStep, BlockAxis *axis) {
+        return measureBlockAxis(position, colStep, rowStep, tile, Shape::kHalfWidth, Shape::kRows, shift, reach, axis);
+    };
+    if (tile.width < Shape::kWidth || tile.rows < Shape::kRows || srcPitch < INT16_MIN || srcPitch > INT16_MAX ||
+        !measure(tile.x, tile.colStepX, tile.rowStepX, &t.x) || !measure(tile.y, tile.colStepY, tile.rowStepY, &t.y))
+        return false;
+    const int32_t sourceRows = std::max(t.y.extent - reach, kLeastSourceRows);
+    if (t.x.extent > kBoxColumns || t.x.last - t.x.first < kBoxColumns - 1 || sourceRows > kGreatestSourceRows ||
+        t.y.last - t.y.first < sourceRows + reach - 1 ||
+        !doBlocksPay<Interpolation>(srcPitch, sourceRows, std::is_same_v<Shape, High>))
+        return false;
+    kWalks<Interpolation, Sink, Shape>[sourceRows - kLeastSourceRows](t, dst, dstPitch);
+    return true;
+}
+
+template <typename Interpolation, typename Sink>
+void resampleBlocks(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
+{
+    const bool isSteep = std::abs(int64_t{tile.colStepY}) > std::abs(int64_t{tile.rowStepY});
+    const auto resample =
+        isSteep ? resampleInShape<Interpolation, Sink, High> : resampleInShape<Interpolation, Sink, Wide>;
+    if (!resample(tile, src, srcPitch, dst, dstPitch))
+        tileRowKernelAvx2<Interpolation, Sink, uint8_t>()(tile, src, srcPitch, dst, dstPitch);
 }
 
 } // namespace
