@@ -210,9 +210,9 @@ void addAffineRect(py::module_ &module)
         type.def_property_readonly(
             name, [get](const Rect &rect) { return pairOf((rect.*get)()); }, text);
     };
-    corner("origin", &Rect::origin, "The corner (x, y) at which both sides begin: the top left one of a result.");
-    corner("x_end", &Rect::xEnd, "The corner (x, y) at which the x side ends: the top right one of a result.");
-    corner("y_end", &Rect::yEnd, "The corner (x, y) at which the y side ends: the bottom left one of a result.");
+    corner("origin", &Rect::origin, "The corner (x, y) at which both sides begin, the top left one of a result.");
+    corner("x_end", &Rect::xEnd, "The corner (x, y) at which the x side ends, the top right one of a result.");
+    corner("y_end", &Rect::yEnd, "The corner (x, y) at which the y side ends, the bottom left one of a result.");
     corner("opposite", &Rect::opposite, "The corner (x, y) opposite the origin.");
     corner("center", &Rect::center, "The middle (x, y).");
     type.def_property_readonly("width", &Rect::width, "Length of the x side, a float.");
