@@ -178,6 +178,20 @@ inline void transformInto(const cv::Mat &source, const AffineRect &rect, cv::Mat
     });
 }
 
+/**
+ * Resamples the sampler's rectangle into a cv::Mat that is used again from call to call: it gets new pixels only if its
+ * size or type is another one. It shares no memory with the source.
+ */
+inline void transformInto(Sampler &sampler, const cv::Mat &source, cv::Mat &result)
+{
+    detail::withView(source, [&]<Pixel P>(const ImageView<P> &from) {
+        const Size size = sampler.size();
+        if (result.size() != cv::Size(size.width, size.height) || result.type() != source.type())
+            result = detail::newMat<P>(sampler.params());
+        sampler.transformInto(from, detail::viewOfMat<std::remove_const_t<P>>(result));
+    });
+}
+
 /** Resamples a rectangle that may reach outside its picture. */
 inline ClippedMat transformClipped(const cv::Mat &source, const AffineRect &rect, const Sampling &sampling = {})
 {

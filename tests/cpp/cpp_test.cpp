@@ -59,9 +59,8 @@ std::vector<P> transformedInC(kip::ImageView<const P> view, const kip_affineSamp
               0);
     kimg_windowConst window;
     kimg_windowConst_init(&window, &result);
-    const std::vector<P> pixels =
-        pixelsOf(kip::ImageView<const P>(static_cast<const P *>(window.pixels), window.width, window.height,
-                                         std::ptrdiff_t{window.pitch} * static_cast<std::ptrdiff_t>(sizeof(P))));
+    std::vector<P> pixels = pixelsOf(kip::ImageView<const P>::withPitch(static_cast<const P *>(window.pixels),
+                                                                        window.width, window.height, window.pitch));
     kimg_image_destruct(&source);
     kimg_image_destruct(&result);
     return pixels;

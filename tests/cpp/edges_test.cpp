@@ -117,6 +117,9 @@ TEST(Edges, MissingColumnsMakeNone)
     EXPECT_NEAR(edges[0].client.x, 95, 1e-6); // the middle of the y side
     EXPECT_NEAR(edges[0].client.y, 62, 1e-6);
     EXPECT_EQ(kip::findEdges(means).size(), 3u); // a bare profile has no coverage
+    const kip::Profile sums{{400, 400, 400, 40, 40, 40}, 4, rect};
+    EXPECT_NEAR(kip::findEdges(sums).at(0).client.y, 50 + 8, 1e-6);
+    EXPECT_NEAR(kip::findEdges(sums).at(0).contrast, -90, 1e-6);
 }
 
 } // namespace

@@ -85,6 +85,13 @@ TEST(OpenCv, OtherFormsTakeMats)
     const auto rect = kip::rectFromRotatedRect({{75, 60}, {50, 12}, 20});
     kip::Sampler sampler(rect);
     const cv::Mat result = kip::transform(sampler, picture);
+    cv::Mat kept;
+    for (int round = 0; round < 2; ++round) {
+        const uchar *const before = kept.data;
+        kip::transformInto(sampler, picture, kept);
+        EXPECT_EQ(cv::norm(kept, result, cv::NORM_INF), 0);
+        EXPECT_TRUE(round == 0 || kept.data == before);
+    }
     cv::Mat sums;
     cv::reduce(result, sums, 0, cv::REDUCE_SUM, CV_32S);
     for (const kip::Profile &profile : {kip::project(picture, rect), kip::project(sampler, picture)})

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -216,6 +217,15 @@ inline std::vector<Edge> findEdges(const MeanProfile &profile, const EdgeOptions
     for (Edge &edge : edges)
         edge.client = profile.rect.at(edge.position / columns, 0.5);
     return edges;
+}
+
+/** Finds the edges of a profile of sums, as above, with their places in client coordinates. */
+inline std::vector<Edge> findEdges(const Profile &profile, const EdgeOptions &options = {})
+{
+    MeanProfile means{{}, {}, profile.rect};
+    for (const uint32_t sum : profile.sums)
+        means.means.push_back(sum / static_cast<double>(profile.depth));
+    return findEdges(means, options);
 }
 
 } // namespace kip

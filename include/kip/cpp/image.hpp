@@ -66,12 +66,18 @@ public:
             throw Error(kimg_statusTooLarge, "a view of more pixels than its span holds");
     }
 
-    /** Views of writable pixels are views of pixels. */
-    operator ImageView<const Value>() const noexcept requires(!std::is_const_v<P>)
+    /** A view of rows that lie a pitch apart: pixels from one row to the next, negative for bottom-up images. */
+    static constexpr ImageView withPitch(P *pixels, int32_t width, int32_t height, int32_t pitch) noexcept
     {
-        ImageView<const Value> view(pixels_, width_, height_);
-        view.pitch_ = pitch_;
+        ImageView view(pixels, width, height);
+        view.pitch_ = pitch;
         return view;
+    }
+
+    /** Views of writable pixels are views of pixels. */
+    constexpr operator ImageView<const Value>() const noexcept requires(!std::is_const_v<P>)
+    {
+        return ImageView<const Value>::withPitch(pixels_, width_, height_, pitch_);
     }
 
     /** Columns. */
@@ -105,9 +111,6 @@ private:
             throw Error(kimg_statusBadPitch, "a view with a stride of " + std::to_string(stride) + " bytes");
         return static_cast<int32_t>(pitch);
     }
-
-    template <Pixel>
-    friend class ImageView;
 
     P *pixels_ = nullptr;
     int32_t width_ = 0;
@@ -216,8 +219,7 @@ private:
     template <Pixel Q, class Window>
     static ImageView<Q> viewOf(const Window &window) noexcept
     {
-        return ImageView<Q>(static_cast<Q *>(window.pixels), window.width, window.height,
-                            std::ptrdiff_t{window.pitch} * static_cast<std::ptrdiff_t>(sizeof(Q)));
+        return ImageView<Q>::withPitch(static_cast<Q *>(window.pixels), window.width, window.height, window.pitch);
     }
 
     kimg_image image_;
