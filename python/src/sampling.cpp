@@ -39,27 +39,30 @@ kip::Sampler makeSampler(const Request &request)
     return kip::Sampler(request.rect, {request.mode, request.size});
 }
 
-// What the functions sample with. A call with the geometry of its thread's last one repeats no geometry work; tables
-// for large results are not kept.
+// What the functions sample with. Each keeps its thread's last sampler, so that a call with the same geometry repeats
+// no geometry work; tables for large results are not kept.
 class ThreadSampler {
 public:
     explicit ThreadSampler(const Request &request) : request_(request) {}
 
     [[nodiscard]] kip::Size size() const { return request_.size; }
 
-    // The thread's sampler is looked up only here: before, and after, some other call may come in between, from the
+    // The thread's sampler is looked up only here: before and after, another call may come in between, from the
     // destructor of an object of Python.
     template <typename Work>
     void use(Work work) const
     {
-        thread_local std::optional<kip::Sampler> kept;
         constexpr int64_t kMostSamples = 1 << 20;
         const WithoutInterpreter released;
+        if (int64_t{request_.size.width} * request_.size.height > kMostSamples) {
+            kip::Sampler large = makeSampler(request_);
+            work(large);
+            return;
+        }
+        thread_local std::optional<kip::Sampler> kept; // of each kind of work, which is a type of its own
         if (!kept || kept->mode() != request_.mode || kept->size() != request_.size || kept->rect() != request_.rect)
             kept.emplace(makeSampler(request_));
         work(*kept);
-        if (int64_t{request_.size.width} * request_.size.height > kMostSamples)
-            kept.reset();
     }
 
 private:
