@@ -5,7 +5,8 @@
 A rectangle of 120 x 40 samples, turned by 17 degrees, in a picture of 4096 x 3000 pixels of 8 bits: straightened, and
 added up into a profile. All run in turn in every round, on one thread. The times are the least of a call over the
 rounds, the ratios medians of those within a round. scikit-image gets the picture as doubles, which it would make of it
-in every call.
+in every call, or else cut its samples down to whole levels, and does not look for its least and greatest value
+(clip=False).
 """
 
 import statistics
