@@ -96,7 +96,9 @@ template <typename Owner>
 [[noreturn]] void refuseResult(Owner &owner, const Picture &picture, int32_t status)
 {
     kip::Overhang over;
-    owner.use([&](kip::Sampler &sampler) { over = sampler.overhang(picture.view<const uint8_t>()); });
+    owner.use([&](kip::Sampler &sampler) {
+        withPixel(picture.element, [&](auto pixel) { over = sampler.overhang(picture.view<const decltype(pixel)>()); });
+    });
     if (!kip::describe(over).empty())
         throw kip::Error(status, "", over);
     throw;
@@ -191,8 +193,8 @@ PyObject *transform(PyObject *, const Passed &passed)
     static const Signature kSignature("transform", {"image", "rect", "mode", "size", "out"}, 2, 2);
     std::array<PyObject *, 5> given;
     kSignature.bind(passed, given);
-    const Picture picture = pictureFrom(given[0], "image");
     ThreadSampler sampler(requestFrom(given[1], given[2], given[3]));
+    const Picture picture = pictureFrom(given[0], "image"); // last, since the others may run code of the caller's
     return transformWith(sampler, picture, given[4]);
 }
 
@@ -201,9 +203,8 @@ PyObject *withoutOut(const Signature &signature, const Passed &passed)
 {
     std::array<PyObject *, 4> given;
     signature.bind(passed, given);
-    const Picture picture = pictureFrom(given[0], "image");
     ThreadSampler sampler(requestFrom(given[1], given[2], given[3]));
-    return Operation(sampler, picture);
+    return Operation(sampler, pictureFrom(given[0], "image"));
 }
 
 PyObject *transformClipped(PyObject *, const Passed &passed)

@@ -34,7 +34,8 @@ def work():
     folder = Path(os.environ["KIP_TEST_DIR"]) / "install"
     shutil.rmtree(folder, ignore_errors=True)
     for part in ("cmake", "docs", "include", "python", "services", "src"):
-        shutil.copytree(ROOT / part, folder / "kip" / part, ignore=shutil.ignore_patterns("build", "*.egg-info", "*.so*"))
+        built = shutil.ignore_patterns("build", "*.egg-info", "*.so*")
+        shutil.copytree(ROOT / part, folder / "kip" / part, ignore=built)
     for part in ("CMakeLists.txt", "LICENSE"):
         shutil.copy(ROOT / part, folder / "kip")
     return folder
