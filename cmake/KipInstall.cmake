@@ -26,6 +26,16 @@ else()
 endif()
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE KIP_PC_LIBDIR)
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE KIP_PC_INCLUDEDIR)
+# An archive cannot tell what it needs: the runtime of C++ and threads. Nothing is left for Libs.private, since a program
+# that asks without --static has no other libraries to get.
+if(KIP_LIBRARY_TYPE STREQUAL "STATIC")
+    set(kip_runtime ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+    list(REMOVE_ITEM kip_runtime ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+    list(TRANSFORM kip_runtime PREPEND " -l")
+    list(JOIN kip_runtime "" KIP_PC_LIBS)
+    string(APPEND KIP_PC_LIBS " -pthread")
+    set(KIP_PC_CFLAGS " -DKIP_STATIC")
+endif()
 configure_file(cmake/kip.pc.in "${PROJECT_BINARY_DIR}/kip.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/kip.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 

@@ -3,6 +3,12 @@
 # Before 1.0 a new minor version may break the binary interface, so it is part of the library's file name.
 set(KIP_ABI_VERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
+# Shared unless asked otherwise, also within a project that says nothing about its own libraries.
+set(KIP_LIBRARY_TYPE SHARED)
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+    set(KIP_LIBRARY_TYPE STATIC)
+endif()
+
 set(KIP_SANITIZE_FLAGS "")
 if(KIP_SANITIZE)
     list(JOIN KIP_SANITIZE "," kip_sanitizers)
@@ -38,12 +44,17 @@ function(kip_configure_target target)
     endif()
 endfunction()
 
-# kip_configure_library(<target> <pattern>...): a shared library that exports C names of these patterns only.
+# kip_configure_library(<target> <pattern>...): a library that exports C names of these patterns only
+# if it is shared.
 # Hidden visibility is not enough for that: the standard library marks its templates and types as visible, so
 # that Clang exported an instance of std::clamp from the services, and the address sanitizer adds a symbol for
 # each exported variable.
 function(kip_configure_library target)
     kip_configure_target(${target})
+    if(KIP_LIBRARY_TYPE STREQUAL "STATIC")
+        target_compile_definitions(${target} PUBLIC KIP_STATIC) # no name is imported
+        return()
+    endif()
     set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${KIP_ABI_VERSION})
     if(WIN32)
         set_target_properties(${target} PROPERTIES PREFIX "")

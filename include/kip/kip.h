@@ -34,8 +34,10 @@
 #include <kstd/kstd.h>
 #include <ksys/ksys.h>
 
-/** Marks a function that the library exports. */
-#if defined(_WIN32)
+/** Marks a function that the library exports; a static one shows nothing (KIP_STATIC). */
+#if defined(KIP_STATIC)
+#define KIP_API
+#elif defined(_WIN32)
 #if defined(KIP_BUILDING)
 #define KIP_API __declspec(dllexport)
 #else

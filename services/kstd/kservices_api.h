@@ -6,8 +6,10 @@
  * Export mark of the services library and the language bridge that its headers share.
  */
 
-/** Marks a declaration of the services library as visible outside it. */
-#if defined(_WIN32)
+/** Marks a declaration of the services library as visible outside it; static libraries show nothing (KIP_STATIC). */
+#if defined(KIP_STATIC)
+#define KSERVICES_API
+#elif defined(_WIN32)
 #if defined(KSERVICES_BUILDING)
 #define KSERVICES_API __declspec(dllexport)
 #else

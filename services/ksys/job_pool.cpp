@@ -183,6 +183,7 @@ void growPool(Pool &shared, int32_t wanted)
         return;
     if (!kCanJoinAtUnload && !keepLoaded(poolStorage)) // then its threads keep it loaded
         return;
+    ksys_shutdown_link();
     const SignalsBlocked signalsBlocked;
     try {
         while (shared.workerCount < wanted) {

@@ -27,4 +27,10 @@ void ksys_jobPool_run(const ksys_jobRequestSet &requests, ksys_jobResultSet &res
  */
 void ksys_jobPool_stop();
 
+/**
+ * Does nothing. The pool calls it so that shutdown.cpp, which ends the pool with the process, is linked where the
+ * library is static: of that only those parts are that something refers to.
+ */
+void ksys_shutdown_link();
+
 #endif

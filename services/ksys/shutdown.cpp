@@ -31,16 +31,21 @@ Callback *takeNewerThan(Callback *taken)
     return first;
 }
 
-// Made when the library is loaded, so that it ends after everything that was built upon the library.
-const struct ProcessEnd {
+struct ProcessEnd {
     ~ProcessEnd()
     {
         ksys_jobPool_stop(); // first: no idle thread wakes up in a library that is gone
         ksys_shutdown_run();
     }
-} processEnd;
+};
+
+// Made before everything that is built upon the library, so that it ends after that: when the shared library is loaded,
+// and in a program that the static one is part of before all objects without a priority.
+[[gnu::init_priority(101)]] const ProcessEnd processEnd;
 
 } // namespace
+
+void ksys_shutdown_link() {}
 
 int32_t ksys_shutdown_register(ksys_shutdownRoutine routine, void *argument)
 {
