@@ -1,7 +1,11 @@
-"""Builds the package: CMake makes the extension and both libraries, and this puts them beside the Python files."""
+"""Builds the package: CMake makes the extension and both libraries, and this puts them beside the Python files.
+
+The environment variable CMAKE_ARGS adds options for CMake.
+"""
 
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -33,7 +37,9 @@ class BuildByCMake(build_ext):
             options.append(f"-Dpybind11_DIR={pybind11.get_cmake_dir()}")
         except ImportError:
             pass  # CMake may know where it is
-        self.cmake("-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release", f"-DPython_EXECUTABLE={sys.executable}", *options)
+        options += ["-DCMAKE_BUILD_TYPE=Release", f"-DPython_EXECUTABLE={sys.executable}"]
+        options += shlex.split(os.environ.get("CMAKE_ARGS", ""))
+        self.cmake("-S", ROOT, "-B", build, *options)
         self.cmake("--build", build, "--parallel", os.cpu_count() or 1, "--target", "kip_python")
         shutil.rmtree(staging, ignore_errors=True)
         self.cmake("--install", build, "--prefix", staging, "--component", "kip_python", "--strip")

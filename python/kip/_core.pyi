@@ -1,4 +1,4 @@
-from typing import Any, List, Literal, Optional, Sequence, Tuple, TypeVar, Union
+from typing import Any, List, Literal, Optional, Sequence, Tuple, TypeVar, Union, final
 
 import numpy as np
 import numpy.typing as npt
@@ -14,6 +14,7 @@ _Size = Sequence[int]
 
 __version__: str
 
+@final
 class AffineRect:
     @staticmethod
     def from_center(center: _Pair, size: _Pair, degrees: float = 0.0) -> AffineRect: ...
@@ -42,6 +43,7 @@ class AffineRect:
     def __eq__(self, other: object) -> bool: ...
     def __hash__(self) -> int: ...
 
+@final
 class Sampler:
     def __init__(self, rect: AffineRect, *, mode: _Mode = "bilinear", size: Optional[_Size] = None) -> None: ...
     @property

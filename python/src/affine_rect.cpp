@@ -106,7 +106,7 @@ std::string textOf(const kip::AffineRect &rect)
 }
 
 constexpr const char *kClassText =
-    R"(A rectangle, or parallelogram, anywhere in a picture. Made by from_center, from_corners or from_cv2; never changes.
+    R"(A rectangle, or parallelogram, anywhere in a picture. Made by from_center, from_corners or from_cv2; immutable.
 
 The columns of a result lie along its x side, the rows along its y side. Coordinates are in pixels: image[q, p] covers
 p to p + 1 and q to q + 1, so that its centre is (p + 0.5, q + 0.5).
@@ -151,8 +151,8 @@ Raises:
 PyMethodDef kFromCv2 = method<fromCv2>("from_cv2", R"(from_cv2(rotated_rect)
 --
 
-The rectangle of OpenCV's RotatedRect, with the half pixel between both coordinates: OpenCV's pixels have their centres
-at whole numbers.
+The rectangle of OpenCV's RotatedRect, with the half pixel between both coordinates: OpenCV's pixels have their
+centres at whole numbers.
 
 Args:
     rotated_rect: ((x, y), (width, height), degrees), as cv2.minAreaRect and cv2.fitEllipse give it.
@@ -179,7 +179,10 @@ Raises:
 PyMethodDef kAt = method<at>("at", R"(at($self, /, u, v)
 --
 
-The point (x, y) at the fractions u of the x side and v of the y side: at(0, 0) is the origin, at(0.5, 0.5) the centre.)");
+The point (x, y) at the fractions u of the x side and v of the y side: at(0, 0) is the origin, at(0.5, 0.5) the middle.
+
+Raises:
+    TypeError: u or v is no number.)");
 
 } // namespace
 

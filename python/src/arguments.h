@@ -99,7 +99,7 @@ try {
 }
 
 template <auto Body>
-PyMethodDef method(const char *name, const char *documentation)
+PyMethodDef method(const char *name, const char *documentation) noexcept
 {
     // The interpreter looks at the flags before it calls, as its own documentation asks.
     return {name, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(&entry<Body>)),

@@ -2,6 +2,7 @@
 #include "python_types.h"
 
 #include <exception>
+#include <utility>
 
 #include <kip/kip.hpp>
 
@@ -56,7 +57,7 @@ PYBIND11_MODULE(_core, module)
     // Constructors and properties are called by pybind11.
     py::register_exception_translator([](std::exception_ptr pending) {
         try {
-            std::rethrow_exception(pending);
+            std::rethrow_exception(std::move(pending));
         } catch (const kip::Error &) {
             raiseCurrentException();
         }

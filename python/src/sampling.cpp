@@ -39,51 +39,44 @@ kip::Sampler makeSampler(const Request &request)
     return kip::Sampler(request.rect, {request.mode, request.size});
 }
 
-bool samples(const kip::Sampler &sampler, const Request &request)
-{
-    return sampler.mode() == request.mode && sampler.size() == request.size &&
-           std::memcmp(&sampler.params().rect, &request.rect.record(), sizeof(kmath_shapeAffineRect)) == 0;
-}
-
-// The samplers of the functions: a call with the geometry of its thread's last one repeats no geometry work. Tables for
-// large results are not kept.
+// What the functions sample with. Each keeps its thread's last sampler, so that a call with the same geometry repeats
+// no geometry work; tables for large results are not kept.
 class ThreadSampler {
 public:
-    explicit ThreadSampler(const Request &request)
-    {
-        if (!kept() || !samples(*kept(), request))
-            kept().emplace(makeSampler(request));
-    }
-    ~ThreadSampler()
+    explicit ThreadSampler(const Request &request) : request_(request) {}
+
+    [[nodiscard]] kip::Size size() const { return request_.size; }
+
+    // The thread's sampler is looked up only here: before and after, another call may come in between, from the
+    // destructor of an object of Python.
+    template <typename Work>
+    void use(Work work) const
     {
         constexpr int64_t kMostSamples = 1 << 20;
-        const kip::Size size = kept()->size();
-        if (int64_t{size.width} * size.height > kMostSamples)
-            kept().reset();
-    }
-    ThreadSampler(const ThreadSampler &) = delete;
-    ThreadSampler &operator=(const ThreadSampler &) = delete;
-
-    template <typename Work>
-    void use(Work work)
-    {
         const WithoutInterpreter released;
-        work(*kept());
+        if (int64_t{request_.size.width} * request_.size.height > kMostSamples) {
+            kip::Sampler large = makeSampler(request_);
+            work(large);
+            return;
+        }
+        thread_local std::optional<kip::Sampler> kept; // of each kind of work, which is a type of its own
+        if (!kept || kept->mode() != request_.mode || kept->size() != request_.size || kept->rect() != request_.rect)
+            kept.emplace(makeSampler(request_));
+        work(*kept);
     }
-    [[nodiscard]] const kip::Sampler &constant() const { return *kept(); }
 
 private:
-    static std::optional<kip::Sampler> &kept()
-    {
-        thread_local std::optional<kip::Sampler> sampler;
-        return sampler;
-    }
+    Request request_;
 };
 
 // The class Sampler. Threads that use one at once wait for each other.
 class SharedSampler {
 public:
     explicit SharedSampler(const Request &request) : sampler_(makeSampler(request)) {}
+
+    [[nodiscard]] kip::AffineRect rect() const { return sampler_.rect(); }
+    [[nodiscard]] kip::Mode mode() const { return sampler_.mode(); }
+    [[nodiscard]] kip::Size size() const { return sampler_.size(); }
 
     template <typename Work>
     void use(Work work)
@@ -92,7 +85,6 @@ public:
         const std::lock_guard lock(mutex_);
         work(sampler_);
     }
-    [[nodiscard]] const kip::Sampler &constant() const { return sampler_; }
 
 private:
     std::mutex mutex_;
@@ -100,9 +92,13 @@ private:
 };
 
 // A result that memory cannot hold is most often that of a rectangle far beyond the picture, and then told as such.
-[[noreturn]] void refuseResult(const kip::Sampler &sampler, const Picture &picture, int32_t status)
+template <typename Owner>
+[[noreturn]] void refuseResult(Owner &owner, const Picture &picture, int32_t status)
 {
-    const kip::Overhang over = sampler.overhang(picture.view<const uint8_t>());
+    kip::Overhang over;
+    owner.use([&](kip::Sampler &sampler) {
+        withPixel(picture.element, [&](auto pixel) { over = sampler.overhang(picture.view<const decltype(pixel)>()); });
+    });
     if (!kip::describe(over).empty())
         throw kip::Error(status, "", over);
     throw;
@@ -114,13 +110,13 @@ PyObject *transformWith(Owner &owner, const Picture &picture, PyObject *out)
     py::object array;
     Picture result;
     if (isGiven(out)) {
-        result = resultFrom(out, picture.element, owner.constant().size());
+        result = resultFrom(out, picture.element, owner.size());
         array = py::reinterpret_borrow<py::object>(out);
     } else {
         try {
-            result = newPicture(picture.element, owner.constant().size(), array);
+            result = newPicture(picture.element, owner.size(), array);
         } catch (const py::error_already_set &) {
-            refuseResult(owner.constant(), picture, kip_statusTransformWouldClip);
+            refuseResult(owner, picture, kip_statusTransformWouldClip);
         }
     }
     owner.use([&](kip::Sampler &sampler) {
@@ -159,12 +155,12 @@ PyObject *transformClippedWith(Owner &owner, const Picture &picture)
 template <typename Owner>
 PyObject *projectWith(Owner &owner, const Picture &picture)
 {
-    const int32_t width = owner.constant().size().width;
+    const int32_t width = owner.size().width;
     py::object array;
     try {
         array = newArray(Element::u32, {width});
     } catch (const py::error_already_set &) {
-        refuseResult(owner.constant(), picture, kip_statusProjectionWouldClip);
+        refuseResult(owner, picture, kip_statusProjectionWouldClip);
     }
     const std::span sums(dataOf<uint32_t>(array), static_cast<size_t>(width));
     owner.use([&](kip::Sampler &sampler) {
@@ -197,8 +193,8 @@ PyObject *transform(PyObject *, const Passed &passed)
     static const Signature kSignature("transform", {"image", "rect", "mode", "size", "out"}, 2, 2);
     std::array<PyObject *, 5> given;
     kSignature.bind(passed, given);
-    const Picture picture = pictureFrom(given[0], "image");
     ThreadSampler sampler(requestFrom(given[1], given[2], given[3]));
+    const Picture picture = pictureFrom(given[0], "image"); // last, since the others may run code of the caller's
     return transformWith(sampler, picture, given[4]);
 }
 
@@ -207,9 +203,8 @@ PyObject *withoutOut(const Signature &signature, const Passed &passed)
 {
     std::array<PyObject *, 4> given;
     signature.bind(passed, given);
-    const Picture picture = pictureFrom(given[0], "image");
     ThreadSampler sampler(requestFrom(given[1], given[2], given[3]));
-    return Operation(sampler, picture);
+    return Operation(sampler, pictureFrom(given[0], "image"));
 }
 
 PyObject *transformClipped(PyObject *, const Passed &passed)
@@ -391,13 +386,13 @@ std::unique_ptr<SharedSampler> newSampler(const py::args &arguments, const py::k
 
 py::tuple sizeOf(const SharedSampler &sampler)
 {
-    const kip::Size size = sampler.constant().size();
+    const kip::Size size = sampler.size();
     return py::make_tuple(size.width, size.height);
 }
 
 py::str modeOf(const SharedSampler &sampler)
 {
-    return modes().nameOf(static_cast<uint32_t>(sampler.constant().mode()));
+    return modes().nameOf(static_cast<uint32_t>(sampler.mode()));
 }
 
 } // namespace
@@ -412,7 +407,7 @@ void addSampling(py::module_ &module)
     for (PyMethodDef *definition :
          {&kSamplerTransform, &kSamplerTransformClipped, &kSamplerProject, &kSamplerProjectMean})
         addMethod(type, *definition);
-    const auto rectOf = [](const SharedSampler &sampler) { return sampler.constant().rect(); };
+    const auto rectOf = [](const SharedSampler &sampler) { return sampler.rect(); };
     type.def(py::init(&newSampler), "__init__(self, rect, *, mode='bilinear', size=None)\n--\n\n");
     type.def_property_readonly("rect", rectOf, "The AffineRect that is sampled.");
     type.def_property_readonly("mode", modeOf, "The mode's name.");

@@ -32,7 +32,8 @@ def read_pgm(path: Path) -> np.ndarray:
     dtype = np.dtype(">u2" if int(greatest) > 255 else "u1")
     count = int(width) * int(height) * dtype.itemsize
     # The pixels may begin with what looks like blanks, so they are counted from the end.
-    return np.frombuffer(path.read_bytes()[-count:], dtype).reshape(int(height), int(width)).astype(dtype.newbyteorder("="))
+    image = np.frombuffer(path.read_bytes()[-count:], dtype).reshape(int(height), int(width))
+    return image.astype(dtype.newbyteorder("="))
 
 
 @pytest.fixture

@@ -195,10 +195,12 @@ anything = st.one_of(
 )
 
 
-@given(st.sampled_from(OPERATIONS + [kip.find_edges, kip.row_sums, kip.Sampler, kip.AffineRect.from_center,
-                                     kip.AffineRect.from_corners, kip.AffineRect.from_cv2]),
-       st.lists(anything, max_size=3),
-       st.dictionaries(st.sampled_from(["mode", "size", "out", "rect", "sigma", "image", "threshold"]), anything, max_size=3))
+CALLS = OPERATIONS + [kip.find_edges, kip.row_sums, kip.Sampler]
+CALLS += [kip.AffineRect.from_center, kip.AffineRect.from_corners, kip.AffineRect.from_cv2]
+NAMES = st.sampled_from(["mode", "size", "out", "rect", "sigma", "image", "degrees"])
+
+
+@given(st.sampled_from(CALLS), st.lists(anything, max_size=3), st.dictionaries(NAMES, anything, max_size=3))
 def test_anything_gives_a_result_or_one_of_three_errors(call, arguments, keywords):
     before = PICTURE.copy()
     try:

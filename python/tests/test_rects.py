@@ -30,7 +30,8 @@ def test_from_corners():
 @given(st.floats(5, 40), st.floats(5, 40), st.floats(3, 30), st.floats(3, 30), st.floats(-180, 180))
 def test_from_cv2_places_the_corners_where_opencv_does(x, y, width, height, degrees):
     rect = kip.AffineRect.from_cv2(((x, y), (width, height), degrees))
-    theirs = cv2.boxPoints(((x, y), (width, height), degrees)) + 0.5  # bottom left first, clockwise, in single precision
+    # Bottom left first, clockwise, in single precision.
+    theirs = cv2.boxPoints(((x, y), (width, height), degrees)) + 0.5
     mine = [rect.y_end, rect.origin, rect.x_end, rect.opposite]
     np.testing.assert_allclose(mine, theirs, atol=1e-4)
 
@@ -53,8 +54,14 @@ def test_help_reads_well():
     import pydoc
 
     text = pydoc.plain(pydoc.render_doc(kip))
-    for line in ["transform(image, rect, *, mode='bilinear', size=None, out=None)", "from_center(center, size, degrees=0.0)",
-                 "class Sampler", "(rect, *, mode='bilinear', size=None)", "project(self, /, image)", "Edge(position", "Args:"]:
+    for line in [
+        "transform(image, rect, *, mode='bilinear', size=None, out=None)",
+        "from_center(center, size, degrees=0.0)",
+        "Sampler(rect, *, mode='bilinear', size=None)",
+        "project(self, /, image)",
+        "Edge(position: float, ",
+        "Args:",
+    ]:
         assert line in text, line
     assert "pybind11_builtins" not in kip.transform.__doc__
     for name in kip.__all__:
