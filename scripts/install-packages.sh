@@ -10,17 +10,14 @@ set -euo pipefail
 
 build_packages="g++ cmake ninja-build pkg-config libcli11-dev libpng-dev libtiff-dev"
 python_packages="python3-dev pybind11-dev python3-numpy python3-pip python3-setuptools python3-wheel"
-python_packages+=" python3-pytest python3-hypothesis python3-skimage python3-opencv python3-pil mypy"
+python_packages+=" python3-pytest python3-hypothesis python3-skimage python3-opencv python3-matplotlib python3-pil mypy"
 
 packages_for() {
     case $1 in
     build | demo) echo "$build_packages" ;;
     test) echo "$build_packages $python_packages libgtest-dev libopencv-dev" ;;
     bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
-    docs)
-        echo "$(packages_for test) doxygen furo python3-breathe python3-myst-parser python3-sphinx python3-matplotlib"
-        echo "python3-opencv python3-skimage python3-numpy python3-dev pybind11-dev"
-        ;;
+    docs) echo "$(packages_for test) doxygen furo python3-breathe python3-myst-parser python3-sphinx" ;;
     clang) echo "$build_packages clang libclang-rt-dev" ;;
     fuzz) echo "$(packages_for clang) libgtest-dev" ;;
     coverage) echo "$(packages_for test) gcovr" ;;
