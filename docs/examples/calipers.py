@@ -3,7 +3,7 @@
 import numpy as np
 
 import kip
-from pictures import BLUE, COINS, ORANGE, outline, plt, save, show
+from pictures import BLUE, COINS, ORANGE, note, outline, plt, save, show
 
 CENTER = (212.5, 193.5)
 
@@ -17,9 +17,10 @@ def caliper(degrees):
 rect = caliper(30)
 profile = kip.project_mean(COINS, rect)
 rim = kip.find_edges(profile, rect=rect, sigma=0.6, threshold=25)
-for edge in rim:
-    print(f"{edge.position:6.2f}  contrast {edge.contrast:+6.1f}  at ({edge.point[0]:.2f}, {edge.point[1]:.2f})")
+lines = [f"{edge.position:5.2f}  contrast {edge.contrast:+6.1f}  at ({edge.point[0]:.2f}, {edge.point[1]:.2f})"
+         for edge in rim]
 # [end one]
+note("calipers.txt", *lines)
 
 
 # [many]
@@ -39,6 +40,8 @@ print(f"diameter {diameters.mean():.2f} pixels, from {diameters.min():.2f} to {d
 # [end many]
 
 # [claims]
+assert 45.7 < diameters.min() < 45.9 and 48.3 < diameters.max() < 48.5
+assert np.median(abs(np.diff(diameters))) < 0.1
 assert all(first.contrast > 40 and last.contrast < -40 for first, last in rims)
 assert abs(np.diff(diameters, append=diameters[:1])).max() < 0.5    # neighbours agree, the last with the first
 # [end claims]

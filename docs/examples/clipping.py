@@ -3,7 +3,7 @@
 import numpy as np
 
 import kip
-from pictures import BLUE, ORANGE, PAGE, outline, plt, save, show
+from pictures import BLUE, ORANGE, PAGE, note, outline, plt, save, show
 
 # [refused]
 rect = kip.AffineRect.from_center((330, 30), (160, 90), degrees=-20)
@@ -11,8 +11,8 @@ try:
     kip.transform(PAGE, rect)
 except kip.Error as error:
     refusal = error
-    print(error)
 # [end refused]
+note("clipping.txt", *str(refusal).replace("; ", ";\n").splitlines())
 
 # [clipped]
 picture, mask = kip.transform_clipped(PAGE, rect)       # black outside; the mask is 255 inside, 0 outside

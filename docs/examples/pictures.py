@@ -34,8 +34,16 @@ def outline(axes, rect, color=ORANGE):
     axes.plot(*rect.origin, "o", color=color, markersize=3)
 
 
+DIRECTORY = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ".")     # where results go
+
+
+def note(name, *lines):
+    """Prints lines, and keeps them in a file for the guide."""
+    text = "".join(f"{line}\n" for line in lines)
+    print(text, end="")
+    (DIRECTORY / name).write_text(text)
+
+
 def save(figure, name):
-    """Writes a picture into the directory that the command line names, the present one without."""
-    directory = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ".")
-    figure.savefig(directory / name, dpi=150, metadata={"Date": None} if name.endswith(".svg") else None)
+    figure.savefig(DIRECTORY / name, dpi=150, metadata={"Date": None} if name.endswith(".svg") else None)
     plt.close(figure)
