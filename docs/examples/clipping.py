@@ -1,5 +1,7 @@
 """A rectangle that reaches outside the photograph: what is refused, the mask, and the coverage of a profile."""
 
+import textwrap
+
 import numpy as np
 
 import kip
@@ -12,7 +14,7 @@ try:
 except kip.Error as error:
     refusal = error
 # [end refused]
-note("clipping.txt", *str(refusal).replace("; ", ";\n").splitlines())
+note("clipping.txt", *textwrap.wrap(str(refusal), 96))
 
 # [clipped]
 picture, mask = kip.transform_clipped(PAGE, rect)       # black outside; the mask is 255 inside, 0 outside
