@@ -8,7 +8,8 @@
 # lines run slanted. Where that cannot be had, and with --scene, the tool renders a slanted label instead.
 # PICTURE is any PNG, TIFF or binary PGM: a part in its middle is turned. The results stand in demo-out/: the four
 # modes together in overview.png, a profile across lines of text beside its picture in profile-overview.png, and a
-# rectangle half outside the picture with its mask in clipped-overview.png.
+# rectangle half outside the picture with its mask in clipped-overview.png; and, of the photograph, in caliper.png where
+# lines of text begin and end, by examples/caliper.py and the Python package.
 set -euo pipefail
 
 modes="nearest bilinear separable cubic" # what every rectangle is sampled in
@@ -41,7 +42,7 @@ build_tool() {
     scripts/install-packages.sh demo
     mkdir -p build
     echo "demo: building a release (build/demo)"
-    if ! { cmake --preset demo && cmake --build --preset demo --parallel "$(nproc)" --target kip_tool; } >build/demo.log 2>&1; then
+    if ! { cmake --preset demo && cmake --build --preset demo --parallel "$(nproc)" --target kip_tool kip_python; } >build/demo.log 2>&1; then
         cat build/demo.log >&2
         exit 1
     fi
@@ -172,6 +173,8 @@ elif [ "$picture" != --scene ] && fetch_photo; then
     # Measured: at these angles the rows of text stand out most sharply from the gaps between them.
     straighten line 3,117,172,21 2.25
     straighten paragraph "$text" "$angle"
+    echo "caliper: examples/caliper.py, by the Python package"
+    PYTHONPATH=build/demo/python /usr/bin/python3 examples/caliper.py "$photo" "$out/caliper.png"
     names="line paragraph" lines=paragraph
 else
     [ "$picture" = --scene ] || echo "demo: the photograph cannot be had here; a rendered scene takes its place"
@@ -189,4 +192,5 @@ project_across "$lines" "$text" "$angle"
 clip_at_the_edge "$text" "$angle" "$height"
 # shellcheck disable=SC2086 # two names
 compose_overview $names
+[ ! -f "$out/caliper.png" ] || echo "demo: see $out/caliper.png"
 echo "demo: see $out/overview.png, $out/profile-overview.png and $out/clipped-overview.png"

@@ -12,6 +12,7 @@
 #include "support/options.h"
 #include "support/peer.h"
 #include "transform/aligned/aligned_bench.h"
+#include "transform/cache_bench.h"
 #include "transform/clipped_bench.h"
 #include "transform/transform_bench.h"
 
@@ -81,6 +82,7 @@ int main(int argc, char **argv)
     registerTransforms(cases);
     registerAlignedTransforms();
     registerClippedTransforms();
+    registerCacheUses();
     registerProjections();
     registerWindowSums();
     registerCppCalls();

@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a purpose needs, and only those that are missing.
 #
-#   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | clang | windows | aarch64 | s390x | fuzz |
-#                                              coverage | memcheck | ci
+#   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | docs | clang | windows | aarch64 | s390x |
+#                                              fuzz | coverage | memcheck | ci
 #
 # apt-get runs only when something is missing, through sudo for users other than root. Ends with status 1
 # when a package stays missing. KIP_SKIP_PACKAGES=1 skips everything, for machines set up another way.
 set -euo pipefail
 
 build_packages="g++ cmake ninja-build pkg-config libcli11-dev libpng-dev libtiff-dev"
+python_packages="python3-dev pybind11-dev python3-numpy python3-pip python3-setuptools python3-wheel"
+python_packages+=" python3-pytest python3-hypothesis python3-skimage python3-opencv python3-matplotlib python3-pil mypy"
 
 packages_for() {
     case $1 in
-    build | demo) echo "$build_packages" ;;
-    test) echo "$build_packages libgtest-dev libopencv-dev" ;;
+    build) echo "$build_packages" ;;
+    demo) echo "$build_packages python3-dev pybind11-dev python3-numpy python3-pil" ;;
+    test) echo "$build_packages $python_packages libgtest-dev libopencv-dev" ;;
     bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
+    docs) echo "$(packages_for test) doxygen furo python3-breathe python3-myst-parser python3-sphinx" ;;
     clang) echo "$build_packages clang libclang-rt-dev" ;;
     fuzz) echo "$(packages_for clang) libgtest-dev" ;;
     coverage) echo "$(packages_for test) gcovr" ;;
@@ -23,11 +27,11 @@ packages_for() {
     aarch64 | s390x) echo "$(packages_for test) g++-$1-linux-gnu googletest qemu-user" ;;
     ci)
         echo "$(packages_for coverage) $(packages_for fuzz) $(packages_for windows)"
-        echo "$(packages_for aarch64) $(packages_for s390x)"
-        echo "libbenchmark-dev valgrind git clang-format clang-tidy clang-tools cppcheck doxygen"
+        echo "$(packages_for aarch64) $(packages_for s390x) $(packages_for docs)"
+        echo "libbenchmark-dev valgrind git clang-format clang-tidy clang-tools cppcheck"
         ;;
     *)
-        echo "install-packages: unknown purpose '$1'; known: build test demo bench clang windows aarch64 s390x" \
+        echo "install-packages: unknown purpose '$1'; known: build test demo bench docs clang windows aarch64 s390x" \
             "fuzz coverage memcheck ci" >&2
         return 1
         ;;
@@ -46,7 +50,7 @@ missing_of() {
 }
 
 if [ $# -eq 0 ]; then
-    echo "usage: $0 build|test|demo|bench|clang|windows|aarch64|s390x|fuzz|coverage|memcheck|ci ..." >&2
+    echo "usage: $0 build|test|demo|bench|docs|clang|windows|aarch64|s390x|fuzz|coverage|memcheck|ci ..." >&2
     exit 2
 fi
 wanted=""

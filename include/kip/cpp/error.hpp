@@ -16,6 +16,7 @@
 
 #include <kip/kip.h>
 
+/** kip for C++. */
 namespace kip {
 
 /** A status of the C functions as an error code: `error.code() == kip::Status{kip_statusTransformWouldClip}`. */
@@ -138,8 +139,12 @@ inline std::string describe(const Overhang &overhang)
 
 } // namespace kip
 
+namespace std {
+
 /** Statuses are error codes. */
 template <>
-struct std::is_error_code_enum<kip::Status> : std::true_type {};
+struct is_error_code_enum<kip::Status> : true_type {};
+
+} // namespace std
 
 #endif

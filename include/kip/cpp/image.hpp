@@ -134,7 +134,9 @@ public:
         check(kimg_image_assignNew(&image_, sizeof(P), width, height), "a new image");
     }
 
+    /** Takes another's pixels, which it is then without. */
     Image(Image &&other) noexcept : image_(other.image_) { (void)kimg_image_constructUnbound(&other.image_); }
+    /** Changes pixels with another. */
     Image &operator=(Image &&other) noexcept
     {
         std::swap(image_, other.image_);

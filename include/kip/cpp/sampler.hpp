@@ -270,7 +270,9 @@ public:
         check(kip_affineSampleCache_construct(&cache_), "a sampler");
     }
 
+    /** Takes another's place; the other one is then only good for destruction and assignment. */
     Sampler(Sampler &&other) noexcept : params_(other.params_), cache_(std::exchange(other.cache_, nullptr)) {}
+    /** Changes places with another. */
     Sampler &operator=(Sampler &&other) noexcept
     {
         std::swap(params_, other.params_);
