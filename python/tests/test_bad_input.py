@@ -180,6 +180,8 @@ def test_results_that_memory_cannot_hold():
     (lambda: kip.find_edges([1.0] * 9, polarity="up"), ValueError),
     (lambda: kip.find_edges([1.0] * 9, sigma=0), kip.Error),
     (lambda: kip.find_edges([1.0] * 9, sigma=np.nan), kip.Error),
+    (lambda: kip.find_edges([1.0] * 9, threshold=-1), kip.Error),
+    (lambda: kip.find_edges([1.0] * 9, min_distance=np.nan), kip.Error),
     (lambda: kip.find_edges([1.0] * 9, threshold="5"), TypeError),
     (lambda: kip.find_edges([1.0] * 9, rect=3), TypeError),
 ])

@@ -180,7 +180,8 @@ inline std::vector<Edge> findEdges(std::span<const double> means, std::span<cons
                                    const EdgeOptions &options)
 {
     if (!(options.sigma >= 0.3 && options.sigma <= 1000 && options.threshold >= 0 && options.minDistance >= 0))
-        throw Error(ksys_statusBadArgument, "edges with options out of their ranges");
+        throw Error(ksys_statusBadArgument, "edges with an option out of its range: sigma is 0.3 to 1000, threshold "
+                                            "and least distance are 0 or more");
     if (means.size() < 2)
         return {};
     const std::vector<double> steps = stepsOf(means, coverage, options.minCoverage);
