@@ -205,6 +205,14 @@ TEST(Cpp, SourcesBeyond32767AreCutRoundTheRectangle)
         EXPECT_EQ(kip::project(source, rect).sums, kip::project(small, moved).sums);
         const auto outside = kip::AffineRect::fromCenter({-100, -100}, 18, 11);
         EXPECT_NE(statusOf([&] { (void)kip::transform(source, outside); }), 0);
+        const auto over = kip::AffineRect::fromCenter({test.center.x, test.height - 1.0}, 18, 11);
+        try {
+            (void)kip::transform(source, over);
+            ADD_FAILURE() << "inside";
+        } catch (const kip::Error &error) { // of the whole picture, not of the part
+            EXPECT_NE(std::string(error.what()).find(std::to_string(test.width) + " x "), std::string::npos);
+            EXPECT_DOUBLE_EQ(error.overhang()->bottom, 4.5);
+        }
     }
     // What the rectangle can reach is itself too large.
     const std::vector<uint16_t> tall(size_t{40} * 40000);

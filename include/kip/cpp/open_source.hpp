@@ -54,6 +54,8 @@ public:
 
     const kimg_windowConst *window() const noexcept { return &window_; }
     const Xform *fromClient() const noexcept { return &fromClient_; }
+    // Before anything was cut away.
+    const kimg_windowConst &whole() const noexcept { return whole_; }
 
     // The image form, made when first asked for.
     const kimg_imageConst *image()
@@ -82,6 +84,7 @@ private:
     // large, and a rectangle that lies outside, are theirs to refuse.
     void cutIfTooLarge(const kip_affineSampleParams *params)
     {
+        whole_ = window_;
         if (params == nullptr || (window_.height <= kMaxExtent && std::abs(int64_t{window_.pitch}) <= kMaxExtent))
             return;
         const bool refused = sizeof(P) == 2 || params->mode > kip_affineModeBilinear || window_.pitch < 0;
@@ -114,6 +117,7 @@ private:
     bool ownsImage_ = false;
     Image<P> copy_;
     kimg_windowConst window_;
+    kimg_windowConst whole_;
     Xform fromClient_;
 };
 

@@ -101,7 +101,7 @@ void transformInto(const S &source, kimg_image *result, const kip_affineSamplePa
     else
         status = kip_affineTransform16(open.image(), result, &params, cache);
     if (status < 0)
-        throwFailure(status, "transform", "transformClipped", params, *open.window(), *open.fromClient());
+        throwFailure(status, "transform", "transformClipped", params, open.whole(), *open.fromClient());
 }
 
 // The image form of a view that receives a result, for the time of one call.
@@ -158,7 +158,7 @@ bool transformClippedInto(const S &source, kimg_image *result, kimg_image *mask,
     else
         status = kip_affineTransformClipped16(open.image(), result, mask, &params, cache, &clipped);
     if (status < 0)
-        throwFailure(status, "clipped transform", "", params, *open.window(), *open.fromClient());
+        throwFailure(status, "clipped transform", "", params, open.whole(), *open.fromClient());
     return clipped != 0;
 }
 
@@ -206,7 +206,7 @@ void projectInto(const S &source, std::span<uint32_t> sums, const kip_affineSamp
     else
         status = kip_affineProjectWindow16(open.window(), open.fromClient(), &row, &params, cache, &placement, nullptr);
     if (status < 0)
-        throwFailure(status, "projection", "projectMean", params, *open.window(), *open.fromClient());
+        throwFailure(status, "projection", "projectMean", params, open.whole(), *open.fromClient());
 }
 
 // A vector for one value a column. A size that no column can have is left to the C function, which refuses it.
@@ -244,7 +244,7 @@ MeanProfile projectMean(const S &source, const kip_affineSampleParams &params, k
         status = kip_affineProjectClippedWindow16(open.window(), open.fromClient(), &sumRow, &countRow, &params, cache,
                                                   &placement, kWhole, &depth, &clipped);
     if (status < 0)
-        throwFailure(status, "projection", "", params, *open.window(), *open.fromClient());
+        throwFailure(status, "projection", "", params, open.whole(), *open.fromClient());
 
     MeanProfile profile{columnsOf<double>(params), columnsOf<double>(params), AffineRect(params.rect)};
     const double whole = double{kWhole} * params.destHeight;
@@ -305,7 +305,7 @@ public:
     Overhang overhang(const S &source) const
     {
         const detail::OpenSource<PixelOf<S>> open(detail::readOnly(source), &params_);
-        return detail::overhangOf(params_, *open.window(), *open.fromClient());
+        return detail::overhangOf(params_, open.whole(), *open.fromClient());
     }
 
     /** Resamples the rectangle, which has to lie inside the source, into a new image. */
