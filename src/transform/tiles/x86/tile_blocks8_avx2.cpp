@@ -265,7 +265,7 @@ struct PutBlocks<Store, Shape> {
         if constexpr (Shape::kHalfWidth == 4) {
             const __m128i rows = _mm_shuffle_epi32(_mm_packus_epi16(left, right), _MM_SHUFFLE(3, 1, 2, 0));
             _mm_storel_epi64(reinterpret_cast<__m128i *>(at), rows);
-            _mm_storeh_pd(reinterpret_cast<double *>(at + pitch), _mm_castsi128_pd(rows));
+            _mm_storel_epi64(reinterpret_cast<__m128i *>(at + pitch), _mm_unpackhi_epi64(rows, rows));
         } else {
             const __m128i upperRows = _mm_unpacklo_epi32(left, right); // words
             const __m128i lowerRows = _mm_unpackhi_epi32(left, right);
