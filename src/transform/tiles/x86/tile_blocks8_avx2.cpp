@@ -246,16 +246,13 @@ private:
 
 // ---- What happens to a block's samples -----------------------------------------------------------------------------
 
-template <typename Sink, typename Shape>
-struct PutBlocks;
-
 // Storing the same values twice does no harm.
 template <typename Shape>
-struct PutBlocks<Store, Shape> {
+struct StoreBlocks {
     uint8_t *dst;
     int64_t pitch;
 
-    PutBlocks(void *first, int32_t dstPitch) : dst(static_cast<uint8_t *>(first)), pitch(dstPitch) {}
+    StoreBlocks(void *first, int32_t dstPitch) : dst(static_cast<uint8_t *>(first)), pitch(dstPitch) {}
 
     void put(const BlockPlace &place, __m256i samples) const
     {
@@ -287,10 +284,10 @@ private:
 
 // What the blocks before have added is left out.
 template <typename Shape>
-struct PutBlocks<Add, Shape> {
+struct AddBlocks {
     uint32_t *sums;
 
-    PutBlocks(void *first, int32_t) : sums(static_cast<uint32_t *>(first)) {}
+    AddBlocks(void *first, int32_t) : sums(static_cast<uint32_t *>(first)) {}
 
     void put(const BlockPlace &place, __m256i samples) const
     {
@@ -328,6 +325,9 @@ private:
     }
 };
 
+template <typename Sink, typename Shape>
+using PutBlocks = std::conditional_t<std::is_same_v<Sink, Store>, StoreBlocks<Shape>, AddBlocks<Shape>>;
+
 // ---- The walk ------------------------------------------------------------------------------------------------------
 
 struct BlockTile {
@@ -364,15 +364,14 @@ void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
         finder.find(first, &boxes);
         __m256i fx = _mm256_add_epi16(lanes.fractionX, _mm256_set1_epi16(static_cast<int16_t>(first.x)));
         __m256i fy = _mm256_add_epi16(lanes.fractionY, _mm256_set1_epi16(static_cast<int16_t>(first.y)));
-        for (int32_t n = 0; n < count; ++n) {
+        for (int32_t n = 0; n < 2 * count; n += 2) {
             __m256i index = placeLanes(lanes, fx, fy, Samples::kIndexUnit);
             if (boxes.anyMoved) {
-                const __m128i left = _mm_set1_epi16(static_cast<int16_t>(boxes.moved[2 * n] * Samples::kIndexUnit));
-                const __m128i right =
-                    _mm_set1_epi16(static_cast<int16_t>(boxes.moved[2 * n + 1] * Samples::kIndexUnit));
+                const __m128i left = _mm_set1_epi16(static_cast<int16_t>(boxes.moved[n] * Samples::kIndexUnit));
+                const __m128i right = _mm_set1_epi16(static_cast<int16_t>(boxes.moved[n + 1] * Samples::kIndexUnit));
                 index = _mm256_add_epi16(index, _mm256_inserti128_si256(_mm256_castsi128_si256(left), right, 1));
             }
-            const BoxPair box = {t.src + boxes.offset[2 * n], t.src + boxes.offset[2 * n + 1], t.pitch};
+            const BoxPair box = {t.src + boxes.offset[n], t.src + boxes.offset[n + 1], t.pitch};
             output.put(place, Samples::template sample<kSourceRows>(box, index, fx, fy));
             (order.downFirst ? place.row : place.column) += order.innerStep;
             fx = _mm256_add_epi16(fx, _mm256_set1_epi16(static_cast<int16_t>(step.x)));
