@@ -38,6 +38,10 @@ class BuildByCMake(build_ext):
         except ImportError:
             pass  # CMake may know where it is
         options += ["-DCMAKE_BUILD_TYPE=Release", f"-DPython_EXECUTABLE={sys.executable}"]
+        # CMake itself would ask for make, which need not be there.
+        chosen = "CMAKE_GENERATOR" in os.environ or "-G" in os.environ.get("CMAKE_ARGS", "")
+        if shutil.which("ninja") and not chosen and not (build / "CMakeCache.txt").exists():
+            options += ["-G", "Ninja"]
         options += shlex.split(os.environ.get("CMAKE_ARGS", ""))
         self.cmake("-S", ROOT, "-B", build, *options)
         self.cmake("--build", build, "--parallel", os.cpu_count() or 1, "--target", "kip_python")
