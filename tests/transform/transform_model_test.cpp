@@ -181,9 +181,11 @@ TEST_P(SamplingModel, BoxesThatJustFit)
 {
     if (std::get<1>(GetParam()) > kip_affineModeBilinear)
         return;
-    const auto sample = [&](int32_t width, int32_t height, int32_t pitch, int32_t columns, kmath_xformLinear rect) {
-        const auto operation = random.oneIn(4) ? Operation::project : Operation::transform;
-        SamplingCall call = callOf(operation, width, height, pitch, columns, 10);
+    int count = 0; // two transforms, two projections, and so on
+    const auto sample = [&](int32_t width, int32_t height, int32_t pitch, int32_t columns, int32_t rows,
+                            kmath_xformLinear rect) {
+        SamplingCall call = callOf(++count / 2 % 2 == 0 ? Operation::transform : Operation::project, width, height,
+                                   pitch, columns, rows);
         call.params.rect = rect;
         call.params.rect.tx += random.between(0.6, 1.0);
         call.params.rect.ty += 0.6;
@@ -191,12 +193,16 @@ TEST_P(SamplingModel, BoxesThatJustFit)
     };
     for (int32_t width = 9; width <= 24; ++width)
         for (int n = 0; n < 4; ++n)
-            sample(width, 14, width, width + 1, {0, 0, width - 2.0, 0.3, 0, 11.5});
+            sample(width, 14, width, width + 1, 10, {0, 0, width - 2.0, 0.3, 0, 11.5});
     for (const double whole : {14 / 7.0, 14 / 3.0, 16 / 3.0})
         for (int n = -12; n <= 12; ++n)
-            sample(110, 14, 110, 19, {0, 0, (whole + n / 50.0) * 19, 0.3, n % 3 / 60.0 * 19, 11.5});
-    for (int n = 2; n <= 36; ++n)
-        sample(30, 40, 512, 19, {20, 0, -4.5, -10.3, n / 20.0 * 19, 2.5});
+            sample(110, 14, 110, 19, 10, {0, 0, (whole + n / 50.0) * 19, 0.3, n % 3 / 60.0 * 19, 11.5});
+    for (int n = 6; n <= 108; ++n) { // all numbers of rows, whole blocks and broken ones
+        const int32_t columns = 16 + n % 5;
+        const int32_t rows = 8 + n % 3 * 2;
+        sample(40, 50, 512, columns, rows, {26, 0, -4.5, -16.3, n / 60.0 * columns, 2.5});
+        sample(40, 60, 40, columns, rows, {2, 0, 26, 3, n / 140.0 * columns, n / 42.0 * rows});
+    }
 }
 
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------

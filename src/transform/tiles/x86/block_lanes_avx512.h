@@ -7,6 +7,9 @@
 
 #if defined(KIP_HAS_X86_VARIANTS)
 
+#include <algorithm>
+#include <cstdint>
+
 #include "support/x86/x86_intrinsics.h"
 #include "transform/tiles/x86/tile_blocks.h"
 #include "transform/tiles/x86/tile_kernels_x86.h"
@@ -90,6 +93,25 @@ inline BlockLanes placeLanes(const BlockLanes &lanes, const BlockCorner &corner,
     index = _mm512_mask_add_epi16(index, carryX, index, right);
     placed.index = _mm512_mask_add_epi16(index, carryY, index, down);
     return placed;
+}
+
+// How blocks of a size read a tile: fills both axes and returns the number of banks, of boxRows rows each and
+// at least two, that hold a block's box. Returns 0 if the tile is smaller than a block, a block's box wider
+// than boxColumns, or the box larger than what the tile may read.
+template <typename Interpolation>
+int32_t boxBanks(const FixedTile &tile, int32_t blockWidth, int32_t blockRows, int32_t boxColumns, int32_t boxRows,
+                 BlockAxis *x, BlockAxis *y)
+{
+    constexpr auto shift = static_cast<int32_t>(Interpolation::template shift<int32_t>());
+    constexpr int32_t reach = Interpolation::kReach;
+    if (tile.width < blockWidth || tile.rows < blockRows ||
+        !measureBlockAxis(tile.x, tile.colStepX, tile.rowStepX, tile, blockWidth, blockRows, shift, reach, x) ||
+        !measureBlockAxis(tile.y, tile.colStepY, tile.rowStepY, tile, blockWidth, blockRows, shift, reach, y))
+        return 0;
+    if (x->extent > boxColumns || x->last - x->first < boxColumns - 1)
+        return 0;
+    const int32_t banks = std::max((y->extent + boxRows - 1) / boxRows, 2);
+    return y->last - y->first < banks * boxRows - 1 ? 0 : banks;
 }
 
 // A tile, its axes and its source.

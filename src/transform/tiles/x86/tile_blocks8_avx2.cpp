@@ -182,8 +182,8 @@ struct BlockSamples<Nearest> {
     static constexpr int16_t kIndexUnit = 0x0001;
     static constexpr auto kIndexOffset = static_cast<int16_t>(0xFF00); // in no row: 0
     // Else plain loads are as fast or faster.
-    static constexpr int32_t kRowsThatPay = 3;
-    static constexpr bool kHighPays = false;
+    static constexpr int32_t kRowsThatPayWide = 3;
+    static constexpr int32_t kRowsThatPayHigh = 0;
 
     template <int kSourceRows>
     static __m256i sample(const BoxPair &box, __m256i index, __m256i, __m256i)
@@ -200,8 +200,8 @@ template <>
 struct BlockSamples<Bilinear<Fast8>> {
     static constexpr int16_t kIndexUnit = 0x0101; // a word looks up the pixel and the one to its right
     static constexpr int16_t kIndexOffset = 0x0100;
-    static constexpr int32_t kRowsThatPay = kGreatestSourceRows;
-    static constexpr bool kHighPays = true;
+    static constexpr int32_t kRowsThatPayWide = kGreatestSourceRows;
+    static constexpr int32_t kRowsThatPayHigh = kGreatestSourceRows;
 
     // Every row is loaded once: it is the lower one of the neighbours that the row before it holds.
     template <int kSourceRows>
@@ -345,15 +345,15 @@ void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
     const FixedTile &tile = t.tile;
     const PutBlocks<Sink, Shape> output(dst, dstPitch);
     const BlockOrder order(tile, Shape::kWidth, Shape::kRows);
-    const BlockStep step = order.downFirst ? BlockStep{static_cast<uint32_t>(tile.rowStepX) * Shape::kRows,
-                                                       static_cast<uint32_t>(tile.rowStepY) * Shape::kRows}
-                                           : BlockStep{static_cast<uint32_t>(tile.colStepX) * Shape::kWidth,
-                                                       static_cast<uint32_t>(tile.colStepY) * Shape::kWidth};
+    constexpr bool kDown = std::is_same_v<Shape, High>; // as the order is
+    const uint32_t count = kDown ? Shape::kRows : Shape::kWidth;
+    const BlockStep step = {count * static_cast<uint32_t>(kDown ? tile.rowStepX : tile.colStepX),
+                            count * static_cast<uint32_t>(kDown ? tile.rowStepY : tile.colStepY)};
     const BoxFinder finder(t.x, t.y, Shape::kHalfWidth, step, kSourceRows + Interpolation::kReach, t.pitch);
     const Lanes lanes = makeLanes<Shape>(t.x, t.y, Samples::kIndexUnit, Samples::kIndexOffset);
 
     // Blocks that follow each other by the step.
-    const auto walk = [&](int32_t outer, int32_t inner, int32_t count) {
+    const auto walk = [&](int32_t outer, int32_t inner, int32_t blocks) {
         BlockPlace place = order.place(outer, inner);
         FixedPosition first = t.position;
         first.x += static_cast<uint32_t>(place.column) * static_cast<uint32_t>(tile.colStepX) +
@@ -364,7 +364,7 @@ void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
         finder.find(first, &boxes);
         __m256i fx = _mm256_add_epi16(lanes.fractionX, _mm256_set1_epi16(static_cast<int16_t>(first.x)));
         __m256i fy = _mm256_add_epi16(lanes.fractionY, _mm256_set1_epi16(static_cast<int16_t>(first.y)));
-        for (int32_t n = 0; n < 2 * count; n += 2) {
+        for (int32_t n = 0; n < 2 * blocks; n += 2) {
             __m256i index = placeLanes(lanes, fx, fy, Samples::kIndexUnit);
             if (boxes.anyMoved) {
                 const __m128i left = _mm_set1_epi16(static_cast<int16_t>(boxes.moved[n] * Samples::kIndexUnit));
@@ -373,7 +373,7 @@ void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
             }
             const BoxPair box = {t.src + boxes.offset[n], t.src + boxes.offset[n + 1], t.pitch};
             output.put(place, Samples::template sample<kSourceRows>(box, index, fx, fy));
-            (order.downFirst ? place.row : place.column) += order.innerStep;
+            (kDown ? place.row : place.column) += order.innerStep;
             fx = _mm256_add_epi16(fx, _mm256_set1_epi16(static_cast<int16_t>(step.x)));
             fy = _mm256_add_epi16(fy, _mm256_set1_epi16(static_cast<int16_t>(step.y)));
         }
@@ -389,22 +389,49 @@ void walkBlocks(const BlockTile &t, void *dst, int32_t dstPitch)
 
 using WalkBlocks = void (*)(const BlockTile &t, void *dst, int32_t dstPitch);
 
-// By the rows of a box that the first neighbours lie in, from kLeastSourceRows on.
-template <typename Interpolation, typename Sink, typename Shape>
-constexpr WalkBlocks kWalks[] = {walkBlocks<Interpolation, Sink, Shape, 2>, walkBlocks<Interpolation, Sink, Shape, 3>,
-                                 walkBlocks<Interpolation, Sink, Shape, 4>, walkBlocks<Interpolation, Sink, Shape, 5>,
-                                 walkBlocks<Interpolation, Sink, Shape, 6>};
-
-// Tells whether blocks are faster than rows of pixels. Where a row of the destination leads down the source, rows read
-// hundreds of lines over and over; at pitches like these the lines share a few sets of the first-level cache and evict
-// each other, and blocks, which follow each other along the source's rows, are several times as fast.
-template <typename Interpolation>
-bool doBlocksPay(int32_t srcPitch, int32_t sourceRows, bool isSteep)
+// The walk for a number of source rows; none where blocks do not pay at any pitch.
+template <typename Interpolation, typename Sink, typename Shape, int kSourceRows>
+constexpr WalkBlocks walkIfPaid()
 {
-    constexpr int32_t kPitchThatAliases = 512;
-    if (isSteep && srcPitch % kPitchThatAliases == 0)
-        return true;
-    return isSteep ? BlockSamples<Interpolation>::kHighPays : sourceRows <= BlockSamples<Interpolation>::kRowsThatPay;
+    if constexpr (std::is_same_v<Shape, High> || kSourceRows <= BlockSamples<Interpolation>::kRowsThatPayWide)
+        return walkBlocks<Interpolation, Sink, Shape, kSourceRows>;
+    else
+        return nullptr;
+}
+
+// From kLeastSourceRows on.
+template <typename Interpolation, typename Sink, typename Shape>
+constexpr WalkBlocks kWalks[] = {
+    walkIfPaid<Interpolation, Sink, Shape, 2>(), walkIfPaid<Interpolation, Sink, Shape, 3>(),
+    walkIfPaid<Interpolation, Sink, Shape, 4>(), walkIfPaid<Interpolation, Sink, Shape, 5>(),
+    walkIfPaid<Interpolation, Sink, Shape, 6>()};
+
+// What decides whether blocks of a shape serve a tile.
+struct BlockNeeds {
+    int32_t halfWidth, rows; // of the shape
+    int32_t shift, reach;    // of the interpolation
+    bool isSteep;            // rows of the destination lead down the source
+    int32_t rowsThatPay;     // greatest number of source rows with which blocks are faster than rows of pixels
+};
+
+// Fills in how blocks read a tile and returns the rows of a box that the first neighbours lie in; 0 where blocks do not
+// serve the tile or do not pay. Where a row of the destination leads down the source, rows of pixels read hundreds of
+// lines over and over; at pitches of whole 512 bytes the lines share a few sets of the first-level cache and evict each
+// other, and blocks, which follow each other along the source's rows, are several times as fast.
+int32_t findSourceRows(const BlockNeeds &needs, BlockTile *t)
+{
+    const FixedTile &tile = t->tile;
+    if (tile.width < 2 * needs.halfWidth || tile.rows < needs.rows || std::abs(int64_t{t->pitch}) > INT16_MAX ||
+        !measureBlockAxis(tile.x, tile.colStepX, tile.rowStepX, tile, needs.halfWidth, needs.rows, needs.shift,
+                          needs.reach, &t->x) ||
+        !measureBlockAxis(tile.y, tile.colStepY, tile.rowStepY, tile, needs.halfWidth, needs.rows, needs.shift,
+                          needs.reach, &t->y))
+        return 0;
+    const int32_t sourceRows = std::max(t->y.extent - needs.reach, kLeastSourceRows);
+    const bool fits = t->x.extent <= kBoxColumns && t->x.last - t->x.first >= kBoxColumns - 1 &&
+                      sourceRows <= kGreatestSourceRows && t->y.last - t->y.first >= sourceRows + needs.reach - 1;
+    const bool pays = sourceRows <= needs.rowsThatPay || (needs.isSteep && t->pitch % 512 == 0);
+    return fits && pays ? sourceRows : 0;
 }
 
 // Returns false, with nothing done, where blocks of a shape do not serve a tile.
@@ -412,19 +439,14 @@ template <typename Interpolation, typename Sink, typename Shape>
 bool resampleInShape(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
 {
     constexpr auto shift = static_cast<int32_t>(Interpolation::template shift<int32_t>());
-    constexpr int32_t reach = Interpolation::kReach;
+    constexpr bool kIsSteep = std::is_same_v<Shape, High>;
     BlockTile t = {tile, FixedPosition::at(tile.x, tile.y), {}, {}, src, srcPitch};
     t.position.move(-shift, -shift);
-    const auto measure = [&](int32_t position, int32_t colStep, int32_t rowStep, BlockAxis *axis) {
-        return measureBlockAxis(position, colStep, rowStep, tile, Shape::kHalfWidth, Shape::kRows, shift, reach, axis);
-    };
-    if (tile.width < Shape::kWidth || tile.rows < Shape::kRows || srcPitch < INT16_MIN || srcPitch > INT16_MAX ||
-        !measure(tile.x, tile.colStepX, tile.rowStepX, &t.x) || !measure(tile.y, tile.colStepY, tile.rowStepY, &t.y))
-        return false;
-    const int32_t sourceRows = std::max(t.y.extent - reach, kLeastSourceRows);
-    if (t.x.extent > kBoxColumns || t.x.last - t.x.first < kBoxColumns - 1 || sourceRows > kGreatestSourceRows ||
-        t.y.last - t.y.first < sourceRows + reach - 1 ||
-        !doBlocksPay<Interpolation>(srcPitch, sourceRows, std::is_same_v<Shape, High>))
+    const int32_t sourceRows = findSourceRows(
+        {Shape::kHalfWidth, Shape::kRows, shift, Interpolation::kReach, kIsSteep,
+         kIsSteep ? BlockSamples<Interpolation>::kRowsThatPayHigh : BlockSamples<Interpolation>::kRowsThatPayWide},
+        &t);
+    if (sourceRows == 0)
         return false;
     kWalks<Interpolation, Sink, Shape>[sourceRows - kLeastSourceRows](t, dst, dstPitch);
     return true;
