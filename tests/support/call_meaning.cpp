@@ -115,6 +115,13 @@ void giveClipped(const SamplingCall &call, const kimg_image &source, int32_t cov
     }
     const FramedSource framed(source, call.params, call.bytesPerPixel, kUnknown);
     meaning->status = framed.transform(call.params, &meaning->result);
+    if (meaning->status == kip_statusSourceTooLarge && isProjection(call.operation)) {
+        // A transform asks for the size of its source first, a projection for the place of its result.
+        kmath_xformLinear placement;
+        const int32_t placed = kip_affineSampleParams_getDestImageFromClientXform(&call.params, 1, &placement);
+        if (placed < 0)
+            meaning->status = placed;
+    }
     if (meaning->status >= 0 && !framed.hasSource) {
         meaning->status = kip_statusTransformOutsideSource;
     } else if (meaning->status >= 0 && (isProjection(call.operation) || call.hasMask)) {
