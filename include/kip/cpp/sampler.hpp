@@ -72,6 +72,13 @@ inline kip_affineSampleParams paramsOf(const AffineRect &rect, const Sampling &s
     return {rect.record(), static_cast<uint32_t>(sampling.mode), size.width, size.height};
 }
 
+inline Xform placementOf(const kip_affineSampleParams &params)
+{
+    Xform xform;
+    check(kip_affineSampleParams_getDestImageFromClientXform(&params, 0, &xform), "placement of a sampling");
+    return xform;
+}
+
 template <Source S>
 auto readOnly(const S &source)
 {
@@ -293,12 +300,7 @@ public:
     const kip_affineSampleParams &params() const noexcept { return params_; }
 
     /** The map from client coordinates to a result's pixels. Throws Error for a rectangle that has none. */
-    Xform placement() const
-    {
-        Xform xform;
-        check(kip_affineSampleParams_getDestImageFromClientXform(&params_, 0, &xform), "placement of a sampling");
-        return xform;
-    }
+    Xform placement() const { return detail::placementOf(params_); }
 
     /** How far the sampling reaches outside a source; all 0 when it stays inside, to the last bits of a double. */
     template <Source S>
@@ -408,10 +410,7 @@ MeanProfile projectMean(const S &source, const AffineRect &rect, const Sampling 
 /** The map from client coordinates to the pixels of a rectangle's result. */
 inline Xform placement(const AffineRect &rect, const Sampling &sampling = {})
 {
-    const kip_affineSampleParams params = detail::paramsOf(rect, sampling);
-    Xform xform;
-    check(kip_affineSampleParams_getDestImageFromClientXform(&params, 0, &xform), "placement of a sampling");
-    return xform;
+    return detail::placementOf(detail::paramsOf(rect, sampling));
 }
 
 /** Sums of the rows of an 8-bit source, each modulo 2^32. See #kip_projectHorizontalWindow8. */
