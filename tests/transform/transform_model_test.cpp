@@ -234,6 +234,22 @@ TEST_P(SamplingModel, WholePixelsRoundVectorsLinesAndTiles)
     move(line + 1, 9 * line + 1);
 }
 
+// Sums of rows: so few that the vectors of four are added up together, and longer ones.
+TEST_P(SamplingModel, SumsOfShortRows)
+{
+    const auto &[bytes, mode] = GetParam();
+    if (bytes == 2 || mode != kip_affineModeNearest)
+        return;
+    for (const int32_t width : {1, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 511, 512, 513}) {
+        for (int32_t height = 3; height <= 9; ++height) {
+            SamplingCall call = callOf(Operation::sumWindow, width, height, width + height % 2, 1, 1);
+            call.result = {true, height, 1, height};
+            call.isWhite = width % 2 == 0;
+            EXPECT_EQ(check(call), 0);
+        }
+    }
+}
+
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
 
 // 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source pixels,
