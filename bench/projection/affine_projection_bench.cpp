@@ -46,7 +46,7 @@ std::vector<ProjectionCase> projectionCases()
 // For example "projection/bilinear/u8/64x16/rotate10".
 std::string nameOf(const ProjectionCase &projection)
 {
-    const std::string transform = nameOf(TransformCase{projection.mode, projection.bytesPerPixel, 0, 0, 1});
+    const std::string transform = nameOf(TransformCase{projection.mode, projection.bytesPerPixel, {}});
     const size_t from = transform.find('/');
     const size_t to = transform.find("/0/");
     return "projection" + transform.substr(from, to - from) + "/" + std::to_string(projection.columns) + "x" +
@@ -72,29 +72,19 @@ public:
     int32_t status;
 };
 
-// The rectangle has one sample a source pixel: it is the top of a square as wide.
-kmath_shapeAffineRect rectOf(const TurnedSquare &square, const ProjectionCase &projection)
-{
-    kmath_shapeAffineRect rect = square.rect;
-    const double part = static_cast<double>(projection.rows) / projection.columns;
-    rect.e1 *= part;
-    rect.e3 *= part;
-    return rect;
-}
-
 // Images and cache of one caller, made and touched before the clock runs.
 struct Stage {
     explicit Stage(const ProjectionCase &work)
-        : projection(work), square(placeSquare(work.columns, kDegrees, 1.0)), rect(rectOf(square, work)),
-          sourcePixels(makePicture(work.bytesPerPixel, square.sourceSide, square.sourceSide,
-                                   padPitch(int64_t{square.sourceSide} * work.bytesPerPixel))),
+        : projection(work), placed(placeRect({work.columns, work.rows, kDegrees})),
+          sourcePixels(makePicture(work.bytesPerPixel, placed.sourceWidth, placed.sourceHeight,
+                                   padPitch(int64_t{placed.sourceWidth} * work.bytesPerPixel))),
           transformedPixels(makeBlank(work.bytesPerPixel, work.columns, work.rows)),
           sums(static_cast<size_t>(work.columns)), source(sourcePixels), transformed(transformedPixels),
           result(4, work.columns, 1, work.columns, sums.data())
     {
         ksys_jobThreadGroup_setThreadCount(1);
         setPeerThreads(1);
-        kip_affineSampleParams_init(&params, work.mode, &rect, work.columns, work.rows);
+        kip_affineSampleParams_init(&params, work.mode, &placed.rect, work.columns, work.rows);
         for (const int32_t each :
              {source.status, transformed.status, result.status, kip_affineSampleCache_construct(&cache)})
             status = each < 0 ? each : status;
@@ -115,8 +105,7 @@ struct Stage {
     }
 
     ProjectionCase projection;
-    TurnedSquare square;
-    kmath_shapeAffineRect rect;
+    PlacedRect placed;
     Pixels sourcePixels, transformedPixels;
     std::vector<uint32_t> sums;
     Image source, transformed, result;
@@ -148,8 +137,8 @@ void timePeerOf(benchmark::State &state, const ProjectionCase &projection)
 {
     Stage stage(projection);
     std::vector<Sum> sums(stage.sums.size());
-    const std::function<void()> peer =
-        preparePeerProjection({projection.mode, stage.sourcePixels, stage.transformedPixels, stage.rect}, sums.data());
+    const std::function<void()> peer = preparePeerProjection(
+        {projection.mode, stage.sourcePixels, stage.transformedPixels, stage.placed.rect}, sums.data());
     peer();
     if (stage.project() < 0)
         return state.SkipWithError("the projection failed");

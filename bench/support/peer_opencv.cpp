@@ -1,5 +1,7 @@
 #include "support/peer.h"
 
+#include <algorithm>
+
 #include <kip/kip.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -56,7 +58,9 @@ void setPeerThreads(int count)
 
 std::function<void()> preparePeer(const PeerTransform &work)
 {
-    const cv::Mat source = matOver(work.source);
+    // It refuses larger pictures. Rectangles lie within the first rows.
+    constexpr int kGreatestSide = 32766;
+    const cv::Mat source = matOver(work.source).rowRange(0, std::min(work.source.height, kGreatestSide));
     const cv::Matx23d map = inverseMap(work.rect, work.destination);
     const int flags = interpolationOf(work.mode) | cv::WARP_INVERSE_MAP;
     return [source, map, flags, destination = matOver(work.destination)]() mutable {

@@ -97,18 +97,21 @@ double meanDifference(const Pixels &a, const Pixels &b)
     return sum / (range * a.width * a.height);
 }
 
-TurnedSquare placeSquare(int32_t size, double degrees, double scale)
+PlacedRect placeRect(const Geometry &geometry)
 {
-    const double angle = degrees * std::numbers::pi / 180.0;
-    const double side = size / scale;
-    const kmath_vect xSide = {side * std::cos(angle), side * std::sin(angle)};
-    const kmath_vect ySide = {-xSide.y, xSide.x};
-    const double extent = std::fabs(xSide.x) + std::fabs(ySide.x);
-    const auto sourceSide = static_cast<int32_t>(std::ceil(extent + 2.0 * kMargin));
-    const double middle = 0.5 * sourceSide;
+    const double angle = geometry.degrees * std::numbers::pi / 180.0;
+    const kmath_vect along = {std::cos(angle), std::sin(angle)};
+    const double sheared = geometry.shear * geometry.height;
+    const double down = geometry.yStep * geometry.height;
+    const kmath_vect xSide = {geometry.xStep * geometry.width * along.x, geometry.xStep * geometry.width * along.y};
+    const kmath_vect ySide = {sheared * along.x - down * along.y, sheared * along.y + down * along.x};
+    const auto sideFor = [](double extent) { return static_cast<int32_t>(std::ceil(extent + 2.0 * kMargin)); };
+    const int32_t width = sideFor(std::fabs(xSide.x) + std::fabs(ySide.x));
+    const int32_t height = sideFor(std::fabs(xSide.y) + std::fabs(ySide.y));
     return {
-        sourceSide,
-        {middle - 0.5 * (xSide.x + ySide.x), middle - 0.5 * (xSide.y + ySide.y), xSide.x, ySide.x, xSide.y, ySide.y}};
+        width,
+        height,
+        {0.5 * (width - xSide.x - ySide.x), 0.5 * (height - xSide.y - ySide.y), xSide.x, ySide.x, xSide.y, ySide.y}};
 }
 
 } // namespace kip_bench

@@ -37,14 +37,21 @@ Pixels makeBlank(int32_t bytesPerPixel, int32_t width, int32_t height);
 // Mean difference of two pictures of one size, as a part of the full range.
 double meanDifference(const Pixels &a, const Pixels &b);
 
-// A square of size / scale source pixels a side, turned by an angle about the middle of a square source that
-// is just large enough. A scale of 0.5 reduces: a step in the destination is one of two source pixels.
-struct TurnedSquare {
-    int32_t sourceSide;
+// What is sampled of a source: a turned and sheared rectangle, and where its samples lie.
+struct Geometry {
+    int32_t width, height; // destination pixels
+    double degrees = 0.0;
+    double xStep = 1.0, yStep = 1.0; // source pixels between neighbours of a row, and of a column: above 1 reduces
+    double shear = 0.0;              // source pixels, along the rows, that each row is moved by against the one above
+};
+
+// The rectangle, in the middle of a source that is just large enough.
+struct PlacedRect {
+    int32_t sourceWidth, sourceHeight;
     kmath_shapeAffineRect rect;
 };
 
-TurnedSquare placeSquare(int32_t size, double degrees, double scale);
+PlacedRect placeRect(const Geometry &geometry);
 
 } // namespace kip_bench
 

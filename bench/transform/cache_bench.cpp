@@ -18,21 +18,22 @@ enum class Use { kept, none, changing };
 void timeCalls(benchmark::State &state, const TransformCase &transform, Use use)
 {
     ksys_jobThreadGroup_setThreadCount(1);
-    const TurnedSquare square = placeSquare(transform.size, transform.degrees, transform.scale);
-    const Pixels pixels = makePicture(1, square.sourceSide, square.sourceSide, padPitch(square.sourceSide));
-    const Pixels blank = makeBlank(1, transform.size, transform.size);
+    const PlacedRect placed = placeRect(transform.geometry);
+    const Pixels pixels = makePicture(1, placed.sourceWidth, placed.sourceHeight, padPitch(placed.sourceWidth));
+    const int32_t side = transform.geometry.width;
+    const Pixels blank = makeBlank(1, side, side);
     kimg_image source;
     kimg_image destination;
     kip_affineSampleCache *cache = nullptr;
     kimg_image_constructExternal(&source, 1, pixels.width, pixels.height, static_cast<int32_t>(pixels.pitchBytes),
                                  pixels.memory.get());
-    kimg_image_constructExternal(&destination, 1, transform.size, transform.size, transform.size, blank.memory.get());
+    kimg_image_constructExternal(&destination, 1, side, side, side, blank.memory.get());
     kip_affineSampleCache_construct(&cache);
 
     // Two rectangles of one size, so that nothing but the cache tells them apart.
     kip_affineSampleParams params[2];
     for (kip_affineSampleParams &each : params)
-        kip_affineSampleParams_init(&each, transform.mode, &square.rect, transform.size, transform.size);
+        kip_affineSampleParams_init(&each, transform.mode, &placed.rect, side, side);
     if (use == Use::changing)
         params[1].rect.tx += 0.25;
 
@@ -57,7 +58,7 @@ void registerCacheUses()
 {
     for (const int32_t size : {16, 64, 256}) {
         for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode) {
-            const TransformCase transform = {mode, 1, size, 10.0, 1.0};
+            const TransformCase transform = {mode, 1, turnedSquare(size, 10.0)};
             const std::string name = nameOf(transform);
             const std::string prefix = "cache" + name.substr(name.find('/'), name.find("/rotate") - name.find('/'));
             const auto add = [&](const char *word, Use use) {

@@ -24,7 +24,7 @@ std::vector<TransformCase> clippedCases()
     for (const int32_t size : {256, 1024})
         for (const int32_t bytesPerPixel : {1, 2})
             for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode)
-                cases.push_back({mode, bytesPerPixel, size, kDegrees, 1.0});
+                cases.push_back({mode, bytesPerPixel, turnedSquare(size, kDegrees)});
     return cases;
 }
 
@@ -52,15 +52,15 @@ public:
 // The images and the cache of one caller, made and touched before the clock runs.
 struct Stage {
     explicit Stage(const TransformCase &transform)
-        : square(placeSquare(transform.size, transform.degrees, transform.scale)),
-          sourcePixels(makePicture(transform.bytesPerPixel, square.sourceSide, square.sourceSide,
-                                   padPitch(int64_t{square.sourceSide} * transform.bytesPerPixel))),
-          destinationPixels(makeBlank(transform.bytesPerPixel, transform.size, transform.size)),
-          maskPixels(makeBlank(1, transform.size, transform.size)), source(sourcePixels),
+        : placed(placeRect(transform.geometry)),
+          sourcePixels(makePicture(transform.bytesPerPixel, placed.sourceWidth, placed.sourceHeight,
+                                   padPitch(int64_t{placed.sourceWidth} * transform.bytesPerPixel))),
+          destinationPixels(makeBlank(transform.bytesPerPixel, transform.geometry.width, transform.geometry.height)),
+          maskPixels(makeBlank(1, transform.geometry.width, transform.geometry.height)), source(sourcePixels),
           destination(destinationPixels), mask(maskPixels)
     {
         ksys_jobThreadGroup_setThreadCount(1);
-        kip_affineSampleParams_init(&params, transform.mode, &square.rect, transform.size, transform.size);
+        kip_affineSampleParams_init(&params, transform.mode, &placed.rect, maskPixels.width, maskPixels.height);
         for (const int32_t each :
              {source.status, destination.status, mask.status, kip_affineSampleCache_construct(&cache)})
             status = each < 0 ? each : status;
@@ -69,7 +69,7 @@ struct Stage {
     Stage(const Stage &) = delete;
     Stage &operator=(const Stage &) = delete;
 
-    TurnedSquare square;
+    PlacedRect placed;
     Pixels sourcePixels, destinationPixels, maskPixels;
     Image source, destination, mask;
     kip_affineSampleParams params;
@@ -81,7 +81,7 @@ struct Stage {
 void timeClipped(benchmark::State &state, const TransformCase &transform)
 {
     Stage stage(transform);
-    stage.params.rect.tx += stage.square.sourceSide / 2.0;
+    stage.params.rect.tx += stage.placed.sourceWidth / 2.0;
     const auto clipped = transform.bytesPerPixel == 1 ? kip_affineTransformClipped : kip_affineTransformClipped16;
     int32_t willClip = 0;
     const auto call = [&] {

@@ -1,5 +1,6 @@
 #include "transform/transform_bench.h"
 
+#include <algorithm>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -21,29 +22,30 @@ constexpr double kGreatestMeanDifference = 0.004;
 constexpr double kGreatestMeanDifferenceTableDriven = 0.0125;
 
 // The source of the last case: many cases in a row read the same, and large ones take long to paint.
-const Pixels &sourceOf(int32_t bytesPerPixel, int32_t side, int64_t pitchBytes)
+const Pixels &sourceOf(const TransformCase &transform, const PlacedRect &placed)
 {
+    const int64_t pitchBytes = transform.sourcePitchBytes != 0
+                                   ? transform.sourcePitchBytes
+                                   : padPitch(int64_t{placed.sourceWidth} * transform.bytesPerPixel);
+    const int32_t height = std::max(placed.sourceHeight, transform.sourceRows);
     static Pixels last;
-    if (last.bytesPerPixel != bytesPerPixel || last.width != side || last.pitchBytes != pitchBytes) {
+    if (last.bytesPerPixel != transform.bytesPerPixel || last.width != placed.sourceWidth || last.height != height ||
+        last.pitchBytes != pitchBytes) {
         last = Pixels();
-        last = makePicture(bytesPerPixel, side, side, pitchBytes);
+        last = makePicture(transform.bytesPerPixel, placed.sourceWidth, height, pitchBytes);
     }
     return last;
 }
 
 // Everything that a case works with, made and touched before the clock runs.
 struct Stage {
-    TurnedSquare square;
+    PlacedRect placed;
     const Pixels &source;
     Pixels destination;
 
     explicit Stage(const TransformCase &transform)
-        : square(placeSquare(transform.size, transform.degrees, transform.scale)),
-          source(sourceOf(transform.bytesPerPixel, square.sourceSide,
-                          transform.sourcePitchBytes != 0
-                              ? transform.sourcePitchBytes
-                              : padPitch(int64_t{square.sourceSide} * transform.bytesPerPixel))),
-          destination(makeBlank(transform.bytesPerPixel, transform.size, transform.size))
+        : placed(placeRect(transform.geometry)), source(sourceOf(transform, placed)),
+          destination(makeBlank(transform.bytesPerPixel, transform.geometry.width, transform.geometry.height))
     {}
 };
 
@@ -61,7 +63,8 @@ public:
     {
         kimg_image_constructUnbound(&source_);
         kimg_image_constructUnbound(&destination_);
-        kip_affineSampleParams_init(&params_, transform.mode, &stage.square.rect, transform.size, transform.size);
+        kip_affineSampleParams_init(&params_, transform.mode, &stage.placed.rect, stage.destination.width,
+                                    stage.destination.height);
         status_ = bindImage(&source_, stage.source);
         if (status_ >= 0)
             status_ = bindImage(&destination_, stage.destination);
@@ -97,7 +100,7 @@ private:
 
 void setCounters(benchmark::State &state, const TransformCase &transform)
 {
-    const double pixels = static_cast<double>(transform.size) * transform.size;
+    const double pixels = static_cast<double>(transform.geometry.width) * transform.geometry.height;
     state.counters["Mpixel"] = benchmark::Counter(pixels * 1e-6, benchmark::Counter::kIsIterationInvariantRate);
 }
 
@@ -137,7 +140,7 @@ void timePeer(benchmark::State &state, const TransformCase &transform)
     setPeerThreads(transform.threads > 0 ? transform.threads : 1);
     const Stage stage(transform);
     const std::function<void()> peer =
-        preparePeer({transform.mode, stage.source, stage.destination, stage.square.rect});
+        preparePeer({transform.mode, stage.source, stage.destination, stage.placed.rect});
 
     double difference = 0.0;
     const int32_t status = compareWithPeer(transform, stage, peer, &difference);

@@ -23,7 +23,7 @@ std::string spreadText(const Spread &spread)
 
 double megapixels(const TransformCase &transform)
 {
-    return 1e-6 * transform.size * transform.size;
+    return 1e-6 * transform.geometry.width * transform.geometry.height;
 }
 
 std::string speedText(const TransformCase &transform, const Rounds &seconds)
@@ -128,10 +128,10 @@ void printOverheads(const std::vector<TransformCase> &cases, const Measurements 
 |---|--:|--:|--:|--:|
 )");
     for (const TransformCase &small : cases) {
-        if (small.size != 64)
+        if (small.geometry.width != 64 || small.geometry.height != 64)
             continue;
         TransformCase large = small;
-        large.size = 1024;
+        large.geometry.width = large.geometry.height = 1024;
         const Pair smallPair = find(measurements, small);
         const Pair largePair = find(measurements, large);
         if (smallPair.kip != nullptr && largePair.kip != nullptr)

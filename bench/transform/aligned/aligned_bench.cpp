@@ -36,7 +36,7 @@ struct AlignedCase {
 template <typename Use>
 void forEachCase(Use use)
 {
-    for (const int32_t side : {1024, 4096})
+    for (const int32_t side : {64, 256, 1024, 4096})
         for (const int32_t bytesPerPixel : {1, 2})
             for (const auto &turn : kTurns)
                 use(AlignedCase{std::string("aligned/") + turn.name + "/u" + std::to_string(8 * bytesPerPixel) + "/" +
