@@ -28,7 +28,11 @@ constexpr Operation kSampling[] = {
 // Bytes per pixel and mode.
 class SamplingModel : public testing::TestWithParam<std::tuple<int32_t, uint32_t>> {
 protected:
-    ~SamplingModel() override { ksys_jobThreadGroup_setThreadCount(0); }
+    ~SamplingModel() override
+    {
+        ksys_jobThreadGroup_setThreadCount(0);
+        ksys_jobThreadGroup_setSplitAll(0);
+    }
 
     // Runs a call against the model with the portable kernels, and expects the same of all others. Returns the status.
     int32_t check(const SamplingCall &call)
@@ -45,7 +49,8 @@ protected:
         const Outcome portable = run(0, Check::meaning);
         EXPECT_EQ(run(0, Check::meaning, true).status, portable.status);
         for (const Level &level : availableLevels()) {
-            ksys_jobThreadGroup_setThreadCount(random.pick({1, 2, 3, 8}));
+            ksys_jobThreadGroup_setThreadCount(random.pick({1, 2, 3, 7}));
+            ksys_jobThreadGroup_setSplitAll(random.oneIn(4) ? 0 : 1);
             EXPECT_EQ(run(level.features, Check::promises).digest, portable.digest) << level.name;
         }
         return portable.status;
@@ -82,6 +87,7 @@ constexpr Scene kScenes[] = {
     {"rectangles of any kind", {7, 300}, {7, 300}, {1, 250}, {1, 250}, 150},
     {"a few vectors", {12, 80}, {12, 80}, {8, 70}, {8, 70}, 700},
     {"a few pixels", {5, 12}, {5, 12}, {1, 12}, {1, 12}, 600},
+    {"worth jobs", {200, 600}, {200, 600}, {220, 400}, {300, 500}, 12},
     {"many tiles", {600, 900}, {200, 300}, {300, 700}, {100, 400}, 6},
     {"smaller tiles", {600, 1100}, {200, 300}, {300, 700}, {100, 400}, 6, {1025, 2048}},
     {"small tiles", {900, 1000}, {200, 300}, {300, 700}, {100, 400}, 6, {2049, 3072}},
