@@ -241,10 +241,13 @@ TEST(LargeSources, TilesThatSpreadTooFar)
     const CallMemory memory{};
     const kimg_windowConst window = {70000, 10, 0, 0, 0, 0, 70000, 10, 70001, nullptr, 1};
     ksys_jobThreadGroup_setThreadCount(3);
+    ksys_jobThreadGroup_setSplitAll(1);
     for (const auto &row : rows) {
-        for (const uint32_t mode : {kip_affineModeNearest, kip_affineModeBilinear}) {
+        for (const auto &[mode, operation] : {std::pair{kip_affineModeNearest, Operation::transform},
+                                              {kip_affineModeBilinear, Operation::transform},
+                                              {kip_affineModeBilinear, Operation::project}}) {
             SCOPED_TRACE(row.name);
-            SamplingCall call = {Operation::transform, 1, window.width, window.height, window.pitch};
+            SamplingCall call = {operation, 1, window.width, window.height, window.pitch};
             call.srcFromClient = {0.0, 0.0, row.clientScale, 0.0, 0.0, row.clientScale};
             call.params = {{}, mode, row.columns, row.rows};
             placeCorners(row.corners, &call);
@@ -255,6 +258,7 @@ TEST(LargeSources, TilesThatSpreadTooFar)
         }
     }
     ksys_jobThreadGroup_setThreadCount(0);
+    ksys_jobThreadGroup_setSplitAll(0);
 }
 
 // 4.9 * 10^9 pixels, of which only the sampled rows are memory: offsets into them take 64 bits.
