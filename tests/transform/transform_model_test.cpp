@@ -166,6 +166,14 @@ TEST_P(SamplingModel, RareRectangles)
         {"the same along columns", 210, 210, 128, 128, {back, back, 0, -129, -129, 0}},
         // The line of samples advances 15 columns with every row: its third sample is the source's last pixel.
         {"a sample whose lower neighbour is the last pixel", 20, 30, 1, 1, {17.05, 26.5, 5e-7, 0, 5e-7 / 15, 1}},
+        // Its samples move across by more than a row is long: some lie outside the source, and pixels then take what
+        // the line held before. Not to be cut.
+        {"rows that take older samples",
+         20,
+         24,
+         14,
+         4914,
+         {11.457759408873367, 20.028209833147944, 9.9551394394618492e-06, 0, 2.0746393695544831e-07, 1.461790166952}},
         // Its line of samples is shorter than the step says.
         {"a column that leads down, in rows that would lead up", 40, 50, 1, 40, {20.25, 5.75, 5e-7, 0, -1, 35.5}, true},
     };
