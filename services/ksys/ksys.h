@@ -283,7 +283,8 @@ KSERVICES_API int32_t ksys_jobThreadGroup_setThreadCount(int32_t count);
 
 /**
  * Lets transforms in the table-driven modes, 2 and 3, and affine projections of enough work be spread over the threads
- * of groups from now on, as those in modes 0 and 1 are. Results stay the same bits.
+ * of groups from now on, as transforms in modes 0 and 1 are, and the copies that clipped calls make. Results stay the
+ * same bits.
  *
  * on  nonzero: they are spread. Each thread then needs scratch memory of its own: a row of sums, or some ten to some
  *     hundred kilobytes for a table-driven mode, a thread. The cache of a call keeps it for the next one; a call
