@@ -148,7 +148,7 @@ int32_t transformPadded(const kimg_image &padded, kimg_image *destination, int32
 int32_t transformMask8(const ClippedCall &call, int32_t wasBound, const PaddedSource &padded)
 {
     const int32_t status =
-        fillPadded(padded.image, [&](kimg_window &rows) { return setRect<uint8_t>(rows, padded.covered, 255); });
+        fillPadded(padded.image, [&](const kimg_window &rows) { return setRect<uint8_t>(rows, padded.covered, 255); });
     return status < 0 ? status : transformPadded<uint8_t>(padded.image, call.mask, wasBound, call);
 }
 
@@ -164,7 +164,7 @@ int32_t transformMask16(const ClippedCall &call, int32_t wasBound, PaddedSource 
     kimg_image cover;
     status = constructPadded<uint8_t>(rect, padded->image, cleanup, &cover);
     if (status >= 0)
-        status = fillPadded(cover, [&](kimg_window &rows) {
+        status = fillPadded(cover, [&](const kimg_window &rows) {
             const int32_t cleared = clearAround<uint8_t>(cover, rows, padded->covered);
             return cleared < 0 ? cleared : setRect<uint8_t>(rows, padded->covered, 255);
         });

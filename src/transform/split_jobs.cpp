@@ -120,7 +120,8 @@ int32_t runSplit(const Sampling &sampling, bool isInhibited, const Route &route,
     const int32_t bands = (sampling.rows() - 1) / route.tileSize + 1;
     const JobMemory sizes = memoryOf(sampling, route);
     // Fewer where there is no such number of bytes.
-    const size_t jobs = std::min<size_t>(std::min(threadCount, bands), SIZE_MAX / std::max<size_t>(sizes.total(), 1));
+    const auto wanted = static_cast<size_t>(std::min(threadCount, bands));
+    const size_t jobs = std::min(wanted, SIZE_MAX / std::max<size_t>(sizes.total(), 1));
     void *memory;
     status = kip_affineSampleCache_lendScratch(&sampling.cache, jobs * sizes.total(), &memory);
     if (status < 0)
