@@ -40,6 +40,7 @@ Outcome runUnder(const Settings &settings, const SamplingCall &call, FailingAllo
     static const CallMemory memory{};
     const ProcessorLevel level(settings.features);
     ksys_jobThreadGroup_setThreadCount(settings.threads); // which may take memory
+    ksys_jobThreadGroup_setSplitAll(settings.threads > 1 ? 1 : 0);
     const int64_t blocksBefore = allocator.liveBlocks();
     kip_affineSampleCache *cache = nullptr;
     require(kip_affineSampleCache_construct(&cache) >= 0, "no cache");

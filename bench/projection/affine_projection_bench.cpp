@@ -6,6 +6,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -29,17 +30,19 @@ struct ProjectionCase {
     uint32_t mode;
     int32_t bytesPerPixel;
     int32_t columns, rows;
+    int32_t threads = 0; // 0: one thread, timed by its own clock; else timed by the clock on the wall
 };
 
-// A large picture, and a caliper's few samples, of which many are taken.
+// A large picture, and a caliper's few samples, of which many are taken; large ones by one and two threads.
 std::vector<ProjectionCase> projectionCases()
 {
     std::vector<ProjectionCase> cases;
-    for (const auto &[columns, rows] : {std::pair{1024, 1024}, std::pair{64, 16}})
+    for (const auto &[columns, rows, threads] :
+         {std::tuple{1024, 1024, 0}, {64, 16, 0}, {1024, 1024, 1}, {1024, 1024, 2}, {2048, 2048, 1}, {2048, 2048, 2}})
         for (const int32_t bytesPerPixel : {1, 2})
             for (uint32_t mode = kip_affineModeNearest;
                  mode <= (bytesPerPixel == 1 ? kip_affineModeBicubic : kip_affineModeBilinear); ++mode)
-                cases.push_back({mode, bytesPerPixel, columns, rows});
+                cases.push_back({mode, bytesPerPixel, columns, rows, threads});
     return cases;
 }
 
@@ -50,7 +53,8 @@ std::string nameOf(const ProjectionCase &projection)
     const size_t from = transform.find('/');
     const size_t to = transform.find("/0/");
     return "projection" + transform.substr(from, to - from) + "/" + std::to_string(projection.columns) + "x" +
-           std::to_string(projection.rows) + "/rotate10";
+           std::to_string(projection.rows) + "/rotate10" +
+           (projection.threads > 0 ? "/threads" + std::to_string(projection.threads) : "");
 }
 
 // An image over memory of the benchmark.
@@ -82,8 +86,9 @@ struct Stage {
           sums(static_cast<size_t>(work.columns)), source(sourcePixels), transformed(transformedPixels),
           result(4, work.columns, 1, work.columns, sums.data())
     {
-        ksys_jobThreadGroup_setThreadCount(1);
-        setPeerThreads(1);
+        ksys_jobThreadGroup_setThreadCount(work.threads > 0 ? work.threads : 1);
+        ksys_jobThreadGroup_setSplitAll(1);
+        setPeerThreads(work.threads > 0 ? work.threads : 1);
         kip_affineSampleParams_init(&params, work.mode, &placed.rect, work.columns, work.rows);
         for (const int32_t each :
              {source.status, transformed.status, result.status, kip_affineSampleCache_construct(&cache)})
@@ -164,7 +169,10 @@ void registerProjections()
     for (const ProjectionCase &projection : projectionCases()) {
         const auto add = [&projection](const char *work, auto timed) {
             const auto run = [projection, timed](benchmark::State &state) { timed(state, projection); };
-            benchmark::RegisterBenchmark((nameOf(projection) + "/" + work).c_str(), run)->Unit(benchmark::kMicrosecond);
+            auto *const registered = benchmark::RegisterBenchmark((nameOf(projection) + "/" + work).c_str(), run);
+            registered->Unit(benchmark::kMicrosecond);
+            if (projection.threads > 0)
+                registered->UseRealTime();
         };
         add("kip", timeKip);
         if (hasPeer())
@@ -176,7 +184,7 @@ void registerProjections()
 void printProjectionTable(const Measurements &measurements, std::ostream &out)
 {
     const char *head = R"(
-| projection, one thread | kip us | Gsample/s | OpenCV / kip | range | transform / kip | range |
+| projection | kip us | Gsample/s | OpenCV / kip | range | transform / kip | range |
 |---|--:|--:|--:|---|--:|---|
 )";
     for (const ProjectionCase &projection : projectionCases()) {

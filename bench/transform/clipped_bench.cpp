@@ -25,6 +25,13 @@ std::vector<TransformCase> clippedCases()
         for (const int32_t bytesPerPixel : {1, 2})
             for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode)
                 cases.push_back({mode, bytesPerPixel, turnedSquare(size, kDegrees)});
+    for (const int32_t size : {1024, 2048})
+        for (const int32_t bytesPerPixel : {1, 2})
+            for (uint32_t mode = kip_affineModeNearest; mode <= kip_affineModeBicubic; ++mode)
+                for (const int32_t threads : {1, 2}) {
+                    cases.push_back({mode, bytesPerPixel, turnedSquare(size, kDegrees)});
+                    cases.back().threads = threads;
+                }
     return cases;
 }
 
@@ -59,7 +66,8 @@ struct Stage {
           maskPixels(makeBlank(1, transform.geometry.width, transform.geometry.height)), source(sourcePixels),
           destination(destinationPixels), mask(maskPixels)
     {
-        ksys_jobThreadGroup_setThreadCount(1);
+        ksys_jobThreadGroup_setThreadCount(transform.threads > 0 ? transform.threads : 1);
+        ksys_jobThreadGroup_setSplitAll(1);
         kip_affineSampleParams_init(&params, transform.mode, &placed.rect, maskPixels.width, maskPixels.height);
         for (const int32_t each :
              {source.status, destination.status, mask.status, kip_affineSampleCache_construct(&cache)})
@@ -115,10 +123,11 @@ void registerClippedTransforms()
 {
     for (const TransformCase &transform : clippedCases()) {
         const auto add = [&transform](const char *work, auto timed) {
-            benchmark::RegisterBenchmark((clippedName(transform) + "/" + work).c_str(), [transform, timed](
-                                                                                            benchmark::State &state) {
-                timed(state, transform);
-            })->Unit(benchmark::kMicrosecond);
+            const auto run = [transform, timed](benchmark::State &state) { timed(state, transform); };
+            auto *const registered = benchmark::RegisterBenchmark((clippedName(transform) + "/" + work).c_str(), run);
+            registered->Unit(benchmark::kMicrosecond);
+            if (transform.threads > 0)
+                registered->UseRealTime();
         };
         add("with-mask", timeClipped);
         add("two-plain", timeTwoPlain);

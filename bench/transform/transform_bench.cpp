@@ -114,6 +114,7 @@ void skip(benchmark::State &state, int32_t status)
 void timeKip(benchmark::State &state, const TransformCase &transform)
 {
     ksys_jobThreadGroup_setThreadCount(transform.threads > 0 ? transform.threads : 1);
+    ksys_jobThreadGroup_setSplitAll(1);
     const Stage stage(transform);
     KipCaller caller(transform, stage);
     caller.call();

@@ -299,7 +299,8 @@ KIP_API int32_t kip_affineTransform_setup(void);
  * Large nearest and bilinear work is spread over the job threads: from 2^18 destination pixels (nearest) or 2^16
  * (bilinear), in more rows than one band and a half, which are 72 to 336 by the source's pitch. A destination of 2^31
  * pixels or more may stay on the calling thread all the same, and so does a strong reduction of a source whose pitch
- * or height is above 32767.
+ * or height is above 32767. The table-driven modes keep to the calling thread unless #ksys_jobThreadGroup_setSplitAll
+ * lets them leave it: from 2^16 destination pixels, in more rows than one and a half of a tile's, which are at most 96.
  *
  * source       bound 8-bit image; its memory must not overlap a bound destination's.
  * destination  8-bit image.
@@ -511,7 +512,8 @@ KIP_API int32_t kip_projectVerticalWindow8(const kimg_windowConst *source, kimg_
 /** @name Affine projection
  * Sums of the columns of a rectangle's samples: its profile along its x side. Sum i is the sum, modulo 2^32, of the
  * destHeight samples of column i that the transform of the same sampling gives; maps of whole pixels are summed
- * exactly, whatever the mode. No picture of the rectangle is made and no job threads are used.
+ * exactly, whatever the mode. No picture of the rectangle is made. No job threads are used unless
+ * #ksys_jobThreadGroup_setSplitAll lets them: from 2^18 samples (nearest) or 2^16, but not for maps of whole pixels.
  *
  * Sums are 32-bit pixels. They belong at columns 0 to destWidth - 1 of row 0 of their image; a result that covers only
  * part of that row receives that part. Apart from those pixels, images and windows stay as they are.

@@ -116,13 +116,15 @@ PyObject *findEdges(PyObject *, const Passed &passed)
 
 PyObject *setThreads(PyObject *, const Passed &passed)
 {
-    static const Signature kSignature("set_threads", {"n"}, 1, 1);
-    std::array<PyObject *, 1> given;
+    static const Signature kSignature("set_threads", {"n", "split_all"}, 1, 1);
+    std::array<PyObject *, 2> given;
     kSignature.bind(passed, given);
     const int32_t count = integerFrom(given[0], "n");
+    const bool splitAll = isGiven(given[1]) && integerFrom(given[1], "split_all") != 0;
     {
         const WithoutInterpreter released;
         kip::setThreads(count);
+        kip::setSplitAll(splitAll);
     }
     return py::none().release().ptr();
 }
@@ -180,17 +182,19 @@ Raises:
     kip.Error: an option out of its range.
     TypeError, ValueError: an argument of the wrong kind or shape.)");
 
-PyMethodDef kSetThreads = method<setThreads>("set_threads", R"(set_threads(n)
+PyMethodDef kSetThreads = method<setThreads>("set_threads", R"(set_threads(n, *, split_all=False)
 --
 
 Sets how many threads large transforms are spread over from now on, in this process; results stay the same.
 
 Args:
     n: number of threads, the caller's included; 0, as at the beginning, one for each processor.
+    split_all: True spreads large separable and cubic transforms and projections, too. Each thread then takes memory of
+        its own for them, which a Sampler keeps.
 
 Raises:
     kip.Error: n is below 0.
-    TypeError: n is no integer.)");
+    TypeError: n is no integer, or split_all neither True nor False.)");
 
 } // namespace
 

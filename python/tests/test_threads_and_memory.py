@@ -75,9 +75,12 @@ def test_the_interpreter_runs_during_the_work():
 def test_results_do_not_depend_on_the_number_of_threads(threads):
     image = noise(900, 900)
     rect = kip.AffineRect.from_center((450, 450), (600, 600), 10)
-    expected = kip.transform(image, rect)
-    kip.set_threads(threads)
-    assert np.array_equal(kip.transform(image, rect), expected)
+    calls = [lambda m=m: f(image, rect, mode=m) for f in (kip.transform, kip.project) for m in MODES]
+    expected = [call() for call in calls]
+    for split_all in (False, True):
+        kip.set_threads(threads, split_all=split_all)
+        for call, result in zip(calls, expected):
+            assert np.array_equal(call(), result)
 
 
 def resident() -> int:

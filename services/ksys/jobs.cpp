@@ -12,6 +12,8 @@ namespace {
 
 // Threads that new groups offer; 0 until somebody asks.
 constinit std::atomic<int32_t> offeredThreads{0};
+// Whether they are for all work.
+constinit std::atomic<int32_t> splitsAll{0};
 
 int32_t growRequests(ksys_jobRequestSet *set)
 {
@@ -40,22 +42,31 @@ int32_t ksys_jobThreadGroup_setThreadCount(int32_t count)
     return 0;
 }
 
+int32_t ksys_jobThreadGroup_setSplitAll(int32_t on)
+{
+    splitsAll.store(on, std::memory_order_relaxed);
+    return 0;
+}
+
 int32_t ksys_jobThreadGroup_construct(ksys_jobThreadGroup *group)
 {
     const int32_t offered = offeredThreads.load(std::memory_order_relaxed);
     group->threadCount = offered == 0 ? ksys_jobPool_processorCount() : offered;
+    group->splitsAll = splitsAll.load(std::memory_order_relaxed);
     return 0;
 }
 
 int32_t ksys_jobThreadGroup_destruct(ksys_jobThreadGroup *group)
 {
     group->threadCount = 0;
+    group->splitsAll = 0;
     return 0;
 }
 
 int32_t ksys_jobGetCurrentThreadState(ksys_jobThreadState *state, const ksys_jobThreadGroup *group)
 {
     state->threadCount = group->threadCount;
+    state->splitsAll = group->splitsAll;
     return 0;
 }
 

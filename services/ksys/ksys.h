@@ -239,11 +239,13 @@ KSERVICES_API int32_t ksys_attention_check(void);
 /** A group of threads: the calling thread and workers of the pool. Owns nothing. */
 typedef struct {
     int32_t threadCount; /**< private: threads offered, the caller's own included */
+    int32_t splitsAll;   /**< private: what #ksys_jobThreadGroup_setSplitAll was given last */
 } ksys_jobThreadGroup;
 
 /** What a group offers. */
 typedef struct {
     int32_t threadCount; /**< threads available; 1 or less means: run on the calling thread */
+    int32_t splitsAll;   /**< nonzero: also for work that takes scratch memory of each thread's own */
 } ksys_jobThreadState;
 
 /** A holder for one job's data. */
@@ -278,6 +280,21 @@ typedef struct {
  * Returns 0, or #ksys_statusBadArgument for a negative count.
  */
 KSERVICES_API int32_t ksys_jobThreadGroup_setThreadCount(int32_t count);
+
+/**
+ * Lets transforms in the table-driven modes, 2 and 3, and affine projections of enough work be spread over the threads
+ * of groups from now on, as transforms in modes 0 and 1 are, and the copies that clipped calls make. Results stay the
+ * same bits.
+ *
+ * on  nonzero: they are spread. Each thread then needs scratch memory of its own: a row of sums, or some ten to some
+ *     hundred kilobytes for a table-driven mode, a thread. The cache of a call keeps it for the next one; a call
+ *     without a cache takes it anew and gives it back. Jobs take a few small blocks a call. Where there is no memory,
+ *     the call fails with the allocation's status.
+ *     0, as at the beginning: they keep to the calling thread, and with a cache take no memory from the second call on.
+ * Returns 0.
+ * Threads: may be called from any at any time; a call that is under way goes on as it began.
+ */
+KSERVICES_API int32_t ksys_jobThreadGroup_setSplitAll(int32_t on);
 
 /** Makes a group; takes no memory, no lock and starts nothing. Returns 0. */
 KSERVICES_API int32_t ksys_jobThreadGroup_construct(ksys_jobThreadGroup *group);

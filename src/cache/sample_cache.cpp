@@ -72,11 +72,15 @@ void kip_affineSampleCache_initLocal(kip_affineSampleCache *cache)
     cache->geometry = 0;
     kip_affineTilePlan_init(&cache->plan8);
     kip_affineTilePlan_init(&cache->plan16);
+    cache->jobScratch = nullptr;
+    cache->jobScratchBytes = 0;
 }
 
 int32_t kip_affineSampleCache_release(kip_affineSampleCache *cache)
 {
     cache->valid = 0;
+    cache->jobScratchBytes = 0;
+    ksys_memory_free_internal(&cache->jobScratch);
     kip_affineTilePlan_free(&cache->plan8);
     return kip_affineTilePlan_free(&cache->plan16);
 }
@@ -130,5 +134,18 @@ int32_t kip_affineSampleCache_update(const kip::Sampling &sampling, int32_t oneR
     cache.srcRect = rectOf(sampling.source);
     cache.dstRect = rectOf(sampling.destination);
     cache.valid = 1;
+    return status;
+}
+
+int32_t kip_affineSampleCache_lendScratch(kip_affineSampleCache *cache, size_t bytes, void **scratch)
+{
+    int32_t status = 0;
+    if (bytes > cache->jobScratchBytes) {
+        status = ksys_memory_realloc_internal(bytes, &cache->jobScratch);
+        if (status < 0)
+            return status;
+        cache->jobScratchBytes = bytes;
+    }
+    *scratch = cache->jobScratch;
     return status;
 }

@@ -1,6 +1,7 @@
 #ifndef KIP_CACHE_SAMPLE_CACHE_H
 #define KIP_CACHE_SAMPLE_CACHE_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include <kip/kip.h>
@@ -21,6 +22,8 @@ struct kip_affineSampleCache {
     kip_affineTilePlan plan8;  // for sources with 1 byte per pixel
     kip_affineTilePlan plan16; // for all others
     uint64_t geometry;         // number of the geometry that all but the plans were last computed for
+    void *jobScratch; // owned: memory that the jobs of a call divide among themselves; null while there is none
+    size_t jobScratchBytes;
 };
 
 // Makes a call's own cache: invalid, without storage.
@@ -36,5 +39,9 @@ int32_t kip_affineSampleCache_release(kip_affineSampleCache *cache);
 // Returns a negative status when the geometry has no placement, no alignment or no plan; the cache is then
 // invalid, unless only a plan of a known geometry failed.
 int32_t kip_affineSampleCache_update(const kip::Sampling &sampling, int32_t oneRow);
+
+// Lends scratch memory of at least so many bytes, for one call, to the jobs of the cache's caller. It stays the
+// cache's, and only grows. Returns the status of the allocation.
+int32_t kip_affineSampleCache_lendScratch(kip_affineSampleCache *cache, size_t bytes, void **scratch);
 
 #endif

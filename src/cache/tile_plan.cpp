@@ -407,3 +407,13 @@ bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t ge
     return plan.builtFor != geometry || plan.sourcePitch != static_cast<uint32_t>(sampling.source.pitch) ||
            plan.destinationPitch != static_cast<uint32_t>(sampling.destination.pitch);
 }
+
+// A sample that lies outside the source is left out, and its place on the line keeps what it held. Where samples move
+// across no more than the one pixel that they move along, the clipping test keeps all that a pixel needs inside. The
+// line is long enough if its length did not wrap.
+bool kip_affineTilePlan_hasIndependentRows(const kip_affineTilePlan &plan)
+{
+    const int64_t last = 0xFFFF + int64_t{plan.primaryStep} * (plan.tileWidth[0] - 1);
+    return plan.secondaryShear >= -0x10000 && plan.secondaryShear <= 0x10000 && plan.primaryStep >= 0 &&
+           last <= INT32_MAX;
+}

@@ -61,6 +61,10 @@ int32_t kip_affineTilePlan_free(kip_affineTilePlan *plan);
 // Tells whether a plan was built for another geometry or other pitches, or never.
 bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t geometry, const kip::Sampling &sampling);
 
+// Tells whether each destination row takes nothing from the line of samples but what it has put there itself. Rows of
+// tiles may then be resampled in any order, each with scratch memory of its own.
+bool kip_affineTilePlan_hasIndependentRows(const kip_affineTilePlan &plan);
+
 namespace kip {
 
 // Build a plan of mode 2 or 3 for 8-bit and for all other sources. On failure (kip_statusSizeBelowOne, a status of

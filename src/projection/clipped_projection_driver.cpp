@@ -1,6 +1,7 @@
 #include "projection/projection_driver.h"
 #include "support/cleanup_list.h"
 #include "support/pixel_functions.h"
+#include "transform/row_jobs.h"
 
 namespace kip {
 
@@ -18,11 +19,12 @@ int32_t padSource(const kimg_windowConst &source, kimg_window &padded)
 {
     int32_t status = ksys_attention_check();
     if (status >= 0)
-        status = PixelFunctions<Pixel>::setWindow(&padded, 0);
+        status = forRows(padded, [](kimg_window &rows) { return PixelFunctions<Pixel>::setWindow(&rows, 0); });
     if (status >= 0)
         status = ksys_attention_check();
     if (status >= 0)
-        status = PixelFunctions<Pixel>::copyWindow(&source, &padded);
+        status =
+            forRows(padded, [&source](kimg_window &rows) { return PixelFunctions<Pixel>::copyWindow(&source, &rows); });
     return status < 0 ? status : ksys_attention_check();
 }
 
@@ -43,7 +45,8 @@ int32_t coverSource(const kimg_windowConst &source, const kimg_window &padded, u
     status = kimg_window_windowRect(&covered, &common, 0);
     if (status < 0)
         return status;
-    status = PixelFunctions<Pixel>::setWindow(&covered, coverageValue);
+    status = forRows(
+        covered, [coverageValue](kimg_window &rows) { return PixelFunctions<Pixel>::setWindow(&rows, coverageValue); });
     return status < 0 ? status : ksys_attention_check();
 }
 

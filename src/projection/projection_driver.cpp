@@ -8,8 +8,10 @@
 #include "projection/window_sums.h"
 #include "support/optimized_path.h"
 #include "support/pixel_check.h"
+#include "transform/job_queue.h"
 #include "transform/resample.h"
 #include "transform/route.h"
+#include "transform/split_jobs.h"
 
 namespace kip {
 
@@ -29,17 +31,32 @@ void clearSums(const kimg_window &sums)
 }
 
 // Every sample is added to the sum of its column as it is made: there is no picture of the rectangle.
+template <typename Pixel>
+int32_t addSamples(const Sampling &sampling, bool isInhibited)
+{
+    return withThreadGroup([&](ksys_jobThreadGroup *group, const ksys_jobThreadState &state) {
+        if (state.threadCount > 1 && state.splitsAll != 0) {
+            Route route;
+            const int32_t status = findRouteTaken<Pixel>(isInhibited, sampling, &route);
+            if (status < 0)
+                return status;
+            if (isWorthSplit(sampling, route))
+                return runSplit<Pixel>(sampling, isInhibited, route, group, state.threadCount);
+        }
+        clearSums(sampling.destination);
+        return resample<Pixel>(isInhibited, sampling);
+    });
+}
+
 int32_t sampleProjection8(const Sampling &sampling)
 {
-    clearSums(sampling.destination);
-    return resample<uint8_t>(isInhibited(L"kip_affineProcess"), sampling);
+    return addSamples<uint8_t>(sampling, isInhibited(L"kip_affineProcess"));
 }
 
 // Here the hook is not asked.
 int32_t sampleProjection16(const Sampling &sampling)
 {
-    clearSums(sampling.destination);
-    return resample<uint16_t>(false, sampling);
+    return addSamples<uint16_t>(sampling, false);
 }
 
 // Tells what a resampling path would find only after the sums are cleared.

@@ -7,6 +7,7 @@
 #include "support/cleanup_list.h"
 #include "support/pixel_check.h"
 #include "support/pixel_functions.h"
+#include "transform/row_jobs.h"
 #include "transform/temporary_result.h"
 
 namespace {
@@ -65,9 +66,17 @@ int32_t constructPadded(const kstd_rect32 &rect, const kimg_imageConst &maps, ki
     return kimg_image_copyXforms(padded, &maps);
 }
 
+// Sets what of a rectangle lies in some rows of a padded image.
+template <typename Pixel>
+int32_t setRect(kimg_window rows, const kstd_rect32 &rect, Pixel value)
+{
+    const int32_t status = kimg_window_windowRect(&rows, &rect, 0);
+    return status < 0 ? status : PixelFunctions<Pixel>::setWindow(&rows, value);
+}
+
 // Makes black what the source does not cover, and only that: the rest is written once, by whoever fills it.
 template <typename Pixel>
-int32_t clearAround(const kimg_image &padded, const kstd_rect32 &covered)
+int32_t clearAround(const kimg_image &padded, const kimg_window &rows, const kstd_rect32 &covered)
 {
     const int32_t above = covered.y - padded.y;
     const int32_t left = covered.x - padded.x;
@@ -77,15 +86,21 @@ int32_t clearAround(const kimg_image &padded, const kstd_rect32 &covered)
         {padded.x, covered.y, left, covered.height},
         {covered.x + covered.width, covered.y, padded.width - left - covered.width, covered.height},
     };
+    int32_t status = 0;
     for (const kstd_rect32 &side : sides) {
-        kimg_window window;
-        int32_t status = kimg_window_initWindow(&window, &padded, &side, 0);
         if (status >= 0)
-            status = PixelFunctions<Pixel>::setWindow(&window, 0);
-        if (status < 0)
-            return status;
+            status = setRect<Pixel>(rows, side, 0);
     }
-    return 0;
+    return status;
+}
+
+// Lets fill(rows) fill a padded image.
+template <typename Fill>
+int32_t fillPadded(const kimg_image &padded, const Fill &fill)
+{
+    kimg_window window;
+    const int32_t status = kimg_window_init(&window, &padded);
+    return status < 0 ? status : kip::forRows(window, fill);
 }
 
 template <typename Pixel>
@@ -99,15 +114,14 @@ int32_t makePaddedSource(const ClippedCall &call, const kstd_rect32 &rect, kip::
         return status;
     if (padded->isCoverEmpty != 0)
         padded->covered = {rect.x, rect.y, 0, 0};
-    status = clearAround<Pixel>(padded->image, padded->covered);
-    return status < 0 ? status : PixelFunctions<Pixel>::copy(call.source, &padded->image);
-}
-
-int32_t fillCovered(const kimg_image &padded, const kstd_rect32 &covered, uint8_t value)
-{
-    kimg_window window;
-    const int32_t status = kimg_window_initWindow(&window, &padded, &covered, 0);
-    return status < 0 ? status : kip_pelSetWindow8(&window, value);
+    kimg_windowConst source;
+    status = kimg_windowConst_init(&source, call.source);
+    if (status < 0)
+        return status;
+    return fillPadded(padded->image, [&](kimg_window &rows) {
+        const int32_t cleared = clearAround<Pixel>(padded->image, rows, padded->covered);
+        return cleared < 0 ? cleared : PixelFunctions<Pixel>::copyWindow(&source, &rows);
+    });
 }
 
 bool hasExactSize(const kimg_image &destination, const kip_affineSampleParams &params)
@@ -133,7 +147,8 @@ int32_t transformPadded(const kimg_image &padded, kimg_image *destination, int32
 // that: round its covered part it is black already.
 int32_t transformMask8(const ClippedCall &call, int32_t wasBound, const PaddedSource &padded)
 {
-    const int32_t status = fillCovered(padded.image, padded.covered, 255);
+    const int32_t status =
+        fillPadded(padded.image, [&](const kimg_window &rows) { return setRect<uint8_t>(rows, padded.covered, 255); });
     return status < 0 ? status : transformPadded<uint8_t>(padded.image, call.mask, wasBound, call);
 }
 
@@ -149,9 +164,10 @@ int32_t transformMask16(const ClippedCall &call, int32_t wasBound, PaddedSource 
     kimg_image cover;
     status = constructPadded<uint8_t>(rect, padded->image, cleanup, &cover);
     if (status >= 0)
-        status = clearAround<uint8_t>(cover, padded->covered);
-    if (status >= 0)
-        status = fillCovered(cover, padded->covered, 255);
+        status = fillPadded(cover, [&](const kimg_window &rows) {
+            const int32_t cleared = clearAround<uint8_t>(cover, rows, padded->covered);
+            return cleared < 0 ? cleared : setRect<uint8_t>(rows, padded->covered, 255);
+        });
     if (status >= 0)
         status = transformPadded<uint8_t>(cover, call.mask, wasBound, call);
     return kip::runCleanup(cleanup, status);

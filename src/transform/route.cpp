@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "cache/sample_cache.h"
 #include "geometry/sampling_grid.h"
 #include "support/fixed_point.h"
 #include "support/optimized_path.h"
@@ -69,7 +70,8 @@ int32_t findRoute(Path path, const Sampling &sampling, Route *route)
         return kip_statusUnknownMode;
 
     if (mode >= kip_affineModeBilinearSeparable) {
-        *route = {Walker::plan, 0, false};
+        const kip_affineTilePlan &plan = is8 ? sampling.cache.plan8 : sampling.cache.plan16;
+        *route = {Walker::plan, plan.tileHeight[0], kip_affineTilePlan_hasIndependentRows(plan)};
         // The clipping test has refused such a 16-bit source, and a plan can be walked all the same.
         return is8 && !isAddressable ? kip_statusSourceTooLarge : 0;
     }
@@ -98,6 +100,14 @@ int32_t findRouteTaken(bool isInhibited, const Sampling &sampling, Route *route)
     const int32_t status =
         isInhibited ? kip_statusOptimizationDeclined : findRoute<Pixel>(Path::optimised, sampling, route);
     return isDeclined(status) ? findRoute<Pixel>(Path::portable, sampling, route) : status;
+}
+
+bool isWorthJobs(const Sampling &sampling, const Route &route, int64_t samples)
+{
+    constexpr int64_t leastNearest = 0x40000;
+    constexpr int64_t leastOfOthers = 0x10000;
+    const int64_t least = sampling.params.mode == kip_affineModeNearest ? leastNearest : leastOfOthers;
+    return route.mayBeCut && sampling.rows() > int64_t{3} * route.tileSize / 2 && samples >= least;
 }
 
 template int32_t findRoute<uint8_t>(Path path, const Sampling &sampling, Route *route);

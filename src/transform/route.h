@@ -23,7 +23,7 @@ enum class Walker {
 // How a path resamples a call. All that has to agree on it asks findRoute: the path itself, and who cuts its work.
 struct Route {
     Walker walker;
-    int32_t tileSize; // destination pixels along a tile's side; 0 for a plan, which has its own
+    int32_t tileSize; // destination rows of a tile, which has as many columns unless it is a plan's
     bool mayBeCut;    // into bands of tileSize rows: each then gives the bits that it has in one walk
 };
 
@@ -36,6 +36,9 @@ int32_t findRoute(Path path, const Sampling &sampling, Route *route);
 // The same for the path that resamples in the end: the portable one if the other is inhibited or declines.
 template <typename Pixel>
 int32_t findRouteTaken(bool isInhibited, const Sampling &sampling, Route *route);
+
+// Tells whether a sampling of so many samples is worth a dispatch of bands.
+bool isWorthJobs(const Sampling &sampling, const Route &route, int64_t samples);
 
 } // namespace kip
 

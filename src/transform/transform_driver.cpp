@@ -3,19 +3,16 @@
 #include <type_traits>
 
 #include "cache/sample_cache.h"
-#include "support/cleanup_list.h"
 #include "support/optimized_path.h"
 #include "transform/band_jobs.h"
+#include "transform/job_queue.h"
 #include "transform/resample.h"
 #include "transform/route.h"
+#include "transform/split_jobs.h"
 
 namespace kip {
 
 namespace {
-
-// Least work, in destination pixels, that is worth a dispatch.
-constexpr int32_t kMinJobPixelsNearest = 0x40000;
-constexpr int32_t kMinJobPixelsBilinear = 0x10000;
 
 // The route that the bands will take. The 16-bit one is the same with the optimised kernels and without, so nobody is
 // asked about them here.
@@ -26,45 +23,32 @@ int32_t findRouteOfBands(const Sampling &sampling, Route *route)
     return findRouteTaken<Pixel>(isInhibited, sampling, route);
 }
 
-bool isWorthJobs(const Sampling &sampling, const Route &route)
+// The work of a route without a plan: a 32-bit product, which may wrap. An enormous destination then stays on the
+// calling thread.
+bool isWorthBands(const Sampling &sampling, const Route &route)
 {
-    if (!route.mayBeCut || sampling.destination.height <= 3 * route.tileSize / 2)
-        return false;
-    // A 32-bit product, which may wrap: an enormous destination then stays on the calling thread.
-    const auto pixels = static_cast<int32_t>(static_cast<uint32_t>(sampling.destination.width) *
-                                             static_cast<uint32_t>(sampling.destination.height));
-    return pixels >= (sampling.params.mode == kip_affineModeNearest ? kMinJobPixelsNearest : kMinJobPixelsBilinear);
-}
-
-template <typename Pixel>
-int32_t processWithGroup(const Sampling &sampling, ksys_jobThreadGroup *group)
-{
-    ksys_jobThreadState state;
-    int32_t status = ksys_jobGetCurrentThreadState(&state, group);
-    if (status < 0)
-        return status;
-    if (state.threadCount > 1) {
-        Route route;
-        status = findRouteOfBands<Pixel>(sampling, &route);
-        if (status < 0)
-            return status;
-        if (isWorthJobs(sampling, route))
-            return runBands<Pixel>(sampling, route.tileSize, group);
-    }
-    return resample<Pixel>(isInhibited(kInhibitName<Pixel>), sampling);
+    const auto samples = static_cast<int32_t>(static_cast<uint32_t>(sampling.destination.width) *
+                                              static_cast<uint32_t>(sampling.destination.height));
+    return isWorthJobs(sampling, route, samples);
 }
 
 template <typename Pixel>
 int32_t process(const Sampling &sampling)
 {
-    CleanupList cleanup;
-    ksys_jobThreadGroup group;
-    int32_t status = ksys_jobThreadGroup_construct(&group);
-    if (status < 0)
-        return status;
-    addCleanup<ksys_jobThreadGroup_destruct>(cleanup, &group);
-    status = processWithGroup<Pixel>(sampling, &group);
-    return runCleanup(cleanup, status);
+    return withThreadGroup([&](ksys_jobThreadGroup *group, const ksys_jobThreadState &state) {
+        constexpr const wchar_t *name = kInhibitName<Pixel>;
+        if (state.threadCount > 1) {
+            Route route;
+            const int32_t status = findRouteOfBands<Pixel>(sampling, &route);
+            if (status < 0)
+                return status;
+            if (route.walker != Walker::plan && isWorthBands(sampling, route))
+                return runBands<Pixel>(sampling, route.tileSize, group);
+            if (route.walker == Walker::plan && state.splitsAll != 0 && isWorthSplit(sampling, route))
+                return runSplit<Pixel>(sampling, isInhibited(name), route, group, state.threadCount);
+        }
+        return resample<Pixel>(isInhibited(name), sampling);
+    });
 }
 
 template <typename Pixel>

@@ -34,6 +34,7 @@ struct Options {
 struct Setting {
     uint32_t features;
     int32_t threads;
+    int32_t splitsAll;
 };
 
 struct Batch {
@@ -55,8 +56,10 @@ Batch drawBatch(const Options &options, int64_t number, const std::vector<uint32
     Random random(options.seed * 0x10001 + static_cast<uint64_t>(number));
     const size_t one = random.next() % features.size();
     const size_t other = (one + 1 + random.next() % (features.size() - 1)) % features.size();
-    // Braces keep the order of the draws.
-    return {{{features[one], random.pick(kThreads)}, {features[other], random.pick(kThreads)}}, random.oneIn(8)};
+    const auto setting = [&](size_t level) {
+        return Setting{features[level], random.pick(kThreads), random.oneIn(2) ? 1 : 0}; // in this order
+    };
+    return {{setting(one), setting(other)}, random.oneIn(8)};
 }
 
 Random caseRandom(const Options &options, int64_t number)
@@ -137,6 +140,7 @@ private:
             allocator.fillWith(turn == 0 ? 0xFF : 0);
             const ProcessorLevel level(batch.settings[turn].features, batch.isInhibited);
             ksys_jobThreadGroup_setThreadCount(batch.settings[turn].threads);
+            ksys_jobThreadGroup_setSplitAll(batch.settings[turn].splitsAll);
             runTurn(batch, turn, from, outcomes);
         }
     }
@@ -180,7 +184,8 @@ private:
         ++failures;
         std::cout << nameOfCase(number) << ": " << fault << "\n  " << describe(call) << "\n";
         for (const Setting &setting : batch.settings)
-            std::cout << "  features " << setting.features << ", " << setting.threads << " threads\n";
+            std::cout << "  features " << setting.features << ", " << setting.threads << " threads"
+                      << (setting.splitsAll != 0 ? ", all work split\n" : "\n");
     }
 
     FailingAllocator allocator;

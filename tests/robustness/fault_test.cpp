@@ -53,7 +53,7 @@ Served drawServed(Random &random, Operation operation, bool isLarge, const CallM
 {
     for (;;) {
         Served served = {drawCall(random, operation), {}};
-        if (isLarge && !isWorthJobs(served.call))
+        if (isLarge && !isWorthJobs(served.call, true))
             continue;
         noteForCrash(describe(served.call));
         served.outcome = runCall(served.call, memory, nullptr);
@@ -72,6 +72,7 @@ TEST(FaultsOfThreads, ThoseThatCannotStartAreNotMissed)
     Random random(69999);
     const Served served = drawServed(random, Operation::transform, true, memory);
     ksys_jobThreadGroup_setThreadCount(8);
+    ksys_jobThreadGroup_setSplitAll(1);
     int32_t refused = 0;
     for (const int32_t allowed : {0, 1, INT32_MAX}) {
         threadsAllowed = allowed;
@@ -80,6 +81,7 @@ TEST(FaultsOfThreads, ThoseThatCannotStartAreNotMissed)
         refused += threadsRefused;
     }
     ksys_jobThreadGroup_setThreadCount(0);
+    ksys_jobThreadGroup_setSplitAll(0);
     EXPECT_GT(refused, 0);
 #else
     GTEST_SKIP() << "threads cannot be refused here";
@@ -88,8 +90,16 @@ TEST(FaultsOfThreads, ThoseThatCannotStartAreNotMissed)
 
 class Faults : public testing::TestWithParam<Operation> {
 protected:
-    Faults() { ksys_jobThreadGroup_setThreadCount(3); }
-    ~Faults() override { ksys_jobThreadGroup_setThreadCount(0); }
+    Faults()
+    {
+        ksys_jobThreadGroup_setThreadCount(3);
+        ksys_jobThreadGroup_setSplitAll(1);
+    }
+    ~Faults() override
+    {
+        ksys_jobThreadGroup_setThreadCount(0);
+        ksys_jobThreadGroup_setSplitAll(0);
+    }
 
     Served drawServed(bool isLarge = false) { return kip::test::drawServed(random, GetParam(), isLarge, memory); }
 
@@ -135,8 +145,10 @@ TEST_P(Faults, FailedAllocationsLeaveNoTrace)
         requests += refuseAllocations(drawServed(), takesCache(GetParam()) && n % 2 == 0 ? &earlier : nullptr);
     }
     EXPECT_GT(requests, 60);
-    if (GetParam() <= Operation::transformClipped) {
-        EXPECT_GT(refuseAllocations(drawServed(true), nullptr), 3) << "no jobs";
+    for (int n = 0; samples(GetParam()) && n < 4; ++n) {
+        const Served earlier = drawServed(true);
+        EXPECT_GT(refuseAllocations(drawServed(true), takesCache(GetParam()) && n % 2 == 0 ? &earlier : nullptr), 3)
+            << "no jobs";
     }
 }
 

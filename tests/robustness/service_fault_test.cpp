@@ -173,6 +173,7 @@ int64_t refuseEach(bool hasCache, const Run &run, bool *asksAttention)
 TEST(ServiceFaults, EachComesBackAndLeavesNoTrace)
 {
     ksys_jobThreadGroup_setThreadCount(3);
+    ksys_jobThreadGroup_setSplitAll(1);
     aroundInvocation = [](bool isEntered) { isInside = isEntered; };
     const CallMemory memory{};
     Random random(4711);
@@ -182,8 +183,8 @@ TEST(ServiceFaults, EachComesBackAndLeavesNoTrace)
     for (int n = 0; n < 2000 && !testing::Test::HasFailure(); ++n) {
         const Operation operation = random.pick(kOperations);
         SamplingCall call = drawCall(random, operation);
-        for (int tries = 0; n % 100 == 0 && !isWorthJobs(call) && tries < 100000; ++tries)
-            call = drawCall(random, Operation::transform);
+        for (int tries = 0; n % 100 == 0 && !isWorthJobs(call, true) && tries < 100000; ++tries)
+            call = drawCall(random, random.pick({Operation::transform, Operation::project}));
         SCOPED_TRACE(describe(call));
         noteForCrash(describe(call));
         kip_affineSampleCache *cache = nullptr;
@@ -203,6 +204,7 @@ TEST(ServiceFaults, EachComesBackAndLeavesNoTrace)
     EXPECT_EQ(asking, (std::set{Operation::transformClipped, Operation::projectClipped, Operation::projectClippedWindow,
                                 Operation::projectNorm}));
     ksys_jobThreadGroup_setThreadCount(0);
+    ksys_jobThreadGroup_setSplitAll(0);
 }
 
 } // namespace

@@ -30,7 +30,7 @@ TEST(Threads, CallsGiveWhatTheyGiveAlone)
     std::vector<std::pair<SamplingCall, uint64_t>> script; // calls, and what they give on a single thread
     while (script.size() < kCalls) {
         const SamplingCall call = drawCall(random, random.pick(kOperations));
-        if (script.size() % 200 != 0 || isWorthJobs(call))
+        if (script.size() % 200 != 0 || isWorthJobs(call, true))
             script.emplace_back(call, runCall(call, memories[0], nullptr).digest);
     }
 
@@ -38,6 +38,7 @@ TEST(Threads, CallsGiveWhatTheyGiveAlone)
     std::thread resizer([&] {
         for (int32_t count = 1; !isOver; count = count % 9 + 1) {
             ksys_jobThreadGroup_setThreadCount(count);
+            ksys_jobThreadGroup_setSplitAll(count % 2);
             std::this_thread::yield();
         }
     });
@@ -70,6 +71,7 @@ TEST(Threads, CallsGiveWhatTheyGiveAlone)
     resizer.join();
     EXPECT_EQ(wrong, 0);
     ksys_jobThreadGroup_setThreadCount(0);
+    ksys_jobThreadGroup_setSplitAll(0);
 }
 
 } // namespace

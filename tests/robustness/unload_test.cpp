@@ -60,7 +60,7 @@ TEST(Unload, EndsThePoolAndRunsTheCallbacks)
         ASSERT_NE(library, nullptr);
         EXPECT_EQ(KIP_TEST_FIND(library, ksys_shutdown_register)([](void *) { return ++callbacks, 0; }, nullptr), 0);
         checkAttention = KIP_TEST_FIND(library, ksys_attention_check);
-        ksys_jobThreadGroup group{4};
+        ksys_jobThreadGroup group{4, 0};
         ksys_jobParams params{};
         ksys_jobRequestSet requests{};
         ksys_jobResultSet results{};

@@ -3,6 +3,7 @@
 //   KIP_RUN_LEVEL      portable, AVX2, AVX-512 or AVX-512-VBMI; the program ends with 77 where the processor has less
 //   KIP_RUN_INHIBITED  1: the hook forbids every optimised kernel
 //   KIP_RUN_THREADS    threads of the job pool
+//   KIP_RUN_SPLIT_ALL  1: table-driven transforms and projections are split over it, too
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,6 +38,8 @@ void setLevel(const std::string &name)
         kprt_isOptimizationInhibitedFP = [](const wchar_t *) -> int32_t { return 1; };
     if (const char *threads = std::getenv("KIP_RUN_THREADS"))
         ksys_jobThreadGroup_setThreadCount(std::atoi(threads));
+    if (const char *split = std::getenv("KIP_RUN_SPLIT_ALL"))
+        ksys_jobThreadGroup_setSplitAll(std::atoi(split));
 }
 
 } // namespace

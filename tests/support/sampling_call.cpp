@@ -358,11 +358,13 @@ bool hasSecond(const SamplingCall &call)
            call.operation == Operation::projectClipped || call.operation == Operation::projectClippedWindow;
 }
 
-bool isWorthJobs(const SamplingCall &call)
+bool isWorthJobs(const SamplingCall &call, bool splitsAll)
 {
     kip_affine_imageAlignment code;
     const bool isLarge = call.params.destHeight > 336 && call.params.destWidth * call.params.destHeight >= 0x10000;
-    return call.operation <= Operation::transformClipped && isLarge && call.params.mode == kip_affineModeBilinear &&
+    const bool isCut = call.operation <= Operation::transformClipped && call.params.mode == kip_affineModeBilinear;
+    const bool isSplit = splitsAll && samples(call.operation) && call.params.mode != kip_affineModeNearest;
+    return (isCut || isSplit) && isLarge &&
            kip_affine_imageAlignment_compute(&call.params, &call.srcFromClient, &code, nullptr) >= 0 &&
            code == kip_affine_alignNone;
 }

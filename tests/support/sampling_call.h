@@ -85,7 +85,7 @@ bool samples(Operation operation);
 bool hasSecond(const SamplingCall &call);
 
 // Whether a transform of these parameters is cut into jobs where there are threads.
-bool isWorthJobs(const SamplingCall &call);
+bool isWorthJobs(const SamplingCall &call, bool splitsAll = false);
 
 struct Extent {
     int64_t width, height;

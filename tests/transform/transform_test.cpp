@@ -170,6 +170,29 @@ TEST_P(Transform, TakesNoMemoryWithACacheAndABoundDestination)
     }
 }
 
+TEST_P(Transform, SplitOnesTakeScratchMemoryOnce)
+{
+    const kip_affineSampleParams params = {{20.25, 8.5, 320, -6, 6, 280}, kip_affineModeBicubic, 320, 280};
+    ksys_jobThreadGroup_setThreadCount(4);
+    kip_affineSampleCache *cache = nullptr;
+    ASSERT_EQ(kip_affineSampleCache_construct(&cache), 0);
+    Image destination(bytes, params.destWidth, params.destHeight);
+    FailingAllocator allocator;
+    const auto call = [&] { return transform(source.get(), destination.get(), &params, &cache); };
+    EXPECT_GE(call(), 0); // makes the plan
+    allocator.failFrom(1);
+    EXPECT_GE(call(), 0) << "not split unless asked for";
+    ksys_jobThreadGroup_setSplitAll(1);
+    EXPECT_LT(call(), 0);
+    allocator.failNone();
+    EXPECT_GE(call(), 0);
+    allocator.failBeyond(allocator.liveBytes() + 2000); // the jobs' own
+    EXPECT_GE(call(), 0);
+    ksys_jobThreadGroup_setSplitAll(0);
+    EXPECT_EQ(kip_affineSampleCache_destruct(&cache), 0);
+    EXPECT_EQ(allocator.liveBlocks(), 0);
+}
+
 } // namespace
 
 } // namespace kip::test

@@ -444,6 +444,16 @@ inline void setThreads(int32_t count)
     check(ksys_jobThreadGroup_setThreadCount(count), "a number of threads");
 }
 
+/**
+ * Lets transforms in the table-driven modes and affine projections of enough work be spread over these threads from
+ * now on, too, or, as at the beginning, keeps them on the calling one. Results do not depend on it; each thread then
+ * takes memory of its own, which a sampler keeps. See #ksys_jobThreadGroup_setSplitAll.
+ */
+inline void setSplitAll(bool on)
+{
+    check(ksys_jobThreadGroup_setSplitAll(on ? 1 : 0), "what threads are for");
+}
+
 } // namespace kip
 
 #endif

@@ -109,7 +109,7 @@ SampleView<typename Rule::Pixel> viewOf(const Scan<Rule> &scan, const Footprint 
     if (pitch * secondary > scan.plan.stripPixels)
         return direct;
 
-    auto *const strip = reinterpret_cast<Pixel *>(static_cast<uint8_t *>(scan.plan.scratch) + scan.plan.stripOffset);
+    auto *const strip = reinterpret_cast<Pixel *>(scan.scratch + scan.plan.stripOffset);
     const int64_t start = scan.plan.direction > 0 ? footprint.primaryLeast : footprint.primaryGreatest;
     scan.kernels.copyStrip({direct.origin + scan.source.offset(start, footprint.secondaryLeast), direct.majorStep,
                             direct.minorStep, static_cast<int32_t>(primary), static_cast<int32_t>(secondary), strip,

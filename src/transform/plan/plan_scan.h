@@ -68,7 +68,8 @@ struct Scan {
     ScanSource<Pixel> source;
     PlanKernels<Rule> kernels;
     const int16_t *weights; // of the cubic table
-    Entry *line;            // a row's samples, in the plan's scratch memory
+    uint8_t *scratch;       // of the plan's size, its own or a job's: the line, and a strip
+    Entry *line;            // a row's samples
 
     static constexpr int32_t kFirstSample = Rule::kCubic ? -1 : 0;
     // Where sample r is kept.
@@ -86,6 +87,14 @@ struct Position {
         y += static_cast<uint32_t>(dy);
     }
 };
+
+// Where the first tile of a row of them begins: what the walk reaches by adding the steps, which wrap.
+inline Position rowOfTilesStart(const kip_affineTilePlan &plan, int32_t row)
+{
+    const auto count = static_cast<uint32_t>(row);
+    return {static_cast<uint32_t>(plan.startX) + count * static_cast<uint32_t>(plan.tileRowStepX),
+            static_cast<uint32_t>(plan.startY) + count * static_cast<uint32_t>(plan.tileRowStepY)};
+}
 
 // Where a tile begins: the source pixel of its first sample, and the fractions from there.
 struct TileStart {

@@ -132,22 +132,40 @@ void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst)
     }
 }
 
+struct RowsOfTiles {
+    int32_t first, end;
+};
+
+// A band is a whole number of them, but for the last one's end.
+RowsOfTiles rowsOfTiles(const Sampling &sampling, const kip_affineTilePlan &plan)
+{
+    const int32_t tileHeight = plan.tileHeight[0];
+    const int32_t first = -sampling.destination.originY / tileHeight;
+    return {first, first + (sampling.rows() - 1) / tileHeight + 1};
+}
+
 template <typename Rule, bool kAdd>
 int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan, const PlanKernels<Rule> &kernels)
 {
     const int32_t status = ensureCubicWeightTable();
     if (status < 0)
         return status;
-    auto *const line = static_cast<typename Rule::Entry *>(plan.scratch);
-    const Scan<Rule> scan = {plan, scanSourceOf<typename Rule::Pixel>(sampling.source, plan), kernels,
-                             getCubicWeightsBase(cubicWeightTable()), line};
+    void *const scratch = sampling.scratch != nullptr ? sampling.scratch : plan.scratch;
+    auto *const line = static_cast<typename Rule::Entry *>(scratch);
+    const Scan<Rule> scan = {plan,
+                             scanSourceOf<typename Rule::Pixel>(sampling.source, plan),
+                             kernels,
+                             getCubicWeightsBase(cubicWeightTable()),
+                             static_cast<uint8_t *>(scratch),
+                             line};
     // A row leaves out samples that lie wholly outside; what they hold must not depend on earlier calls.
     std::fill_n(line, plan.lineEntries, typename Rule::Entry{0});
 
     const int64_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(typename Rule::Pixel);
     const int64_t dstPitch = kAdd ? 0 : static_cast<int32_t>(plan.destinationPitch);
-    Position rowStart = {static_cast<uint32_t>(plan.startX), static_cast<uint32_t>(plan.startY)};
-    for (int32_t ty = 0; ty < plan.tilesY; ++ty) {
+    const RowsOfTiles band = rowsOfTiles(sampling, plan);
+    Position rowStart = rowOfTilesStart(plan, band.first);
+    for (int32_t ty = band.first; ty < band.end; ++ty) {
         Position at = rowStart;
         for (int32_t tx = 0; tx < plan.tilesX; ++tx) {
             const int32_t tileClass = (tx == plan.tilesX - 1 ? 1 : 0) + (ty == plan.tilesY - 1 ? 2 : 0);

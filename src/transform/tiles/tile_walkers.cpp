@@ -230,8 +230,7 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<
     const bool add = sampling.adds();
     const int32_t dstPitch = add ? 0 : destination.pitch;
     const int64_t elementSize = add ? sizeof(uint32_t) : sizeof(Pixel);
-    const Direction<Coordinate> down = {add ? params.destHeight : destination.height, motion.tileRow,
-                                        int64_t{tileSize} * dstPitch * elementSize};
+    const Direction<Coordinate> down = {sampling.rows(), motion.tileRow, int64_t{tileSize} * dstPitch * elementSize};
     const Direction<Coordinate> right = {add ? params.destWidth : destination.width, motion.tileCol,
                                          tileSize * elementSize};
 

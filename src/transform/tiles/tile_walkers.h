@@ -13,8 +13,8 @@ namespace kip {
 // bounded twin, so that the plain one needs no test.
 //
 //   sampling  The originY of its destination, where not 0, is minus the first row of a band, a whole number of rows of
-//             tiles: the walk begins that far down and covers the window's height. Sums that are added to have been
-//             zeroed; all destHeight rows go into them.
+//             tiles: the walk begins that far down and covers the sampling's rows. Sums that are added to have been
+//             zeroed.
 //   tileSize  destination pixels along a tile's side
 // All return a status of the geometry library.
 
