@@ -47,6 +47,14 @@ public:
     // The address that byte 0 of the reservation stands for; not necessarily memory.
     uint8_t *origin() const { return mapping + pageSize(); }
 
+    // Makes more of the reservation memory, and the pages that it shares with other bytes.
+    void alsoUse(size_t offset, size_t bytes) const
+    {
+        const size_t first = offset / pageSize() * pageSize();
+        if (!makeUsable(origin() + first, offset - first + bytes))
+            std::abort();
+    }
+
     // So many bytes that begin right behind an unreadable page or end right before one.
     uint8_t *place(size_t bytes, Guard guard) const
     {

@@ -339,6 +339,27 @@ TEST(LargeSources, FarCornerBeyond32BitOffsets)
     }
 }
 
+// The second row begins 2^31 - 1 bytes behind the first, whose tile counts from there.
+TEST(LargeSources, RowsFartherApartThan32BitsCount)
+{
+    constexpr int32_t kWidth = 60, kPitch = INT32_MAX;
+    const GuardedMemory sourceMemory(size_t{kPitch} + kWidth, 0, kWidth);
+    sourceMemory.alsoUse(kPitch, kWidth);
+    for (uint8_t x = 0; x < kWidth; ++x) {
+        sourceMemory.origin()[x] = x;
+        sourceMemory.origin()[size_t{kPitch} + x] = static_cast<uint8_t>(x + 100);
+    }
+    const kimg_windowConst window = {kWidth, 2, 0, 0, 0, 0, kWidth, 2, kPitch, sourceMemory.origin(), 1};
+    const kip_affineSampleParams params = {{1.2, 0.1, 50.0, 0.0, 0.0, 1.8}, kip_affineModeNearest, 21, 10};
+    std::vector<uint8_t> result(21 * 10);
+    const Image source(1, kWidth, 2, kPitch, sourceMemory.origin());
+    Image destination(1, 21, 10, 21, result.data());
+    noteForCrash("rows far apart");
+    EXPECT_EQ(kip_affineTransform(source.get(), destination.get(), &params, nullptr), 0);
+    const auto expected = resampleSlowly(window, {0, 0, 1, 0, 0, 1}, params, true);
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), result.begin()));
+}
+
 } // namespace
 
 } // namespace kip::test

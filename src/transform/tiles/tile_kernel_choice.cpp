@@ -57,6 +57,20 @@ TileKernels<uint8_t, int32_t> fastTileKernels8(uint32_t features, uint32_t accum
                                               : portableTileKernels<Fast, Add, FixedPosition, uint8_t>());
 }
 
+TileKernels<uint8_t, int32_t> accurateTileKernels8(uint32_t features, uint32_t accumulate, uint32_t mode)
+{
+    auto kernels = fixedTileKernels8(accumulate, mode);
+    if (mode == kip_affineModeNearest)
+        return withVariants<Nearest>(features, accumulate, kernels);
+#if defined(KIP_HAS_X86_VARIANTS)
+    using Accurate = Bilinear<Accurate8>;
+    if ((features & ksys_featureAvx2) != 0)
+        kernels.inside = accumulate == 0 ? tileRowKernelAvx2<Accurate, Store, uint8_t>()
+                                         : tileRowKernelAvx2<Accurate, Add, uint8_t>();
+#endif
+    return kernels;
+}
+
 TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumulate, uint32_t mode)
 {
     const auto portable = fixedTileKernels16(accumulate, mode);

@@ -13,6 +13,9 @@ namespace kip {
 // The fast 8-bit path, modes 0 and 1.
 TileKernels<uint8_t, int32_t> fastTileKernels8(uint32_t features, uint32_t accumulate, uint32_t mode);
 
+// The portable 8-bit path, modes 0 and 1.
+TileKernels<uint8_t, int32_t> accurateTileKernels8(uint32_t features, uint32_t accumulate, uint32_t mode);
+
 // The 16-bit path, modes 0 and 1.
 TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumulate, uint32_t mode);
 

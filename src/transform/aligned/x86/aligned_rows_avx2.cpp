@@ -91,7 +91,7 @@ template <typename Pixel>
 void interleave(const __m256i *in, __m256i *out)
 {
     constexpr int32_t block = Tile<Pixel>::kBlock;
-    for (int i = 0; i < block / 2; ++i) {
+    for (int64_t i = 0; i < block / 2; ++i) {
         const __m256i a = in[i];
         const __m256i b = in[i + block / 2];
         out[2 * i] = sizeof(Pixel) == 1 ? _mm256_unpacklo_epi8(a, b) : _mm256_unpacklo_epi16(a, b);
@@ -106,7 +106,7 @@ inline void transposeHalf(const Pixel *at, __m256i *columns)
     constexpr int32_t block = Tile<Pixel>::kBlock;
     __m256i a[block];
     __m256i b[block];
-    for (int i = 0; i < block; ++i) {
+    for (int64_t i = 0; i < block; ++i) {
         const auto *const upper = reinterpret_cast<const __m128i *>(at + i * kLine<Pixel>);
         const auto *const lower = reinterpret_cast<const __m128i *>(at + (i + block) * kLine<Pixel>);
         a[i] = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_load_si128(upper)), _mm_load_si128(lower), 1);

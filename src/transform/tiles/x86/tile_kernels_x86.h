@@ -6,7 +6,7 @@
 // rows, from rows to the portable kernel.
 //
 // There are some for Nearest with either pixel type, for Bilinear<Fast8> with uint8_t and for Bilinear<Accurate16> with
-// uint16_t, each for both sinks, Store and Add.
+// uint16_t, each for both sinks, Store and Add; for Bilinear<Accurate8> there are rows.
 
 #include "support/target_region.h"
 

@@ -6,6 +6,7 @@
 #if defined(KIP_HAS_X86_VARIANTS)
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "support/x86/x86_intrinsics.h"
@@ -43,21 +44,38 @@ struct RowPositions {
     }
 };
 
-// Where the rows of a source lie, if its pitch fits a signed word.
+// Where the rows of a source lie.
 template <typename Pixel>
 struct RowSource {
     const Pixel *src;
     int64_t pitch;
+    bool isWide;         // the pitch does not fit a signed word
     __m256i pitchAndOne; // words: 1, pitch
 
     RowSource(const Pixel *first, int32_t srcPitch)
-        : src(first), pitch(srcPitch),
+        : src(first), pitch(srcPitch), isWide(srcPitch < INT16_MIN || srcPitch > INT16_MAX),
           pitchAndOne(_mm256_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(srcPitch) << 16) | 1)))
     {}
+
+    // Tells whether 32 bits hold the offsets of a tile's pixels.
+    static bool canReach(const FixedTile &tile, int32_t srcPitch)
+    {
+        const int64_t toEnd = (tile.width - 1) * std::abs(int64_t{tile.colStepY});
+        const int64_t toLastRow = (tile.rows - 1) * std::abs(int64_t{tile.rowStepY});
+        const int64_t rows = ((std::abs(int64_t{tile.y}) + toEnd + toLastRow) >> 16) + 2;
+        return rows <= (INT32_MAX - 0x10000) / std::max<int64_t>(std::abs(int64_t{srcPitch}), 1);
+    }
 
     // Pixels from the first of the source to those of eight positions.
     void offsets(const RowPositions &at, int32_t *offset) const
     {
+        if (isWide) {
+            const __m256i toRows =
+                _mm256_mullo_epi32(_mm256_srai_epi32(at.y, 16), _mm256_set1_epi32(static_cast<int32_t>(pitch)));
+            _mm256_store_si256(reinterpret_cast<__m256i *>(offset),
+                               _mm256_add_epi32(toRows, _mm256_srai_epi32(at.x, 16)));
+            return;
+        }
         const __m256i pixels = _mm256_blend_epi16(_mm256_srli_epi32(at.x, 16), at.y, 0xAA);
         _mm256_store_si256(reinterpret_cast<__m256i *>(offset), _mm256_madd_epi16(pixels, pitchAndOne));
     }
@@ -88,6 +106,24 @@ __m256i repeatFraction(__m256i positions)
                                                            1, 4, 5, 4, 5, 8, 9, 8, 9, 12, 13, 12, 13));
 }
 
+// Eight pixels and those to their right, in words.
+__m256i loadPairs(const uint8_t *src, const int32_t *offset)
+{
+    const auto pair = [=](int32_t n) {
+        int16_t bytes;
+        std::memcpy(&bytes, src + offset[n], sizeof bytes);
+        return bytes;
+    };
+    return _mm256_cvtepu8_epi16(_mm_setr_epi16(pair(0), pair(1), pair(2), pair(3), pair(4), pair(5), pair(6), pair(7)));
+}
+
+// The low bytes of eight lanes.
+void storeBytes(__m256i value, uint8_t *line)
+{
+    const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(line), _mm_packus_epi16(words, words));
+}
+
 template <>
 struct RowSamples<Bilinear<Fast8>> {
     static void sample(const RowSource<uint8_t> &source, const RowPositions &at, uint8_t *line)
@@ -103,22 +139,29 @@ struct RowSamples<Bilinear<Fast8>> {
         const __m256i upper = _mm256_srli_epi16(_mm256_mulhi_epu16(gxfx, _mm256_xor_si256(fy, ones)), 1);
         const __m256i lower = _mm256_srli_epi16(_mm256_mulhi_epu16(gxfx, fy), 1);
         const __m256i sum = _mm256_add_epi32(_mm256_madd_epi16(upper, above), _mm256_madd_epi16(lower, below));
-        const __m256i value = _mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(1 << 14)), 15);
-        const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1));
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(line), _mm_packus_epi16(words, words));
+        storeBytes(_mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(1 << 14)), 15), line);
     }
+};
 
-private:
-    // Eight pixels and those to their right, in words.
-    static __m256i loadPairs(const uint8_t *src, const int32_t *offset)
+// Weights of 16 bits less 2^15 are signed words; 2^15 times the sum of the pixels comes on top.
+template <>
+struct RowSamples<Bilinear<Accurate8>> {
+    static void sample(const RowSource<uint8_t> &source, const RowPositions &at, uint8_t *line)
     {
-        const auto pair = [=](int32_t n) {
-            int16_t bytes;
-            std::memcpy(&bytes, src + offset[n], sizeof bytes);
-            return bytes;
-        };
-        return _mm256_cvtepu8_epi16(
-            _mm_setr_epi16(pair(0), pair(1), pair(2), pair(3), pair(4), pair(5), pair(6), pair(7)));
+        alignas(32) int32_t offset[kLanes];
+        source.offsets(at, offset);
+        const __m256i above = loadPairs(source.src, offset);
+        const __m256i below = loadPairs(source.src + source.pitch, offset);
+
+        const __m256i half = _mm256_set1_epi16(INT16_MIN);
+        const __m256i gxfx = _mm256_xor_si256(repeatFraction(at.x), _mm256_set1_epi32(0xFFFF));
+        const __m256i fy = repeatFraction(at.y);
+        const __m256i gy = _mm256_xor_si256(fy, _mm256_set1_epi32(-1));
+        const __m256i upper = _mm256_xor_si256(_mm256_mulhi_epu16(gxfx, gy), half);
+        const __m256i lower = _mm256_xor_si256(_mm256_mulhi_epu16(gxfx, fy), half);
+        const __m256i products = _mm256_add_epi32(_mm256_madd_epi16(upper, above), _mm256_madd_epi16(lower, below));
+        const __m256i sum = _mm256_sub_epi32(products, _mm256_madd_epi16(half, _mm256_add_epi16(above, below)));
+        storeBytes(_mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(0x8000)), 16), line);
     }
 };
 
@@ -262,7 +305,7 @@ void resampleRows(const FixedTile &tile, const Pixel *src, int32_t srcPitch, voi
 {
     using Element = typename Sink::template Element<Pixel>;
     const auto portable = resampleInside<Interpolation, Sink, FixedPosition, Pixel>;
-    if (tile.width < kLanes || srcPitch < INT16_MIN || srcPitch > INT16_MAX)
+    if (tile.width < kLanes || !RowSource<Pixel>::canReach(tile, srcPitch))
         return portable(tile, src, srcPitch, dst, dstPitch);
 
     constexpr auto shift = static_cast<int32_t>(Interpolation::template shift<int32_t>());
@@ -294,6 +337,8 @@ template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Nearest, Store, uint8_t>
 template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Nearest, Add, uint8_t>();
 template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Bilinear<Fast8>, Store, uint8_t>();
 template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Bilinear<Fast8>, Add, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Bilinear<Accurate8>, Store, uint8_t>();
+template TileKernel<uint8_t, int32_t> tileRowKernelAvx2<Bilinear<Accurate8>, Add, uint8_t>();
 template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Nearest, Store, uint16_t>();
 template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Nearest, Add, uint16_t>();
 template TileKernel<uint16_t, int32_t> tileRowKernelAvx2<Bilinear<Accurate16>, Store, uint16_t>();
