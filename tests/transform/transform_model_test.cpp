@@ -264,6 +264,31 @@ TEST_P(SamplingModel, SumsOfShortRows)
     }
 }
 
+// What leaves the caches is walked in stretches, in tiles cut into slices, with the next tile asked for: tiles of 96
+// and of 48 rows whose last stretch, tile and slice are shorter, level and steep, and so far reduced that nothing is
+// asked for.
+TEST_P(SamplingModel, LargerThanTheCaches)
+{
+    const struct {
+        int32_t side, pitch, columns, rows;
+        kmath_xformLinear rect;
+    } samplings[] = {
+        {2000, 2003, 230, 407, {100.3, 300.6, 1700, -80, 95, 1600}},
+        {2000, 2003, 230, 411, {1900.3, 400.6, -290, -1500, 1550, -280}},
+        {2000, 3301, 101, 470, {150.3, 1900.6, 100, 1700, -1800, 95}},
+        {2000, 2003, 20, 21, {100.3, 300.6, 1700, -80, 95, 1600}},
+    };
+    for (const auto &[side, pitch, columns, rows, rect] : samplings)
+        for (const Operation operation : {Operation::transform, Operation::project}) {
+            SamplingCall call = callOf(operation, side, side, pitch, columns, rows);
+            call.params.rect = rect;
+            const auto &[bytes, mode] = GetParam();
+            if (operation == Operation::transform || bytes == 1 || mode <= kip_affineModeBilinear) {
+                EXPECT_GE(check(call), 0);
+            }
+        }
+}
+
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------
 
 // 16.16 positions from a tile's own pixel reach 32767 pixels. A tile spreads over both its sides, in source pixels,

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "support/prefetch.h"
+
 namespace kip {
 
 // Rows of a tile, both passes of which run in one call; each row gives what sampleLinePortable and outputLinePortable
@@ -21,6 +23,8 @@ struct RowGroup {
     const int16_t *weights; // of the cubic table
     void *dst;              // pixels to store, or uint32_t sums to add to
     int64_t rowAdvance;     // bytes from a row of these to the next
+    const TileAhead &ahead;
+    int32_t firstRow, tileRows; // the group's first row, of so many of its tile
 };
 
 inline constexpr int32_t kGroupRows = 32;

@@ -6,6 +6,8 @@
 
 #include "cache/cubic_weight_table.h"
 #include "cache/sample_cache.h"
+#include "support/fixed_point.h"
+#include "support/prefetch.h"
 #include "transform/plan/plan_cubic.h"
 #include "transform/plan/plan_edge_rows.h"
 #include "transform/plan/plan_footprint.h"
@@ -56,7 +58,7 @@ int32_t countGroupRows(const TileRows<Rule> &rows, int32_t j)
 }
 
 template <typename Rule>
-void runRowGroup(const TileRows<Rule> &rows, int32_t j, int32_t count)
+void runRowGroup(const TileRows<Rule> &rows, int32_t j, int32_t count, const TileAhead &ahead)
 {
     const Scan<Rule> &scan = rows.scan;
     const kip_affineTilePlan &plan = scan.plan;
@@ -67,7 +69,7 @@ void runRowGroup(const TileRows<Rule> &rows, int32_t j, int32_t count)
          view.minorStep, -row.secondary, scan.source.secondarySize() - 1 - row.secondary,
          static_cast<int32_t>(row.position), plan.secondaryRowStep, plan.secondaryShear,
          static_cast<int32_t>(row.outputPosition), plan.primaryStep, plan.primaryRowStep, rows.tile.width, count,
-         scan.weights, rows.dstAt(j), rows.rowAdvance});
+         scan.weights, rows.dstAt(j), rows.rowAdvance, ahead, j, rows.tile.height});
 }
 
 // ---- Rows one by one ----------------------------------------------------------------------------------------------
@@ -106,8 +108,83 @@ void runRow(const TileRows<Rule> &rows, int32_t j)
 
 // ---- The walk -----------------------------------------------------------------------------------------------------
 
+struct RowsOfTiles {
+    int32_t first, end;
+};
+
+// A band is a whole number of them, but for the last one's end.
+RowsOfTiles rowsOfTiles(const Sampling &sampling, const kip_affineTilePlan &plan)
+{
+    const int32_t tileHeight = plan.tileHeight[0];
+    const int32_t first = -sampling.destination.originY / tileHeight;
+    return {first, first + (sampling.rows() - 1) / tileHeight + 1};
+}
+
+// Goes from tile to tile of some rows of tiles.
+struct PlanCursor {
+    const kip_affineTilePlan &plan;
+    int32_t ty, end;
+    int32_t tx = 0;
+    Position rowStart, at;
+
+    PlanCursor(const kip_affineTilePlan &walked, const RowsOfTiles &rows)
+        : plan(walked), ty(rows.first), end(rows.end), rowStart(rowOfTilesStart(walked, rows.first)), at(rowStart)
+    {}
+    bool isDone() const { return ty >= end; }
+    PlanTile tile() const
+    {
+        const int32_t tileClass = (tx == plan.tilesX - 1 ? 1 : 0) + (ty == plan.tilesY - 1 ? 2 : 0);
+        return planTileOf(plan, tx == 0 && ty == 0 ? firstTileStart(plan) : laterTileStart(plan, at), tileClass);
+    }
+    void advance()
+    {
+        at.move(plan.tileColumnStepX, plan.tileColumnStepY);
+        if (++tx < plan.tilesX)
+            return;
+        tx = 0;
+        ++ty;
+        rowStart.move(plan.tileRowStepX, plan.tileRowStepY);
+        at = rowStart;
+    }
+};
+
+// The first pixels, or sums, of tiles.
+struct PlanDestination {
+    uint8_t *first;
+    int64_t pitch; // bytes; 0 where all rows add to the same sums
+    int64_t elementSize;
+
+    uint8_t *dstOf(const PlanCursor &cursor) const
+    {
+        const int64_t row = int64_t{cursor.ty} * cursor.plan.tileHeight[0];
+        const int64_t column = int64_t{cursor.tx} * cursor.plan.tileWidth[0];
+        return first + (row * pitch + column * elementSize);
+    }
+};
+
+template <typename Rule>
+TileAhead aheadOf(const Scan<Rule> &scan, const PlanDestination &destination, const PlanCursor &cursor)
+{
+    constexpr int64_t bytes = sizeof(typename Rule::Pixel);
+    const auto &source = scan.source;
+    const PlanTile tile = cursor.tile();
+    Footprint footprint = {};
+    findFootprint(scan, tile, &footprint); // what lies outside is left out
+    const auto clamped = [](int64_t at, int64_t size) { return std::clamp<int64_t>(at, 0, size - 1); };
+    const int64_t primary = clamped(footprint.primaryLeast, source.primarySize());
+    const int64_t secondary = clamped(footprint.secondaryLeast, source.secondarySize());
+    const int64_t along = clamped(footprint.primaryGreatest, source.primarySize()) + 1 - primary;
+    const int64_t across = clamped(footprint.secondaryGreatest, source.secondarySize()) + 1 - secondary;
+    const MemoryBox box = {reinterpret_cast<const uint8_t *>(source.first + source.offset(primary, secondary)),
+                           source.pitch * bytes, (source.transposed ? across : along) * bytes,
+                           source.transposed ? along : across};
+    return {box.lines() <= kMostLinesAhead ? box : MemoryBox{},
+            {destination.dstOf(cursor), destination.pitch, tile.width * destination.elementSize,
+             destination.pitch == 0 ? 1 : tile.height}};
+}
+
 template <typename Rule, bool kAdd>
-void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst)
+void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst, const TileAhead &ahead)
 {
     using Pixel = typename Rule::Pixel;
     Footprint footprint = {};
@@ -124,24 +201,15 @@ void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst)
                                  rowAdvance};
     for (int32_t j = 0; j < tile.height;) {
         const int32_t grouped = inGroups ? countGroupRows(rows, j) : 0;
-        if (grouped > 0)
-            runRowGroup(rows, j, grouped);
-        else
+        const int32_t count = std::max(grouped, 1);
+        if (grouped > 0) {
+            runRowGroup(rows, j, grouped, ahead);
+        } else {
+            ahead.prefetch(j, j + count, tile.height);
             runRow<Rule, kAdd>(rows, j);
-        j += std::max(grouped, 1);
+        }
+        j += count;
     }
-}
-
-struct RowsOfTiles {
-    int32_t first, end;
-};
-
-// A band is a whole number of them, but for the last one's end.
-RowsOfTiles rowsOfTiles(const Sampling &sampling, const kip_affineTilePlan &plan)
-{
-    const int32_t tileHeight = plan.tileHeight[0];
-    const int32_t first = -sampling.destination.originY / tileHeight;
-    return {first, first + (sampling.rows() - 1) / tileHeight + 1};
 }
 
 template <typename Rule, bool kAdd>
@@ -150,10 +218,11 @@ int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan, co
     const int32_t status = ensureCubicWeightTable();
     if (status < 0)
         return status;
+    using Pixel = typename Rule::Pixel;
     void *const scratch = sampling.scratch != nullptr ? sampling.scratch : plan.scratch;
     auto *const line = static_cast<typename Rule::Entry *>(scratch);
     const Scan<Rule> scan = {plan,
-                             scanSourceOf<typename Rule::Pixel>(sampling.source, plan),
+                             scanSourceOf<Pixel>(sampling.source, plan),
                              kernels,
                              getCubicWeightsBase(cubicWeightTable()),
                              static_cast<uint8_t *>(scratch),
@@ -161,23 +230,19 @@ int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan, co
     // A row leaves out samples that lie wholly outside; what they hold must not depend on earlier calls.
     std::fill_n(line, plan.lineEntries, typename Rule::Entry{0});
 
-    const int64_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(typename Rule::Pixel);
-    const int64_t dstPitch = kAdd ? 0 : static_cast<int32_t>(plan.destinationPitch);
-    const RowsOfTiles band = rowsOfTiles(sampling, plan);
-    Position rowStart = rowOfTilesStart(plan, band.first);
-    for (int32_t ty = band.first; ty < band.end; ++ty) {
-        Position at = rowStart;
-        for (int32_t tx = 0; tx < plan.tilesX; ++tx) {
-            const int32_t tileClass = (tx == plan.tilesX - 1 ? 1 : 0) + (ty == plan.tilesY - 1 ? 2 : 0);
-            const TileStart start = tx == 0 && ty == 0 ? firstTileStart(plan) : laterTileStart(plan, at);
-            const int64_t column = int64_t{tx} * plan.tileWidth[0];
-            const int64_t row = int64_t{ty} * plan.tileHeight[0];
-            processTile<Rule, kAdd>(scan, planTileOf(plan, start, tileClass),
-                                    static_cast<uint8_t *>(sampling.destination.pixels) +
-                                        (row * dstPitch + column) * elementSize);
-            at.move(plan.tileColumnStepX, plan.tileColumnStepY);
-        }
-        rowStart.move(plan.tileRowStepX, plan.tileRowStepY);
+    const int64_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(Pixel);
+    const PlanDestination destination = {static_cast<uint8_t *>(sampling.destination.pixels),
+                                         kAdd ? 0 : static_cast<int32_t>(plan.destinationPitch) * elementSize,
+                                         elementSize};
+    const bool prefetches = leavesCaches(plan.primaryStep / kFixedOne * (plan.secondaryRowStep / kFixedOne),
+                                         sampling.destination.width, sampling.params.destHeight, sizeof(Pixel));
+    PlanCursor cursor(plan, rowsOfTiles(sampling, plan));
+    while (!cursor.isDone()) {
+        const PlanTile tile = cursor.tile();
+        uint8_t *const dst = destination.dstOf(cursor);
+        cursor.advance();
+        processTile<Rule, kAdd>(scan, tile, dst,
+                                prefetches && !cursor.isDone() ? aheadOf(scan, destination, cursor) : TileAhead{});
     }
     return status;
 }

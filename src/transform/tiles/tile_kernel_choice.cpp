@@ -31,20 +31,6 @@ TileKernels<Pixel, int32_t> withVariants(uint32_t features, uint32_t accumulate,
                            : withVariants<Interpolation, Add>(features, kernels);
 }
 
-#if defined(KIP_HAS_X86_VARIANTS)
-
-// A variant of the 16-bit bilinear store kernel, about which the hook is asked for every tile.
-template <TileKernel<uint16_t, int32_t> (*kVariant)()>
-void unlessInhibited(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, void *dst, int32_t dstPitch)
-{
-    if (mayOptimiseTransformTileBilinear16())
-        kVariant()(tile, src, srcPitch, dst, dstPitch);
-    else
-        resampleInside<Bilinear<Accurate16>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
-}
-
-#endif
-
 } // namespace
 
 TileKernels<uint8_t, int32_t> fastTileKernels8(uint32_t features, uint32_t accumulate, uint32_t mode)
@@ -76,15 +62,7 @@ TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumul
     const auto portable = fixedTileKernels16(accumulate, mode);
     if (mode == kip_affineModeNearest)
         return withVariants<Nearest>(features, accumulate, portable);
-    using Accurate = Bilinear<Accurate16>;
-    auto kernels = withVariants<Accurate>(features, accumulate, portable);
-#if defined(KIP_HAS_X86_VARIANTS)
-    if (accumulate == 0 && (features & ksys_featureAvx512) != 0)
-        kernels.inside = unlessInhibited<tileBlockKernelAvx512<Accurate, Store, uint16_t>>;
-    else if (accumulate == 0 && (features & ksys_featureAvx2) != 0)
-        kernels.inside = unlessInhibited<tileRowKernelAvx2<Accurate, Store, uint16_t>>;
-#endif
-    return kernels;
+    return withVariants<Bilinear<Accurate16>>(features, accumulate, portable);
 }
 
 } // namespace kip

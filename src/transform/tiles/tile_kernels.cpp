@@ -9,19 +9,12 @@ namespace kip {
 
 namespace {
 
-void boundedBilinear16(const FixedTile &tile, const uint16_t *src, int32_t srcPitch, const SourceBounds &bounds,
-                       void *dst, int32_t dstPitch)
-{
-    mayOptimiseTransformTileBilinear16(); // there is no variant of a bounded kernel, whatever the answer
-    resampleBounded<Bilinear<Accurate16>, Store, FixedPosition, uint16_t>(tile, src, srcPitch, bounds, dst, dstPitch);
-}
-
-} // namespace
-
 bool mayOptimiseTransformTileBilinear16()
 {
     return !isInhibited(L"kip_affineTransformTileBilinearAccurate16Portable");
 }
+
+} // namespace
 
 void kip_affineTransformTileNearest8Portable(const FixedTile &tile, const uint8_t *src, int32_t srcPitch, void *dst,
                                              int32_t dstPitch)
@@ -80,7 +73,6 @@ void kip_affineTransformTileNearest16Portable(const FixedTile &tile, const uint1
 void kip_affineTransformTileBilinearAccurate16Portable(const FixedTile &tile, const uint16_t *src, int32_t srcPitch,
                                                        void *dst, int32_t dstPitch)
 {
-    mayOptimiseTransformTileBilinear16(); // this is the portable kernel, whatever the answer
     resampleInside<Bilinear<Accurate16>, Store, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 }
 
@@ -126,7 +118,8 @@ TileKernels<uint16_t, int32_t> fixedTileKernels16(uint32_t accumulate, uint32_t 
         return withTwin<Bilinear<Accurate16>, Add, FixedPosition>(kip_affineProjectTileBilinearAccurate16Portable);
     auto kernels =
         withTwin<Bilinear<Accurate16>, Store, FixedPosition>(kip_affineTransformTileBilinearAccurate16Portable);
-    kernels.bounded = boundedBilinear16;
+    kernels.mayOptimise = mayOptimiseTransformTileBilinear16;
+    kernels.portable = kernels.inside;
     return kernels;
 }
 

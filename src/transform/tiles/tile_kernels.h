@@ -52,16 +52,15 @@ struct TileKernels {
     BoundedTileKernel<Pixel, Position> bounded;
     int32_t reach;
     Position shift;
+    // Asked once for every tile, where set, whatever it is for: unless the answer is yes, portable stands in for inside.
+    bool (*mayOptimise)() = nullptr;
+    TileKernel<Pixel, Position> portable = nullptr;
 };
 
 // The portable kernels of mode 0 or 1 that store samples (accumulate 0) or add them to column sums.
 TileKernels<uint8_t, int32_t> fixedTileKernels8(uint32_t accumulate, uint32_t mode);
 TileKernels<uint8_t, double> doubleTileKernels8(uint32_t accumulate, uint32_t mode);
 TileKernels<uint16_t, int32_t> fixedTileKernels16(uint32_t accumulate, uint32_t mode);
-
-// Tells whether the hook lets the 16-bit bilinear store kernel have an optimised variant. Whatever computes a tile of
-// that kernel asks this once for it.
-bool mayOptimiseTransformTileBilinear16();
 
 // The kernels by name. Nearest neighbour takes the pixel that contains the position. Bilinear weighs the four
 // pixels round it, with the exact 32-bit weights of a 16-bit fraction for 16-bit pixels and with 16-bit

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
 
 #include "geometry/sampling_grid.h"
 #include "support/fixed_point.h"
+#include "support/prefetch.h"
 
 namespace kip {
 
@@ -13,6 +15,10 @@ namespace {
 // Destinations up to this size step from tile to tile by whole multiples of the truncated pixel step; larger
 // ones from the doubles, so that the truncation does not add up.
 constexpr int32_t kMaxExtentForSteppedTiles = 1024;
+
+// Rows of the destination that a walk down its columns takes at a time where it leaves the caches. They still have
+// their lines in the second-level cache, and their pages in the translation buffer, when the next column comes.
+constexpr int32_t kStretchOfRows = 384;
 
 template <typename Coordinate>
 struct Point {
@@ -45,25 +51,45 @@ bool isSteeper(int32_t a, int32_t b)
     return std::abs(int64_t{a}) > std::abs(int64_t{b});
 }
 
-// Tells whether all of an interval of 16.16 positions lies in columns (or rows) 0 to size - 1 - reach of the
-// source, counted from base, and in 32 bits.
-bool isIntervalInside(int64_t start, int64_t alongRow, int64_t alongColumn, int64_t base, int32_t size, int32_t reach)
-{
-    const int64_t least = start + std::min<int64_t>(alongRow, 0) + std::min<int64_t>(alongColumn, 0);
-    const int64_t greatest = start + std::max<int64_t>(alongRow, 0) + std::max<int64_t>(alongColumn, 0);
-    return least >= INT32_MIN && greatest <= INT32_MAX && base + (least >> 16) >= 0 &&
-           base + (greatest >> 16) + reach < size;
-}
+// The 16.16 positions of a tile along one axis, less the interpolation's shift.
+struct Interval {
+    int64_t least, greatest;
+
+    Interval(int64_t start, int64_t alongRow, int64_t alongColumn)
+        : least(start + std::min<int64_t>(alongRow, 0) + std::min<int64_t>(alongColumn, 0)),
+          greatest(start + std::max<int64_t>(alongRow, 0) + std::max<int64_t>(alongColumn, 0))
+    {}
+
+    // Tells whether all of it lies in columns (or rows) 0 to size - 1 - reach of the source, counted from base, and in
+    // 32 bits.
+    bool isInside(int64_t base, int32_t size, int32_t reach) const
+    {
+        return least >= INT32_MIN && greatest <= INT32_MAX && base + (least >> 16) >= 0 &&
+               base + (greatest >> 16) + reach < size;
+    }
+    // The first and the last of these columns (or rows) that it leads to, or the nearest ones to that.
+    int64_t first(int64_t base, int32_t size) const { return std::clamp<int64_t>(base + (least >> 16), 0, size - 1); }
+    int64_t last(int64_t base, int32_t size, int32_t reach) const
+    {
+        return std::clamp<int64_t>(base + (greatest >> 16) + reach, 0, size - 1);
+    }
+};
 
 // A tile is a parallelogram in the source: its corners bound all of its positions, none of which wraps then.
+Interval horizontalInterval(const FixedTile &tile, int32_t shift)
+{
+    return {int64_t{tile.x} - shift, int64_t{tile.width - 1} * tile.colStepX, int64_t{tile.rows - 1} * tile.rowStepX};
+}
+
+Interval verticalInterval(const FixedTile &tile, int32_t shift)
+{
+    return {int64_t{tile.y} - shift, int64_t{tile.width - 1} * tile.colStepY, int64_t{tile.rows - 1} * tile.rowStepY};
+}
+
 bool isInside(const FixedTile &tile, const SourceBounds &bounds, int32_t reach, int32_t shift)
 {
-    const int64_t columns = tile.width - 1;
-    const int64_t rows = tile.rows - 1;
-    return isIntervalInside(int64_t{tile.x} - shift, columns * tile.colStepX, rows * tile.rowStepX, bounds.baseX,
-                            bounds.width, reach) &&
-           isIntervalInside(int64_t{tile.y} - shift, columns * tile.colStepY, rows * tile.rowStepY, bounds.baseY,
-                            bounds.height, reach);
+    return horizontalInterval(tile, shift).isInside(bounds.baseX, bounds.width, reach) &&
+           verticalInterval(tile, shift).isInside(bounds.baseY, bounds.height, reach);
 }
 
 // The kernel adds steps where this multiplies them. A tile's sums differ from the products by far less than
@@ -210,6 +236,137 @@ struct Direction {
     int64_t advance;        // bytes of the destination to the next tile
 };
 
+// A tile's place in the walk.
+template <typename Coordinate>
+struct Place {
+    Point<Coordinate> at;
+    int64_t offset; // bytes of the destination
+
+    void move(const Direction<Coordinate> &direction)
+    {
+        at = {at.x + direction.step.x, at.y + direction.step.y};
+        offset += direction.advance;
+    }
+};
+
+// Goes from tile to tile: a stretch along the inner direction, then on by one along the outer, and so on; then the next
+// stretch.
+template <typename Coordinate>
+struct Cursor {
+    int32_t tileSize;
+    Direction<Coordinate> outer, inner;
+    int64_t stretch;        // destination pixels along the inner direction, whole tiles
+    Place<Coordinate> line; // the first tile of this stretch at this place along the outer direction
+    Place<Coordinate> place = line;
+    Place<Coordinate> nextStretch = {};
+    int64_t stretchBegin = 0; // destination pixels before this stretch and before this tile
+    int64_t outerCovered = 0;
+    int64_t innerCovered = 0;
+
+    bool isDone() const { return outerCovered >= outer.extent || innerCovered >= inner.extent; }
+    int32_t outerCount() const { return count(outer.extent - outerCovered); }
+    int32_t innerCount() const { return count(inner.extent - innerCovered); }
+    void advance()
+    {
+        innerCovered += tileSize;
+        place.move(inner);
+        if (innerCovered < std::min<int64_t>(stretchBegin + stretch, inner.extent))
+            return;
+        if (outerCovered == 0)
+            nextStretch = place;
+        outerCovered += tileSize;
+        if (outerCovered < outer.extent) {
+            innerCovered = stretchBegin;
+            line.move(outer);
+        } else {
+            stretchBegin = innerCovered;
+            outerCovered = 0;
+            line = nextStretch;
+        }
+        place = line;
+    }
+
+private:
+    int32_t count(int64_t left) const { return static_cast<int32_t>(std::min<int64_t>(tileSize, left)); }
+};
+
+// A tile and where it reads and writes.
+template <typename Position>
+struct PlacedTile {
+    Tile<Position> tile;
+    SourceBounds bounds;
+    uint8_t *dst;
+};
+
+// What all tiles of a walk share.
+template <typename Pixel, typename Position>
+struct Walk {
+    const kimg_windowConst &source;
+    const TileKernels<Pixel, Position> &kernels;
+    int32_t dstPitch; // elements; 0 where all rows add to the same sums
+    int64_t elementSize;
+    bool prefetches;
+};
+
+// So many rows of a tile. One in doubles, whose kernels add up from its first row, is never cut.
+FixedTile sliceOf(const FixedTile &tile, int32_t first, int32_t rows)
+{
+    FixedTile slice = tile;
+    slice.x = static_cast<int32_t>(unsignedOf(tile.x) + unsignedOf(first) * unsignedOf(tile.rowStepX));
+    slice.y = static_cast<int32_t>(unsignedOf(tile.y) + unsignedOf(first) * unsignedOf(tile.rowStepY));
+    slice.rows = rows;
+    return slice;
+}
+
+DoubleTile sliceOf(const DoubleTile &tile, int32_t, int32_t)
+{
+    return tile;
+}
+
+// Resamples a tile; in slices of a few rows, with a part of what is ahead before each, where the walk prefetches.
+template <typename Pixel, typename Position>
+void resampleTile(const Walk<Pixel, Position> &walk, const PlacedTile<Position> &placed, const TileAhead &ahead)
+{
+    constexpr int32_t sliceRows = 16 / sizeof(Pixel); // fewer cost more in calls than they gain
+    const TileKernels<Pixel, Position> &kernels = walk.kernels;
+    const SourceBounds &bounds = placed.bounds;
+    const int32_t rows = placed.tile.rows;
+    const auto *const src = static_cast<const Pixel *>(walk.source.pixels);
+    const int32_t srcPitch = walk.source.pitch;
+    const bool mayOptimise = kernels.mayOptimise == nullptr || kernels.mayOptimise();
+    const auto inside = mayOptimise ? kernels.inside : kernels.portable;
+    const bool isTileInside = isInside(placed.tile, bounds, kernels.reach, kernels.shift);
+    for (int32_t first = 0, end = 0; first < rows; first = end) {
+        end = walk.prefetches && first + 2 * sliceRows <= rows ? first + sliceRows : rows;
+        ahead.prefetch(first, end, rows);
+        const auto slice = sliceOf(placed.tile, first, end - first);
+        uint8_t *const dst = placed.dst + int64_t{first} * walk.dstPitch * walk.elementSize;
+        if (isTileInside)
+            inside(slice, src + (bounds.baseY * srcPitch + bounds.baseX), srcPitch, dst, walk.dstPitch);
+        else
+            kernels.bounded(slice, src, srcPitch, bounds, dst, walk.dstPitch);
+    }
+}
+
+template <typename Pixel, typename Position>
+TileAhead aheadOf(const Walk<Pixel, Position> &walk, const PlacedTile<Position> &placed)
+{
+    constexpr int64_t bytes = sizeof(Pixel);
+    const auto &[tile, bounds, dst] = placed;
+    const int32_t reach = walk.kernels.reach;
+    const Interval x = horizontalInterval(tile, walk.kernels.shift);
+    const Interval y = verticalInterval(tile, walk.kernels.shift);
+    const int64_t column = x.first(bounds.baseX, bounds.width);
+    const int64_t row = y.first(bounds.baseY, bounds.height);
+    const int64_t pitch = walk.source.pitch;
+    const MemoryBox footprint = {static_cast<const uint8_t *>(walk.source.pixels) + (row * pitch + column) * bytes,
+                                 pitch * bytes, (x.last(bounds.baseX, bounds.width, reach) + 1 - column) * bytes,
+                                 y.last(bounds.baseY, bounds.height, reach) + 1 - row};
+    const MemoryBox destination = {dst, walk.dstPitch * walk.elementSize, tile.width * walk.elementSize,
+                                   walk.dstPitch == 0 ? 1 : tile.rows};
+    return {footprint.lines() <= kMostLinesAhead ? footprint : MemoryBox{}, destination};
+}
+
 // makeMotion(grid): the motion of the walk.
 template <typename Pixel, typename Position, typename MakeMotion>
 int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<Pixel, Position> &kernels,
@@ -217,6 +374,7 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<
 {
     using Motion = decltype(makeMotion(SamplingGrid{}));
     using Coordinate = typename Motion::Coordinate;
+    constexpr bool isFixed = std::is_same_v<Position, int32_t>;
     const kimg_windowConst &source = sampling.source;
     const kimg_window &destination = sampling.destination;
     const kip_affineSampleParams &params = sampling.params;
@@ -228,11 +386,15 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<
     const Motion motion = makeMotion(grid);
 
     const bool add = sampling.adds();
-    const int32_t dstPitch = add ? 0 : destination.pitch;
+    const double sourceArea = grid.colStep.x * grid.rowStep.y - grid.colStep.y * grid.rowStep.x;
     const int64_t elementSize = add ? sizeof(uint32_t) : sizeof(Pixel);
-    const Direction<Coordinate> down = {sampling.rows(), motion.tileRow, int64_t{tileSize} * dstPitch * elementSize};
+    const Walk<Pixel, Position> walk = {
+        source, kernels, add ? 0 : destination.pitch, elementSize,
+        isFixed && leavesCaches(sourceArea, params.destWidth, params.destHeight, sizeof(Pixel))};
+    const Direction<Coordinate> down = {sampling.rows(), motion.tileRow,
+                                        int64_t{tileSize} * walk.dstPitch * walk.elementSize};
     const Direction<Coordinate> right = {add ? params.destWidth : destination.width, motion.tileCol,
-                                         tileSize * elementSize};
+                                         tileSize * walk.elementSize};
 
     // Tiles that follow each other along the source's rows share them in the cache.
     const bool transposedOrder = motion.isColumnSteeper() && destination.originY == 0;
@@ -240,32 +402,30 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<
     const Direction<Coordinate> &inner = transposedOrder ? down : right;
 
     const int64_t skipped = -(int64_t{destination.originY} / tileSize);
-    Point<Coordinate> line = {motion.start.x + Motion::times(skipped, outer.step.x),
-                              motion.start.y + Motion::times(skipped, outer.step.y)};
-    int64_t lineOffset = skipped * outer.advance;
-
-    auto *const dst = static_cast<uint8_t *>(destination.pixels);
-    const auto *const src = static_cast<const Pixel *>(source.pixels);
-    for (int64_t o = 0; o < outer.extent; o += tileSize) {
-        const auto outerCount = static_cast<int32_t>(std::min<int64_t>(tileSize, outer.extent - o));
-        Point<Coordinate> at = line;
-        int64_t offset = lineOffset;
-        for (int64_t i = 0; i < inner.extent; i += tileSize) {
-            const auto innerCount = static_cast<int32_t>(std::min<int64_t>(tileSize, inner.extent - i));
-            SourceBounds bounds = {0, 0, source.width, source.height};
-            auto tile = motion.tile(at, &bounds);
-            tile.width = transposedOrder ? outerCount : innerCount;
-            tile.rows = transposedOrder ? innerCount : outerCount;
-            if (isInside(tile, bounds, kernels.reach, kernels.shift))
-                kernels.inside(tile, src + (bounds.baseY * source.pitch + bounds.baseX), source.pitch, dst + offset,
-                               dstPitch);
-            else
-                kernels.bounded(tile, src, source.pitch, bounds, dst + offset, dstPitch);
-            at = {at.x + inner.step.x, at.y + inner.step.y};
-            offset += inner.advance;
-        }
-        line = {line.x + outer.step.x, line.y + outer.step.y};
-        lineOffset += outer.advance;
+    const int64_t stretch = transposedOrder && walk.prefetches ? kStretchOfRows / tileSize * tileSize : inner.extent;
+    Cursor<Coordinate> cursor = {
+        tileSize,
+        outer,
+        inner,
+        stretch,
+        {{motion.start.x + Motion::times(skipped, outer.step.x), motion.start.y + Motion::times(skipped, outer.step.y)},
+         skipped * outer.advance}};
+    const auto placedTile = [&] {
+        PlacedTile<Position> placed = {
+            {}, {0, 0, source.width, source.height}, static_cast<uint8_t *>(destination.pixels) + cursor.place.offset};
+        placed.tile = motion.tile(cursor.place.at, &placed.bounds);
+        placed.tile.width = transposedOrder ? cursor.outerCount() : cursor.innerCount();
+        placed.tile.rows = transposedOrder ? cursor.innerCount() : cursor.outerCount();
+        return placed;
+    };
+    while (!cursor.isDone()) {
+        const PlacedTile<Position> placed = placedTile();
+        cursor.advance();
+        TileAhead ahead;
+        if constexpr (isFixed)
+            if (walk.prefetches && !cursor.isDone())
+                ahead = aheadOf(walk, placedTile());
+        resampleTile(walk, placed, ahead);
     }
     return status;
 }

@@ -238,6 +238,7 @@ inline void resampleRowGroup(const RowGroup<typename Kernel::Rule::Pixel> &group
             across += group.positionRowStep;
             dst += group.rowAdvance;
         }
+        group.ahead.prefetch(group.firstRow + from, group.firstRow + from + rows, group.tileRows);
         kernel.sampleRows(taps, pitch, rows, lines);
         kernel.outputRows(lines, rows, group.width, outputs);
     }
