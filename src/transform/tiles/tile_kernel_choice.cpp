@@ -68,7 +68,7 @@ TileKernels<uint16_t, int32_t> tileKernels16(uint32_t features, uint32_t accumul
     if (accumulate == 0 && (features & ksys_featureAvx512) != 0)
         kernels.inside = unlessInhibited<tileBlockKernelAvx512<Accurate, Store, uint16_t>>;
     else if (accumulate == 0 && (features & ksys_featureAvx2) != 0)
-        kernels.inside = unlessInhibited<tileRowKernelAvx2<Accurate, Store, uint16_t>>;
+        kernels.inside = unlessInhibited<tileKernelAvx2<Accurate, Store, uint16_t>>;
 #endif
     return kernels;
 }
