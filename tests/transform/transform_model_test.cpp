@@ -15,6 +15,7 @@
 #include "support/levels.h"
 #include "support/sampling_call.h"
 #include "support/slow_model.h"
+#include "support/turns.h"
 
 namespace kip::test {
 
@@ -205,6 +206,50 @@ TEST_P(SamplingModel, BoxesThatJustFit)
         const int32_t rows = 8 + n % 3 * 2;
         sample(40, 50, 512, columns, rows, {26, 0, -4.5, -16.3, n / 60.0 * columns, 2.5});
         sample(40, 60, 40, columns, rows, {2, 0, 26, 3, n / 140.0 * columns, n / 42.0 * rows});
+    }
+}
+
+// Kernels of whole-pixel maps move vectors, lines of the cache, tiles of a line a side and groups of 8 x 8 of these.
+TEST_P(SamplingModel, WholePixelsRoundVectorsLinesAndTiles)
+{
+    const auto &[bytes, mode] = GetParam();
+    if (mode != kip_affineModeNearest)
+        return;
+    const int32_t line = 64 / bytes;
+    const auto move = [&](int32_t width, int32_t height) {
+        for (const Turn &turn : kTurns) {
+            SamplingCall call = callOf(Operation::transformAligned, width, height,
+                                       (width + random.between32(0, 1)) * random.pick({1, 1, -1}), 1, 1);
+            call.alignCode = turn.code;
+            const Extent extent = resultExtent(call);
+            call.result.isBound = true;
+            call.result.width = static_cast<int32_t>(extent.width);
+            call.result.height = static_cast<int32_t>(extent.height);
+            call.result.pitch = call.result.width + random.between32(0, 1);
+            EXPECT_EQ(check(call), 0);
+        }
+    };
+    for (const int32_t side : {line / 4, line / 2, line, 2 * line, 3 * line})
+        for (const int32_t more : {-1, 0, 1})
+            move(side + more, random.pick({1, 3, 4, 5, line - 1, line, line + 1, 2 * line, 65}));
+    move(8 * line, 8 * line);
+    move(9 * line + 1, line + 1);
+    move(line + 1, 9 * line + 1);
+}
+
+// Sums of rows: so few that the vectors of four are added up together, and longer ones.
+TEST_P(SamplingModel, SumsOfShortRows)
+{
+    const auto &[bytes, mode] = GetParam();
+    if (bytes == 2 || mode != kip_affineModeNearest)
+        return;
+    for (const int32_t width : {1, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 511, 512, 513}) {
+        for (int32_t height = 3; height <= 9; ++height) {
+            SamplingCall call = callOf(Operation::sumWindow, width, height, width + height % 2, 1, 1);
+            call.result = {true, height, 1, height};
+            call.isWhite = width % 2 == 0;
+            EXPECT_EQ(check(call), 0);
+        }
     }
 }
 

@@ -40,12 +40,7 @@ struct Vector {
     Vector interleavedUpper(Vector b) const { return {_mm256_unpackhi_epi16(bits, b.bits)}; }
     Vector sumsOfBytes() const { return {_mm256_sad_epu8(bits, zero().bits)}; }
     Vector plusSums(Vector b) const { return {_mm256_add_epi64(bits, b.bits)}; }
-    uint32_t total() const
-    {
-        __m128i half = _mm_add_epi64(quarter<0>(), quarter<1>());
-        half = _mm_add_epi64(half, _mm_unpackhi_epi64(half, half));
-        return static_cast<uint32_t>(_mm_cvtsi128_si32(half));
-    }
+    __m128i foldedSums() const { return _mm_add_epi64(quarter<0>(), quarter<1>()); }
 
     // A vector that ends with the row, less the pixels that are in whole ones.
     struct Tail {

@@ -41,7 +41,11 @@ struct Vector {
     Vector interleavedUpper(Vector b) const { return {_mm512_unpackhi_epi16(bits, b.bits)}; }
     Vector sumsOfBytes() const { return {_mm512_sad_epu8(bits, zero().bits)}; }
     Vector plusSums(Vector b) const { return {_mm512_add_epi64(bits, b.bits)}; }
-    uint32_t total() const { return static_cast<uint32_t>(_mm512_reduce_add_epi64(bits)); }
+    __m128i foldedSums() const
+    {
+        const __m256i half = _mm256_add_epi64(_mm512_castsi512_si256(bits), _mm512_extracti64x4_epi64(bits, 1));
+        return _mm_add_epi64(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1));
+    }
 
     struct Tail {
         __mmask64 mask;

@@ -40,10 +40,7 @@ struct Vector {
     Vector interleavedUpper(Vector b) const { return {_mm_unpackhi_epi16(bits, b.bits)}; }
     Vector sumsOfBytes() const { return {_mm_sad_epu8(bits, zero().bits)}; }
     Vector plusSums(Vector b) const { return {_mm_add_epi64(bits, b.bits)}; }
-    uint32_t total() const
-    {
-        return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi64(bits, _mm_unpackhi_epi64(bits, bits))));
-    }
+    __m128i foldedSums() const { return bits; }
 
     // A vector that ends with the row, less the pixels that are in whole ones.
     struct Tail {

@@ -11,7 +11,8 @@
 //   upperBytes, raisedBytes               its words shifted by 8 bits, down and up
 //   interleavedLower, interleavedUpper    its words and another's in turn, of each quarter's lower or upper half
 //   quarter, addEightWords                a quarter, and the words of one added to as many sums
-//   sumsOfBytes, plusSums, total          sums of eight bytes each in 64 bits; the low 32 bits of all of them
+//   sumsOfBytes, plusSums                 sums of eight bytes each in 64 bits
+//   foldedSums                            these added up to two
 //   Tail                                  loads the pixels of a row that come after its last whole vector, and zeros
 
 #include <cstdint>
@@ -84,24 +85,68 @@ void widenByVectors(uint16_t *partials, int32_t width, SumRow sums, WidenKernel 
         narrower(partials + x, width - x, SumRow(sums.at(x)));
 }
 
+// The low 32 bits of four pairs of 64-bit sums, each pair added up.
+inline __m128i totalsOf(__m128i a, __m128i b, __m128i c, __m128i d)
+{
+    const __m128i ab = _mm_add_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b));
+    const __m128i cd = _mm_add_epi32(_mm_unpacklo_epi32(c, d), _mm_unpackhi_epi32(c, d));
+    return _mm_unpacklo_epi64(ab, cd);
+}
+
+// Sums four rows at once: in short ones most of the work is to add up their vectors, which is done together.
+template <typename Vector>
+__m128i sumFourRows(const uint8_t *row, int64_t pitch, int32_t width, const typename Vector::Tail &tail)
+{
+    constexpr int32_t lanes = Vector::kBytes;
+    Vector a = Vector::zero();
+    Vector b = a;
+    Vector c = a;
+    Vector d = a;
+    const auto add = [&](const auto &load) {
+        a = a.plusSums(load(row).sumsOfBytes());
+        b = b.plusSums(load(row + pitch).sumsOfBytes());
+        c = c.plusSums(load(row + 2 * pitch).sumsOfBytes());
+        d = d.plusSums(load(row + 3 * pitch).sumsOfBytes());
+    };
+    for (int32_t x = 0; x + lanes <= width; x += lanes)
+        add([x](const uint8_t *at) { return Vector::load(at + x); });
+    if (width % lanes != 0)
+        add([&tail](const uint8_t *at) { return tail.load(at); });
+    return totalsOf(a.foldedSums(), b.foldedSums(), c.foldedSums(), d.foldedSums());
+}
+
+template <typename Vector>
+uint32_t sumOneRow(const uint8_t *row, int32_t width, const typename Vector::Tail &tail)
+{
+    constexpr int32_t lanes = Vector::kBytes;
+    Vector sum = tail.load(row).sumsOfBytes();
+    Vector other = Vector::zero(); // two chains of additions
+    int32_t x = 0;
+    for (; x + 2 * lanes <= width; x += 2 * lanes) {
+        sum = sum.plusSums(Vector::load(row + x).sumsOfBytes());
+        other = other.plusSums(Vector::load(row + x + lanes).sumsOfBytes());
+    }
+    if (x + lanes <= width)
+        sum = sum.plusSums(Vector::load(row + x).sumsOfBytes());
+    const __m128i folded = sum.plusSums(other).foldedSums();
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(totalsOf(folded, folded, folded, folded)));
+}
+
 template <typename Vector>
 void sumRowsByVectors(const PixelRows8 &rows, SumRow sums, int32_t step)
 {
-    constexpr int32_t lanes = Vector::kBytes;
+    constexpr int32_t shortRow = 512;
     const typename Vector::Tail tail(rows.width);
-    for (int32_t y = 0; y < rows.height; ++y) {
-        const uint8_t *const row = rows.row(y);
-        Vector sum = tail.load(row).sumsOfBytes();
-        Vector other = Vector::zero(); // two chains of additions
-        int32_t x = 0;
-        for (; x + 2 * lanes <= rows.width; x += 2 * lanes) {
-            sum = sum.plusSums(Vector::load(row + x).sumsOfBytes());
-            other = other.plusSums(Vector::load(row + x + lanes).sumsOfBytes());
-        }
-        if (x + lanes <= rows.width)
-            sum = sum.plusSums(Vector::load(row + x).sumsOfBytes());
-        sums.set(int64_t{y} * step, sum.plusSums(other).total());
+    int64_t y = 0;
+    for (; rows.width <= shortRow && y + 4 <= rows.height; y += 4) {
+        alignas(16) uint32_t totals[4];
+        _mm_store_si128(reinterpret_cast<__m128i *>(totals),
+                        sumFourRows<Vector>(rows.row(y), rows.pitch, rows.width, tail));
+        for (int n = 0; n < 4; ++n)
+            sums.set((y + n) * step, totals[n]);
     }
+    for (; y < rows.height; ++y)
+        sums.set(y * step, sumOneRow<Vector>(rows.row(y), rows.width, tail));
 }
 
 } // namespace kip

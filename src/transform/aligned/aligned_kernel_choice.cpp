@@ -10,12 +10,12 @@ namespace kip {
 template <typename Pixel>
 AlignedKernels<Pixel> alignedKernels([[maybe_unused]] uint32_t features)
 {
-    AlignedKernels<Pixel> kernels = {transposePortable<Pixel>, reversePortable<Pixel>};
+    AlignedKernels<Pixel> kernels = {transposePortable<Pixel>, mirrorPortable<Pixel>};
 #if defined(KIP_HAS_X86_VARIANTS)
     if ((features & ksys_featurePackedInteger) != 0)
-        kernels = {transposeSse2<Pixel>, reverseSse2<Pixel>};
+        kernels = {transposeSse2<Pixel>, mirrorSse2<Pixel>};
     if ((features & ksys_featureAvx2) != 0)
-        kernels.reverse = reverseAvx2<Pixel>;
+        kernels = {transposeAvx2<Pixel>, mirrorAvx2<Pixel>};
     if ((features & ksys_featureAvx512) != 0)
         kernels.transpose = transposeAvx512<Pixel>;
 #endif

@@ -11,7 +11,7 @@ namespace kip {
 template <typename Pixel>
 struct AlignedKernels {
     void (*transpose)(const Rows<const Pixel> &input, const Rows<Pixel> &output);
-    void (*reverse)(const Pixel *src, int64_t count, Pixel *dst);
+    void (*mirror)(const Rows<const Pixel> &input, const Rows<Pixel> &output);
 };
 
 // The kernels for a set of ksys_feature... bits: the portable ones, replaced level by level by what runs, and runs

@@ -35,11 +35,12 @@ void transposePortable(const Rows<const Pixel> &input, const Rows<Pixel> &output
     }
 }
 
-// dst[n] := src[count - 1 - n]
+// output(r, width - 1 - c) := input(r, c)
 template <typename Pixel>
-void reversePortable(const Pixel *src, int64_t count, Pixel *dst)
+void mirrorPortable(const Rows<const Pixel> &input, const Rows<Pixel> &output)
 {
-    std::reverse_copy(src, src + count, dst);
+    for (int64_t r = 0; r < output.height; ++r)
+        std::reverse_copy(input.row(r), input.row(r) + output.width, output.row(r));
 }
 
 } // namespace kip

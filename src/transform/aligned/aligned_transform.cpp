@@ -121,12 +121,10 @@ void runSteps(Rows<const Pixel> input, Rows<Pixel> result, uint32_t steps, const
         input = {input.first, input.pitch, result.height, result.width};
         return kernels.transpose((steps & kMirrorX) != 0 ? upsideDown(input) : input, result);
     }
-    for (int64_t r = 0; r < result.height; ++r) {
-        if ((steps & kMirrorX) != 0)
-            kernels.reverse(input.row(r), result.width, result.row(r));
-        else
-            std::copy_n(input.row(r), result.width, result.row(r));
-    }
+    if ((steps & kMirrorX) != 0)
+        return kernels.mirror(input, result);
+    for (int64_t r = 0; r < result.height; ++r)
+        std::copy_n(input.row(r), result.width, result.row(r));
 }
 
 template <typename Pixel>

@@ -66,21 +66,26 @@ void transposeSse2(const Rows<const Pixel> &input, const Rows<Pixel> &output)
 }
 
 template <typename Pixel>
-void reverseSse2(const Pixel *src, int64_t count, Pixel *dst)
+void mirrorSse2(const Rows<const Pixel> &input, const Rows<Pixel> &output)
 {
     constexpr int64_t block = sizeof(__m128i) / sizeof(Pixel);
-    int64_t n = 0;
-    for (; n + block <= count; n += block)
-        _mm_storeu_si128(
-            reinterpret_cast<__m128i *>(dst + n),
-            reversed<Pixel>(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + (count - n - block)))));
-    reversePortable(src, count - n, dst + n);
+    const int64_t whole = output.width / block * block;
+    for (int64_t r = 0; r < output.height; ++r) {
+        const Pixel *const src = input.row(r) + (output.width - block);
+        Pixel *const dst = output.row(r);
+        for (int64_t n = 0; n < whole; n += block)
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + n),
+                             reversed<Pixel>(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src - n))));
+    }
+    const int64_t rest = output.width - whole;
+    mirrorPortable<Pixel>({input.first, input.pitch, rest, output.height},
+                          {output.first + whole, output.pitch, rest, output.height});
 }
 
 template void transposeSse2(const Rows<const uint8_t> &input, const Rows<uint8_t> &output);
 template void transposeSse2(const Rows<const uint16_t> &input, const Rows<uint16_t> &output);
-template void reverseSse2(const uint8_t *src, int64_t count, uint8_t *dst);
-template void reverseSse2(const uint16_t *src, int64_t count, uint16_t *dst);
+template void mirrorSse2(const Rows<const uint8_t> &input, const Rows<uint8_t> &output);
+template void mirrorSse2(const Rows<const uint16_t> &input, const Rows<uint16_t> &output);
 
 } // namespace kip
 

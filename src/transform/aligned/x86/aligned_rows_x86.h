@@ -14,10 +14,12 @@ namespace kip {
 template <typename Pixel>
 void transposeSse2(const Rows<const Pixel> &input, const Rows<Pixel> &output);
 template <typename Pixel>
-void reverseSse2(const Pixel *src, int64_t count, Pixel *dst);
+void mirrorSse2(const Rows<const Pixel> &input, const Rows<Pixel> &output);
 
 template <typename Pixel>
-void reverseAvx2(const Pixel *src, int64_t count, Pixel *dst);
+void transposeAvx2(const Rows<const Pixel> &input, const Rows<Pixel> &output);
+template <typename Pixel>
+void mirrorAvx2(const Rows<const Pixel> &input, const Rows<Pixel> &output);
 
 // AVX-512 F, BW.
 template <typename Pixel>
