@@ -89,6 +89,7 @@ constexpr Scene kScenes[] = {
     {"a few vectors", {12, 80}, {12, 80}, {8, 70}, {8, 70}, 700},
     {"a few pixels", {5, 12}, {5, 12}, {1, 12}, {1, 12}, 600},
     {"worth jobs", {200, 600}, {200, 600}, {220, 400}, {300, 500}, 12},
+    {"a few columns", {20, 60}, {60, 120}, {4, 9}, {30, 120}, 200},
     {"many tiles", {600, 900}, {200, 300}, {300, 700}, {100, 400}, 6},
     {"smaller tiles", {600, 1100}, {200, 300}, {300, 700}, {100, 400}, 6, {1025, 2048}},
     {"small tiles", {900, 1000}, {200, 300}, {300, 700}, {100, 400}, 6, {2049, 3072}},
@@ -189,9 +190,9 @@ TEST_P(SamplingModel, RareRectangles)
     }
 }
 
-// Vector kernels keep the source pixels of a few destination pixels in 16 columns and some rows: tiles that read as
-// many or fewer, and steps with which 4 x 2 or 8 x 8 pixels just fit or just do not. Rows 512 pixels apart have kernels
-// of their own where a destination row leads down.
+// Vector kernels keep the source pixels of a few destination pixels in 8 or 16 columns and some rows: tiles that read
+// as many or fewer, and steps with which 2, 4 or 8 columns just fit or just do not. Rows 512 bytes apart are walked in
+// other orders where a destination row leads down.
 TEST_P(SamplingModel, BoxesThatJustFit)
 {
     if (std::get<1>(GetParam()) > kip_affineModeBilinear)
@@ -209,9 +210,11 @@ TEST_P(SamplingModel, BoxesThatJustFit)
     for (int32_t width = 9; width <= 24; ++width)
         for (int n = 0; n < 4; ++n)
             sample(width, 14, width, width + 1, 10, {0, 0, width - 2.0, 0.3, 0, 11.5});
-    for (const double whole : {14 / 7.0, 14 / 3.0, 16 / 3.0})
+    for (const double whole : {6 / 3.0, 7 / 3.0, 14 / 3.0, 15 / 3.0, 6.0, 7.0, 14.0, 15.0})
         for (int n = -12; n <= 12; ++n)
-            sample(110, 14, 110, 19, 10, {0, 0, (whole + n / 50.0) * 19, 0.3, n % 3 / 60.0 * 19, 11.5});
+            sample(310, 14, 310, 19, 10, {0, 0, (whole + n / 50.0) * 19, 0.3, n % 3 / 60.0 * 19, 11.5});
+    for (int rows = 8; rows <= 15; ++rows) // 16-bit rows of the destination 512 bytes apart
+        sample(40, 260, 40, 256, rows, {26, 0, -4.5, -16.3, 250, 2.5});
     for (int n = 6; n <= 108; ++n) { // all numbers of rows, whole blocks and broken ones
         const int32_t columns = 16 + n % 5;
         const int32_t rows = 8 + n % 3 * 2;

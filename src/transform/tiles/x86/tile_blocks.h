@@ -61,6 +61,12 @@ struct BlockPlace {
     int32_t overlapColumns, overlapRows;
 };
 
+// Tells whether rows of the destination leave the source's rows more than columns do.
+inline bool leadsDown(const FixedTile &tile)
+{
+    return std::abs(int64_t{tile.colStepY}) > std::abs(int64_t{tile.rowStepY});
+}
+
 // The order in which the blocks of a tile of at least one block follow each other: along the side that leaves
 // the source's rows less, so that a row's bytes are used up while they are in the nearest cache.
 struct BlockOrder {
@@ -71,8 +77,7 @@ struct BlockOrder {
 
     BlockOrder(const FixedTile &tile, int32_t blockWidth, int32_t blockRows)
         : outerEnd(tile.rows), outerStep(blockRows), innerEnd(tile.width), innerStep(blockWidth),
-          lastColumn(tile.width - blockWidth), lastRow(tile.rows - blockRows),
-          downFirst(std::abs(int64_t{tile.colStepY}) > std::abs(int64_t{tile.rowStepY}))
+          lastColumn(tile.width - blockWidth), lastRow(tile.rows - blockRows), downFirst(leadsDown(tile))
     {
         if (downFirst) {
             std::swap(outerEnd, innerEnd);

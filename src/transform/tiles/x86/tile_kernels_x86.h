@@ -20,19 +20,9 @@ namespace kip {
 template <typename Interpolation, typename Sink, typename Pixel>
 TileKernel<Pixel, int32_t> tileRowKernelAvx2();
 
-// Blocks of 8 x 2 pixels of 8 bits.
-template <typename Interpolation, typename Sink>
-TileKernel<uint8_t, int32_t> tileBlockKernelAvx2();
-
-// The best of these for a pixel type.
+// Blocks of 8 x 2, 8 x 4, 4 x 4 or 4 x 8 pixels, or rows.
 template <typename Interpolation, typename Sink, typename Pixel>
-TileKernel<Pixel, int32_t> tileKernelAvx2()
-{
-    if constexpr (sizeof(Pixel) == 1)
-        return tileBlockKernelAvx2<Interpolation, Sink>();
-    else
-        return tileRowKernelAvx2<Interpolation, Sink, Pixel>();
-}
+TileKernel<Pixel, int32_t> tileKernelAvx2();
 
 // Blocks of 8 x 8 pixels of 8 bits, for processors with VBMI, or of 8 x 4 pixels of 16 bits.
 template <typename Interpolation, typename Sink, typename Pixel>

@@ -225,19 +225,26 @@ void sampleLine(const RowSource<Pixel> &source, RowPositions at, Pixel *line, in
     }
 }
 
+// Some columns of a tile, a whole number of vectors; the first few are already done.
+struct Columns {
+    FixedPosition position; // of the first pixel
+    int32_t first, width, overlap;
+};
+
 template <typename Sink, typename Pixel>
 struct Lines;
 
+// Storing the same values twice does no harm.
 template <typename Pixel>
 struct Lines<Store, Pixel> {
-    // Resamples all rows of the first columns of a tile.
     template <typename Interpolation>
-    static void resample(const FixedTile &tile, FixedPosition position, int32_t width, const RowSource<Pixel> &source,
-                         void *dst, int32_t dstPitch)
+    static void resample(const FixedTile &tile, const Columns &columns, RowSource<Pixel> source, void *dst,
+                         int32_t dstPitch)
     {
+        FixedPosition position = columns.position;
         for (int32_t r = 0; r < tile.rows; ++r) {
             sampleLine<Interpolation>(source, {position.x, position.y, tile.colStepX, tile.colStepY},
-                                      static_cast<Pixel *>(dst) + r * int64_t{dstPitch}, width);
+                                      static_cast<Pixel *>(dst) + r * int64_t{dstPitch} + columns.first, columns.width);
             position.move(tile.rowStepX, tile.rowStepY);
         }
     }
@@ -248,12 +255,12 @@ struct Lines<Store, Pixel> {
 template <typename Pixel>
 struct Lines<Add, Pixel> {
     template <typename Interpolation>
-    static void resample(const FixedTile &tile, FixedPosition position, int32_t width, const RowSource<Pixel> &source,
-                         void *dst, int32_t)
+    static void resample(const FixedTile &tile, const Columns &columns, RowSource<Pixel> source, void *dst, int32_t)
     {
         alignas(32) Pixel lines[kRows * kStretch];
-        for (int32_t first = 0; first < width; first += kStretch) {
-            const int32_t count = std::min(kStretch, width - first);
+        FixedPosition position = columns.position;
+        for (int32_t first = 0; first < columns.width; first += kStretch) {
+            const int32_t count = std::min(kStretch, columns.width - first);
             FixedPosition start = position;
             for (int32_t r = 0; r < tile.rows; r += kRows) {
                 const int32_t rows = std::min(kRows, tile.rows - r);
@@ -262,7 +269,8 @@ struct Lines<Add, Pixel> {
                                               lines + int64_t{n} * kStretch, count);
                     start.move(tile.rowStepX, tile.rowStepY);
                 }
-                addLines(lines, rows, count, static_cast<uint32_t *>(dst) + first);
+                addLines(lines, rows, count, columns.overlap - first,
+                         static_cast<uint32_t *>(dst) + columns.first + first);
             }
             position.x += kStretch * static_cast<uint32_t>(tile.colStepX);
             position.y += kStretch * static_cast<uint32_t>(tile.colStepY);
@@ -273,11 +281,14 @@ private:
     static constexpr int32_t kRows = 8; // 16 bits hold the sum of as many 8-bit samples
     static constexpr int32_t kStretch = 256;
 
-    static void addLines(const Pixel *lines, int32_t rows, int32_t count, uint32_t *sums)
+    static void addLines(const Pixel *lines, int32_t rows, int32_t count, int32_t overlap, uint32_t *sums)
     {
         for (int32_t n = 0; n < count; n += kLanes) {
+            const __m256i isFresh =
+                _mm256_cmpgt_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(overlap - n - 1));
+            const __m256i fresh = _mm256_and_si256(addColumns(lines + n, rows), isFresh);
             auto *const sum = reinterpret_cast<__m256i *>(sums + n);
-            _mm256_storeu_si256(sum, _mm256_add_epi32(_mm256_loadu_si256(sum), addColumns(lines + n, rows)));
+            _mm256_storeu_si256(sum, _mm256_add_epi32(_mm256_loadu_si256(sum), fresh));
         }
     }
     static __m256i addColumns(const uint8_t *samples, int32_t rows)
@@ -303,26 +314,24 @@ private:
 template <typename Interpolation, typename Sink, typename Pixel>
 void resampleRows(const FixedTile &tile, const Pixel *src, int32_t srcPitch, void *dst, int32_t dstPitch)
 {
-    using Element = typename Sink::template Element<Pixel>;
-    const auto portable = resampleInside<Interpolation, Sink, FixedPosition, Pixel>;
     if (tile.width < kLanes || !RowSource<Pixel>::canReach(tile, srcPitch))
-        return portable(tile, src, srcPitch, dst, dstPitch);
+        return resampleInside<Interpolation, Sink, FixedPosition>(tile, src, srcPitch, dst, dstPitch);
 
     constexpr auto shift = static_cast<int32_t>(Interpolation::template shift<int32_t>());
-    const int32_t width = tile.width / kLanes * kLanes;
-    FixedPosition position = FixedPosition::at(tile.x, tile.y);
-    position.move(-shift, -shift);
-    Lines<Sink, Pixel>::template resample<Interpolation>(tile, position, width, RowSource<Pixel>(src, srcPitch), dst,
-                                                         dstPitch);
-    if (width == tile.width)
+    const auto resample = Lines<Sink, Pixel>::template resample<Interpolation>;
+    const RowSource<Pixel> source(src, srcPitch);
+    Columns columns = {FixedPosition::at(tile.x, tile.y), 0, tile.width / kLanes * kLanes, 0};
+    columns.position.move(-shift, -shift);
+    resample(tile, columns, source, dst, dstPitch);
+    if (columns.width == tile.width)
         return;
 
-    const auto done = static_cast<uint32_t>(width);
-    FixedTile rest = tile; // the tail has one definition
-    rest.x = static_cast<int32_t>(static_cast<uint32_t>(tile.x) + done * static_cast<uint32_t>(tile.colStepX));
-    rest.y = static_cast<int32_t>(static_cast<uint32_t>(tile.y) + done * static_cast<uint32_t>(tile.colStepY));
-    rest.width -= width;
-    portable(rest, src, srcPitch, static_cast<Element *>(dst) + width, dstPitch);
+    columns.overlap = columns.width + kLanes - tile.width;
+    columns.first = tile.width - kLanes;
+    columns.width = kLanes;
+    columns.position.x += static_cast<uint32_t>(columns.first) * static_cast<uint32_t>(tile.colStepX);
+    columns.position.y += static_cast<uint32_t>(columns.first) * static_cast<uint32_t>(tile.colStepY);
+    resample(tile, columns, source, dst, dstPitch);
 }
 
 } // namespace
