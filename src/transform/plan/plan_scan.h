@@ -69,6 +69,7 @@ struct Scan {
     PlanKernels<Rule> kernels;
     const int16_t *weights; // of the cubic table
     Entry *line;            // a row's samples, in the plan's scratch memory
+    bool touchesTiles;      // each tile's footprint is read before its rows are
 
     static constexpr int32_t kFirstSample = Rule::kCubic ? -1 : 0;
     // Where sample r is kept.
