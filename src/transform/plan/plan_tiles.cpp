@@ -191,9 +191,8 @@ void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst)
     const bool isSparse = isSparseGeometry(scan, tile);
     if (isTileInside && scan.touchesTiles)
         touchFootprint(scan, footprint);
-    constexpr int32_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(Pixel);
-    const int64_t rowAdvance =
-        kAdd ? 0 : static_cast<int32_t>(scan.plan.destinationPitch) * static_cast<int64_t>(elementSize);
+    constexpr int64_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(Pixel);
+    const int64_t rowAdvance = kAdd ? 0 : static_cast<int32_t>(scan.plan.destinationPitch) * elementSize;
     const TileRows<Rule> rows = {scan,
                                  tile,
                                  isTileInside,

@@ -88,10 +88,10 @@ struct RowKernel<Cubic16> {
     }
     static void sample(Words fractions, const Words *taps, int32_t *out)
     {
-        const Entries samples = cubicSamples16(fractions, taps);
+        const Entries made = cubicSamples16(fractions, taps);
         auto *const at = reinterpret_cast<__m256i *>(out);
-        _mm256_storeu_si256(at, _mm256_permute2x128_si256(samples.low.v, samples.high.v, 0x20));
-        _mm256_storeu_si256(at + 1, _mm256_permute2x128_si256(samples.low.v, samples.high.v, 0x31));
+        _mm256_storeu_si256(at, _mm256_permute2x128_si256(made.low.v, made.high.v, 0x20));
+        _mm256_storeu_si256(at + 1, _mm256_permute2x128_si256(made.low.v, made.high.v, 0x31));
     }
 
     static Words output(const OutputRun<int32_t> &run, int32_t first)

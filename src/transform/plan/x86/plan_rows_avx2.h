@@ -17,9 +17,13 @@ namespace kip::avx2 {
 
 // What a mode and a size of pixels make of registers; below, Kernel is one of these:
 //   Rule
-//   sample(fractions, taps, out) the first pass of sixteen samples: entries of the line
-//   output(run, first)           the second pass of sixteen pixels, as words, where isFineStep
-//   coarseOutput(run, first)     the same for any step
+//   Entries                       sixteen entries of the line in registers
+//   Runs                          what plan_sparse_rows_avx2.h loads for a tap of each
+//   samples(fractions, taps)      the first pass of sixteen samples
+//   sample(fractions, taps, out)  the same, stored as entries of the line
+//   pixels(fractions, entries)    the second pass of sixteen pixels from their entries, as words
+//   output(run, first)            the same from the line, where isFineStep
+//   coarseOutput(run, first)      the same for any step
 // Each one is defined in a file of its own, such as plan_cubic16_avx2.cpp.
 template <typename Rule>
 struct RowKernel;

@@ -37,7 +37,7 @@ inline SparseLanes operator+(SparseLanes a, __m256i b)
     return {_mm256_add_epi32(a.first, b), _mm256_add_epi32(a.second, b)};
 }
 
-inline __m256i lanes(uint32_t value)
+inline __m256i allLanes(uint32_t value)
 {
     return _mm256_set1_epi32(static_cast<int32_t>(value));
 }
@@ -151,15 +151,16 @@ inline void findPlaces(const SampleRun<typename Rule::Pixel> &samples, const Out
 {
     // Integer parts fit words, and so do the steps.
     const __m256i steps =
-        lanes((static_cast<uint32_t>(samples.minorStep) << 16) | static_cast<uint16_t>(samples.majorStep));
+        allLanes((static_cast<uint32_t>(samples.minorStep) << 16) | static_cast<uint16_t>(samples.majorStep));
     const __m256i numbers = _mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11);
-    const __m256i shear = lanes(samples.shear);
-    const __m256i start = _mm256_add_epi32(lanes(outputs.position), _mm256_mullo_epi32(numbers, lanes(outputs.step)));
-    SparseLanes along = {start, _mm256_add_epi32(start, lanes(4 * outputs.step))};
+    const __m256i shear = allLanes(samples.shear);
+    const __m256i start =
+        _mm256_add_epi32(allLanes(outputs.position), _mm256_mullo_epi32(numbers, allLanes(outputs.step)));
+    SparseLanes along = {start, _mm256_add_epi32(start, allLanes(4 * outputs.step))};
     for (int32_t g = 0; g < outputs.count / 16; ++g) {
         const SparseLanes index = {_mm256_srli_epi32(along.first, 16), _mm256_srli_epi32(along.second, 16)};
         const SparseLanes sheared = {_mm256_mullo_epi32(index.first, shear), _mm256_mullo_epi32(index.second, shear)};
-        SparseLanes position = sheared + lanes(samples.position + first * samples.shear);
+        SparseLanes position = sheared + allLanes(samples.position + first * samples.shear);
         places->fractions[g] = fractionWords(along);
         for (int n = 0; n < Rule::kTaps; ++n) {
             places->positions[n][g] = position;
@@ -167,9 +168,9 @@ inline void findPlaces(const SampleRun<typename Rule::Pixel> &samples, const Out
             _mm256_store_si256(at, _mm256_madd_epi16(_mm256_blend_epi16(index.first, position.first, 0xAA), steps));
             _mm256_store_si256(at + 1,
                                _mm256_madd_epi16(_mm256_blend_epi16(index.second, position.second, 0xAA), steps));
-            position = position + lanes(advance);
+            position = position + allLanes(advance);
         }
-        along = along + lanes(16 * outputs.step);
+        along = along + allLanes(16 * outputs.step);
     }
 }
 
