@@ -35,10 +35,12 @@ struct PlanKernels {
 template <typename Rule, bool kAdd>
 PlanKernels<Rule> portablePlanKernels()
 {
+    // At half a sample less, both ways take as long.
+    constexpr int32_t leastSparseStep = Rule::kTaps * 65536 + 32768;
     return {sampleLinePortable<Rule>,
             outputLinePortable<Rule, kAdd>,
             sparseRowPortable<Rule, kAdd>,
-            Rule::kTaps * 65536,
+            leastSparseStep,
             nullptr,
             nullptr,
             nullptr};

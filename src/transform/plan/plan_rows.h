@@ -41,10 +41,10 @@ inline uint32_t fixedFraction(uint32_t position)
     return position & 0xFFFF;
 }
 
+// Sample i of a row, which lies at this position.
 template <typename Rule>
-typename Rule::Entry sampleAt(const SampleRun<typename Rule::Pixel> &run, int32_t i)
+typename Rule::Entry sampleAt(const SampleRun<typename Rule::Pixel> &run, int32_t i, uint32_t position)
 {
-    const uint32_t position = run.position + static_cast<uint32_t>(i) * run.shear;
     const auto *const at = run.base + i * run.majorStep + fixedInteger(position) * run.minorStep;
     return Rule::sample(fixedFraction(position), run.weights,
                         [at, &run](int32_t tap) { return at[tap * run.minorStep]; });
@@ -54,8 +54,11 @@ typename Rule::Entry sampleAt(const SampleRun<typename Rule::Pixel> &run, int32_
 template <typename Rule>
 void sampleLinePortable(const SampleRun<typename Rule::Pixel> &run, typename Rule::Entry *out)
 {
-    for (int32_t i = 0; i < run.count; ++i)
-        out[i] = sampleAt<Rule>(run, i);
+    uint32_t position = run.position;
+    for (int32_t i = 0; i < run.count; ++i) {
+        out[i] = sampleAt<Rule>(run, i, position);
+        position += run.shear;
+    }
 }
 
 // entryAt(index, tap): the entry of the line that is a tap of a pixel at this index.
@@ -87,8 +90,10 @@ void outputLinePortable(const OutputRun<typename Rule::Entry> &run)
 template <typename Rule, bool kAdd>
 void sparseRowPortable(const SampleRun<typename Rule::Pixel> &samples, const OutputRun<typename Rule::Entry> &outputs)
 {
-    outputPixels<Rule, kAdd>(outputs,
-                             [&samples](int32_t index, int32_t tap) { return sampleAt<Rule>(samples, index + tap); });
+    outputPixels<Rule, kAdd>(outputs, [&samples](int32_t index, int32_t tap) {
+        const int32_t i = index + tap;
+        return sampleAt<Rule>(samples, i, samples.position + static_cast<uint32_t>(i) * samples.shear);
+    });
 }
 
 } // namespace kip
