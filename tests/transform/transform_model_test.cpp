@@ -2,6 +2,7 @@
 // kinds, and rare ones that random numbers hardly ever give.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <tuple>
 #include <utility>
@@ -290,6 +291,48 @@ TEST_P(SamplingModel, LargerThanTheCaches)
                 EXPECT_GE(check(call), 0);
             }
         }
+}
+
+// The modes with tables cut tiles into smaller groups of rows as steps grow, up to 4.25, and then make the samples of
+// each pixel alone. Steps on both sides of these limits, in all four directions, in sources that are just large enough.
+TEST_P(SamplingModel, CoarseStepsInSourcesThatJustFit)
+{
+    const auto &[bytes, mode] = GetParam();
+    if (mode <= kip_affineModeBilinear)
+        return;
+    const double margin = mode == kip_affineModeBicubic ? 2.5 : 1.5; // from a sample's centre to the source's edge
+    for (int n = 0; n < 300 && !HasFailure(); ++n) {
+        const bool isLarge = n == 0; // so that tiles are read ahead of their rows
+        const int32_t columns = isLarge ? 210 : random.pick({16, 40, 65, 96, 101, 110});
+        const int32_t rows = isLarge ? 260 : random.between32(2, 37);
+        const double along =
+            (isLarge ? 8.0 : random.pick({1.0, 1.87, 1.88, 2.0, 2.02, 3.0, 4.24, 4.26, 8.0})) * (columns - 1);
+        const double across = (isLarge ? 8.0 : random.pick({1.0, 1.87, 1.88, 2.02, 3.0, 4.24, 4.26, 8.0})) * (rows - 1);
+        const double shear = random.pick({0.0, 0.25, -0.25, 0.999, -0.999}) * along; // of a row across itself
+        const double lean = random.between(-1.0, 1.0) * across;                      // of a column along the rows
+        const double length = along + std::abs(lean) + 2 * margin + 0.02;
+        const double breadth = across + std::abs(shear) + 2 * margin + 0.02;
+        const auto primary = static_cast<int32_t>(std::ceil(length)) + 1;
+        const auto secondary = static_cast<int32_t>(std::ceil(breadth)) + 1;
+        const bool isTurned = random.oneIn(2);
+        const bool isMirrored = random.oneIn(2);
+        const double spare = random.oneIn(2) ? 1.0 : 0.0; // at one end or the other
+        const auto center = [&](double p, double s) {
+            const double q = p + std::max(0.0, -lean) + margin + 0.01 + spare * (primary - 1 - length);
+            const double t = s + std::max(0.0, -shear) + margin + 0.01 + spare * (secondary - 1 - breadth);
+            const double r = isMirrored ? primary - 1 - q : q;
+            return isTurned ? kmath_vect{t, r} : kmath_vect{r, t};
+        };
+        const int32_t width = isTurned ? secondary : primary;
+        const int32_t height = isTurned ? primary : secondary;
+        // Offsets are found by multiplying words where the pitch is one.
+        const bool isLong = random.oneIn(3) && height * bytes < 400; // what the harness has memory for
+        const int32_t pitch = isLong ? random.pick({-0x7FFF, -0x8000, -0x8001}) : random.pick({width, -width});
+        SamplingCall call = callOf(random.oneIn(3) && bytes == 1 ? Operation::project : Operation::transform, width,
+                                   height, pitch, columns, rows);
+        placeCorners({center(0.0, 0.0), center(along, shear), center(lean, across)}, &call);
+        EXPECT_GE(check(call), 0);
+    }
 }
 
 // ---- Sources beyond 16.16 ------------------------------------------------------------------------------------------

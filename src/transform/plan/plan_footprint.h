@@ -78,6 +78,25 @@ bool findFootprint(const Scan<Rule> &scan, const PlanTile &tile, Footprint *foot
     return isInside(scan.source, *footprint);
 }
 
+// Reads a byte of every 64 of a footprint inside the source, in the order of memory: processors see such loads coming
+// and fetch ahead of them. Rows that cross the source's wait for the memory line by line. Measured: prefetch
+// instructions in this place gain nothing, and the next tile's footprint, a little in every row, gains less.
+template <typename Rule>
+void touchFootprint(const Scan<Rule> &scan, const Footprint &footprint)
+{
+    using Pixel = typename Rule::Pixel;
+    constexpr int64_t step = 64 / sizeof(Pixel);
+    const ScanSource<Pixel> &source = scan.source;
+    const bool transposed = source.transposed;
+    const int64_t left = transposed ? footprint.secondaryLeast : footprint.primaryLeast;
+    const int64_t right = transposed ? footprint.secondaryGreatest : footprint.primaryGreatest;
+    const int64_t top = transposed ? footprint.primaryLeast : footprint.secondaryLeast;
+    const int64_t bottom = transposed ? footprint.primaryGreatest : footprint.secondaryGreatest;
+    for (int64_t y = top; y <= bottom; ++y)
+        for (int64_t x = left; x <= right; x += step)
+            static_cast<void>(*static_cast<const volatile Pixel *>(source.first + (y * source.pitch + x)));
+}
+
 // ---- From where it is read ----------------------------------------------------------------------------------------
 
 // Pixels in the order of a scan: the source itself, or a strip. origin is the pixel at (primary, secondary); the steps

@@ -2,6 +2,7 @@
 #define KIP_TRANSFORM_PLAN_PLAN_ROW_GROUPS_H
 
 #include <cstdint>
+#include <cstdlib>
 
 #include "support/prefetch.h"
 
@@ -27,18 +28,28 @@ struct RowGroup {
     int32_t firstRow, tileRows; // the group's first row, of so many of its tile
 };
 
+// The size of a group whose steps are kGroupStep at most, and of its tile; greater steps make it smaller.
 inline constexpr int32_t kGroupRows = 32;
 inline constexpr int32_t kGroupWidth = 96;
 // 1.875: the samples of 32 pixels, or the lines of 32 rows and their taps, then fit into 64.
 inline constexpr int32_t kGroupStep = 0x1E000;
+// 4.25, for kernels of coarse groups.
+inline constexpr int32_t kCoarseGroupStep = 0x44000;
 
-// Tells whether the rows of a tile may run in groups.
+// Tells whether the rows of a tile may run in groups, whose steps are mostStep at most.
 inline bool isGroupGeometry(int32_t shear, int32_t positionRowStep, int32_t outputStep, int32_t outputRowStep,
-                            int32_t width)
+                            int32_t mostStep)
 {
     const auto isWithin = [](int32_t step, int32_t most) { return step >= -most && step <= most; };
-    return isWithin(shear, 0x10000) && isWithin(positionRowStep, kGroupStep) && outputStep >= 0 &&
-           outputStep <= kGroupStep && isWithin(outputRowStep, kGroupStep) && width >= 1 && width <= kGroupWidth;
+    return isWithin(shear, 0x10000) && isWithin(positionRowStep, mostStep) && outputStep >= 0 &&
+           outputStep <= mostStep && isWithin(outputRowStep, mostStep);
+}
+
+// How many pixels, or rows, at this step reach no further than `most` at steps of kGroupStep.
+inline int32_t countWithinReach(int32_t most, int32_t step)
+{
+    const int32_t distance = std::abs(step);
+    return distance <= kGroupStep ? most : 1 + (most - 1) * kGroupStep / distance;
 }
 
 // All taps of so many samples of each row must lie inside the source: what its pixels may need, wherever on its first

@@ -41,15 +41,22 @@ inline uint32_t fixedFraction(uint32_t position)
     return position & 0xFFFF;
 }
 
+// Sample i of a row, which lies at this position.
+template <typename Rule>
+typename Rule::Entry sampleAt(const SampleRun<typename Rule::Pixel> &run, int32_t i, uint32_t position)
+{
+    const auto *const at = run.base + i * run.majorStep + fixedInteger(position) * run.minorStep;
+    return Rule::sample(fixedFraction(position), run.weights,
+                        [at, &run](int32_t tap) { return at[tap * run.minorStep]; });
+}
+
 // All taps of the samples must lie inside the source.
 template <typename Rule>
 void sampleLinePortable(const SampleRun<typename Rule::Pixel> &run, typename Rule::Entry *out)
 {
     uint32_t position = run.position;
     for (int32_t i = 0; i < run.count; ++i) {
-        const auto *const at = run.base + i * run.majorStep + fixedInteger(position) * run.minorStep;
-        out[i] = Rule::sample(fixedFraction(position), run.weights,
-                              [at, &run](int32_t tap) { return at[tap * run.minorStep]; });
+        out[i] = sampleAt<Rule>(run, i, position);
         position += run.shear;
     }
 }
@@ -76,6 +83,17 @@ template <typename Rule, bool kAdd>
 void outputLinePortable(const OutputRun<typename Rule::Entry> &run)
 {
     outputPixels<Rule, kAdd>(run, [line = run.line](int32_t index, int32_t tap) { return (line + index)[tap]; });
+}
+
+// Both passes of a row at once: where pixels lie far apart on the line, it is sooner to make the samples of each pixel
+// than all that lie between them. outputs.line is not read; its entries would be the samples.
+template <typename Rule, bool kAdd>
+void sparseRowPortable(const SampleRun<typename Rule::Pixel> &samples, const OutputRun<typename Rule::Entry> &outputs)
+{
+    outputPixels<Rule, kAdd>(outputs, [&samples](int32_t index, int32_t tap) {
+        const int32_t i = index + tap;
+        return sampleAt<Rule>(samples, i, samples.position + static_cast<uint32_t>(i) * samples.shear);
+    });
 }
 
 } // namespace kip

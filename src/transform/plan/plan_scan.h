@@ -70,6 +70,7 @@ struct Scan {
     const int16_t *weights; // of the cubic table
     uint8_t *scratch;       // of the plan's size, its own or a job's: the line, and a strip
     Entry *line;            // a row's samples
+    bool touchesTiles;      // each tile's footprint is read before its rows are
 
     static constexpr int32_t kFirstSample = Rule::kCubic ? -1 : 0;
     // Where sample r is kept.

@@ -1,6 +1,7 @@
 #include "transform/plan/plan_tiles.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include <kip/kip.h>
 
@@ -26,6 +27,7 @@ struct TileRows {
     const PlanTile &tile;
     bool isTileInside; // every row lies inside the source
     bool isLineLongEnough;
+    bool isSparse;                         // the samples of each pixel are made, and no others
     SampleView<typename Rule::Pixel> view; // what a row inside the source reads
     uint8_t *dst;                          // the tile's first pixel, or the first of its sums
     int64_t rowAdvance;                    // bytes from there to the next row's
@@ -37,55 +39,125 @@ struct TileRows {
 
 // ---- Rows in groups -----------------------------------------------------------------------------------------------
 
+// How a tile is cut into groups.
 template <typename Rule>
-bool mayGroupRows(const Scan<Rule> &scan, const PlanTile &tile)
+struct TileGroups {
+    RowGroupKernel<typename Rule::Pixel> *kernel = nullptr; // null: rows run one by one
+    int32_t rows = 0;
+    int32_t width = 0;
+};
+
+// Source pixels that a destination pixel stands for, 16.16 twice.
+int64_t areaOf(const kip_affineTilePlan &plan)
+{
+    return int64_t{plan.primaryStep} * std::abs(int64_t{plan.secondaryRowStep});
+}
+
+// A coarse group copies all of the source that lies between its pixels; of greater areas, sparse rows read less.
+template <typename Rule>
+constexpr int64_t kMostGroupArea = int64_t{Rule::kCubic ? 12 : 4} << 32;
+
+template <typename Rule>
+TileGroups<Rule> groupsOf(const Scan<Rule> &scan, const PlanTile &tile)
 {
     const kip_affineTilePlan &plan = scan.plan;
-    return scan.kernels.rowGroup != nullptr && isLineLongEnough<Rule>(plan, tile) &&
-           isGroupGeometry(plan.secondaryShear, plan.secondaryRowStep, plan.primaryStep, plan.primaryRowStep,
-                           tile.width);
+    const auto isWithin = [&plan](int32_t mostStep) {
+        return isGroupGeometry(plan.secondaryShear, plan.secondaryRowStep, plan.primaryStep, plan.primaryRowStep,
+                               mostStep);
+    };
+    if (!isLineLongEnough<Rule>(plan, tile))
+        return {};
+    if (isWithin(kGroupStep))
+        return {scan.kernels.rowGroup, kGroupRows, tile.width};
+    if (!isWithin(kCoarseGroupStep) || areaOf(plan) > kMostGroupArea<Rule>)
+        return {};
+    constexpr int32_t registerWidth = 16; // only the last group of a row is left with a part of one
+    const int32_t width = countWithinReach(kGroupWidth, plan.primaryStep);
+    return {scan.kernels.coarseRowGroup,
+            std::min(countWithinReach(kGroupRows, plan.secondaryRowStep),
+                     countWithinReach(kGroupRows, plan.primaryRowStep)),
+            width >= tile.width ? tile.width : width / registerWidth * registerWidth};
 }
+
+// What a tile's groups read. One within a row takes a sample more for each row than its pixels need: all rows are read
+// up to the samples of the one that starts furthest along.
+template <typename Rule>
+struct GroupReach {
+    PlanTile tile;
+    bool isInside; // for every row
+
+    GroupReach(const TileRows<Rule> &rows, const TileGroups<Rule> &groups)
+        : tile(rows.tile), isInside(rows.isTileInside)
+    {
+        if (groups.kernel == nullptr || groups.width >= tile.width)
+            return;
+        ++tile.spanCount;
+        Footprint footprint;
+        isInside = isInside && findFootprint(rows.scan, tile, &footprint);
+    }
+};
 
 // How many rows from j on may run as one group.
 template <typename Rule>
-int32_t countGroupRows(const TileRows<Rule> &rows, int32_t j)
+int32_t countGroupRows(const TileRows<Rule> &rows, const TileGroups<Rule> &groups, const GroupReach<Rule> &reach,
+                       int32_t j)
 {
-    const int32_t most = std::min(kGroupRows, rows.tile.height - j);
+    const int32_t most = std::min(groups.rows, rows.tile.height - j);
     int32_t count = 0;
-    while (count < most && rows.isInside(j + count))
+    while (count < most && (reach.isInside || isRowInside(rows.scan, reach.tile, rows.rowAt(j + count))))
         ++count;
     return count;
 }
 
+// Pixels first to first + width - 1 of some rows; dst: the first of them.
 template <typename Rule>
-void runRowGroup(const TileRows<Rule> &rows, int32_t j, int32_t count, const TileAhead &ahead)
+void runRowGroup(const TileRows<Rule> &rows, const TileGroups<Rule> &groups, int32_t j, int32_t count, int32_t first,
+                 void *dst, const TileAhead &ahead)
 {
     const Scan<Rule> &scan = rows.scan;
     const kip_affineTilePlan &plan = scan.plan;
     const PlanRow row = rows.rowAt(j);
     const SampleView<typename Rule::Pixel> view = sourceView(scan);
-    scan.kernels.rowGroup(
-        {view.origin + (plan.direction * row.primary * view.majorStep + row.secondary * view.minorStep), view.majorStep,
-         view.minorStep, -row.secondary, scan.source.secondarySize() - 1 - row.secondary,
-         static_cast<int32_t>(row.position), plan.secondaryRowStep, plan.secondaryShear,
-         static_cast<int32_t>(row.outputPosition), plan.primaryStep, plan.primaryRowStep, rows.tile.width, count,
-         scan.weights, rows.dstAt(j), rows.rowAdvance, ahead, j, rows.tile.height});
+    const uint32_t along = row.outputPosition + static_cast<uint32_t>(first) * static_cast<uint32_t>(plan.primaryStep);
+    const int32_t skipped = fixedInteger(along);
+    groups.kernel(
+        {view.origin + ((plan.direction * row.primary + skipped) * view.majorStep + row.secondary * view.minorStep),
+         view.majorStep, view.minorStep, -row.secondary, scan.source.secondarySize() - 1 - row.secondary,
+         static_cast<int32_t>(row.position) + skipped * plan.secondaryShear, plan.secondaryRowStep, plan.secondaryShear,
+         static_cast<int32_t>(fixedFraction(along)), plan.primaryStep, plan.primaryRowStep,
+         std::min(groups.width, rows.tile.width - first), count, scan.weights, dst, rows.rowAdvance, ahead, j,
+         rows.tile.height});
 }
 
 // ---- Rows one by one ----------------------------------------------------------------------------------------------
 
+// Tells whether the samples of each pixel are made, and no others. A shear of at most one keeps the lines of
+// neighbouring samples next to each other; variants multiply by the pitch in words.
 template <typename Rule>
-void runSamples(const TileRows<Rule> &rows, const PlanRow &row)
+bool isSparseGeometry(const Scan<Rule> &scan, const PlanTile &tile)
+{
+    const kip_affineTilePlan &plan = scan.plan;
+    return isLineLongEnough<Rule>(plan, tile) && plan.primaryStep >= scan.kernels.leastSparseStep &&
+           plan.secondaryShear >= -0x10000 && plan.secondaryShear <= 0x10000 && scan.source.pitch >= -INT16_MAX &&
+           scan.source.pitch <= INT16_MAX;
+}
+
+// The samples of a row, all of which lie inside the source.
+template <typename Rule>
+SampleRun<typename Rule::Pixel> sampleRunOf(const TileRows<Rule> &rows, const PlanRow &row)
 {
     const Scan<Rule> &scan = rows.scan;
     const SampleView<typename Rule::Pixel> &view = rows.view;
     constexpr int32_t first = Scan<Rule>::kFirstSample;
     const auto shear = static_cast<uint32_t>(scan.plan.secondaryShear);
     const int64_t along = scan.plan.direction * (row.primary - view.primary) + first;
-    scan.kernels.samples({view.origin + (along * view.majorStep + (row.secondary - view.secondary) * view.minorStep),
-                          view.majorStep, view.minorStep, row.position + static_cast<uint32_t>(first) * shear, shear,
-                          lastSampleOf<Rule>(rows.tile) - first + 1, scan.weights},
-                         scan.entry(first));
+    return {view.origin + (along * view.majorStep + (row.secondary - view.secondary) * view.minorStep),
+            view.majorStep,
+            view.minorStep,
+            row.position + static_cast<uint32_t>(first) * shear,
+            shear,
+            lastSampleOf<Rule>(rows.tile) - first + 1,
+            scan.weights};
 }
 
 template <typename Rule, bool kAdd>
@@ -93,13 +165,16 @@ void runRow(const TileRows<Rule> &rows, int32_t j)
 {
     const Scan<Rule> &scan = rows.scan;
     const PlanRow row = rows.rowAt(j);
-    if (rows.isInside(j))
-        runSamples(rows, row);
-    else
-        runEdgeSamples(scan, rows.tile, row);
     const OutputRun<typename Rule::Entry> outputs = {
         scan.line,       row.outputPosition, static_cast<uint32_t>(scan.plan.primaryStep),
         rows.tile.width, scan.weights,       rows.dstAt(j)};
+    const bool isInside = rows.isInside(j);
+    if (isInside && rows.isSparse)
+        return scan.kernels.sparseRow(sampleRunOf(rows, row), outputs);
+    if (isInside)
+        scan.kernels.samples(sampleRunOf(rows, row), scan.entry(Scan<Rule>::kFirstSample));
+    else
+        runEdgeSamples(scan, rows.tile, row);
     if (rows.isLineLongEnough)
         scan.kernels.outputs(outputs);
     else
@@ -189,27 +264,45 @@ void processTile(const Scan<Rule> &scan, const PlanTile &tile, void *dst, const 
     using Pixel = typename Rule::Pixel;
     Footprint footprint = {};
     const bool isTileInside = findFootprint(scan, tile, &footprint);
-    const bool inGroups = mayGroupRows(scan, tile);
-    const int64_t rowAdvance =
-        kAdd ? 0 : static_cast<int32_t>(scan.plan.destinationPitch) * static_cast<int64_t>(sizeof(Pixel));
+    const TileGroups<Rule> groups = groupsOf(scan, tile);
+    const bool inGroups = groups.kernel != nullptr;
+    const bool isSparse = isSparseGeometry(scan, tile);
+    if (isTileInside && scan.touchesTiles)
+        touchFootprint(scan, footprint);
+    constexpr int64_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(Pixel);
+    const int64_t rowAdvance = kAdd ? 0 : static_cast<int32_t>(scan.plan.destinationPitch) * elementSize;
     const TileRows<Rule> rows = {scan,
                                  tile,
                                  isTileInside,
                                  isLineLongEnough<Rule>(scan.plan, tile),
-                                 isTileInside && !inGroups ? viewOf(scan, footprint) : sourceView(scan),
+                                 isSparse,
+                                 isTileInside && !inGroups && !isSparse ? viewOf(scan, footprint) : sourceView(scan),
                                  static_cast<uint8_t *>(dst),
                                  rowAdvance};
+    const GroupReach<Rule> reach(rows, groups);
     for (int32_t j = 0; j < tile.height;) {
-        const int32_t grouped = inGroups ? countGroupRows(rows, j) : 0;
+        const int32_t grouped = inGroups ? countGroupRows(rows, groups, reach, j) : 0;
         const int32_t count = std::max(grouped, 1);
-        if (grouped > 0) {
-            runRowGroup(rows, j, grouped, ahead);
-        } else {
+        for (int32_t x = 0; grouped > 0 && x < tile.width; x += groups.width)
+            runRowGroup(rows, groups, j, grouped, x, static_cast<uint8_t *>(rows.dstAt(j)) + x * elementSize,
+                        x == 0 ? ahead : TileAhead{});
+        if (grouped == 0) {
             ahead.prefetch(j, j + count, tile.height);
             runRow<Rule, kAdd>(rows, j);
         }
         j += count;
     }
+}
+
+// Tells whether tiles are read ahead of their rows: where these lie far apart in a source too large for the caches.
+template <typename Rule>
+bool touchesTiles(const Sampling &sampling, const kip_affineTilePlan &plan)
+{
+    constexpr double leastArea = 6.0;
+    constexpr double leastBytes = 3 * 1024.0 * 1024.0;
+    const double area = static_cast<double>(areaOf(plan)) / (65536.0 * 65536.0);
+    return area >= leastArea &&
+           area * sampling.params.destWidth * sampling.params.destHeight * sizeof(typename Rule::Pixel) >= leastBytes;
 }
 
 template <typename Rule, bool kAdd>
@@ -226,7 +319,8 @@ int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan, co
                              kernels,
                              getCubicWeightsBase(cubicWeightTable()),
                              static_cast<uint8_t *>(scratch),
-                             line};
+                             line,
+                             touchesTiles<Rule>(sampling, plan)};
     // A row leaves out samples that lie wholly outside; what they hold must not depend on earlier calls.
     std::fill_n(line, plan.lineEntries, typename Rule::Entry{0});
 
@@ -234,8 +328,10 @@ int32_t processPlan(const Sampling &sampling, const kip_affineTilePlan &plan, co
     const PlanDestination destination = {static_cast<uint8_t *>(sampling.destination.pixels),
                                          kAdd ? 0 : static_cast<int32_t>(plan.destinationPitch) * elementSize,
                                          elementSize};
-    const bool prefetches = leavesCaches(plan.primaryStep / kFixedOne * (plan.secondaryRowStep / kFixedOne),
-                                         sampling.destination.width, sampling.params.destHeight, sizeof(Pixel));
+    // What is touched tile by tile is not asked for before.
+    const bool prefetches =
+        !scan.touchesTiles && leavesCaches(plan.primaryStep / kFixedOne * (plan.secondaryRowStep / kFixedOne),
+                                           sampling.destination.width, sampling.params.destHeight, sizeof(Pixel));
     PlanCursor cursor(plan, rowsOfTiles(sampling, plan));
     while (!cursor.isDone()) {
         const PlanTile tile = cursor.tile();

@@ -36,17 +36,21 @@ inline BlendWeights blendWeights(Words fractions)
 template <>
 struct RowKernel<Linear16> {
     using Rule = Linear16;
-    static constexpr bool kFineSteps = true;
 
-    static void sample(Words fractions, const Words *taps, uint16_t *out)
+    using Runs = Runs4;
+    using Entries = Words;
+
+    static Words samples(Words fractions, const Words *taps)
     {
         const BlendWeights weights = blendWeights(fractions);
         const Words a = toSigned(taps[0]);
         const Words b = toSigned(taps[1]);
         const Lanes low = blendPairs(unpackLow(a, b), weights.low);
         const Lanes high = blendPairs(unpackHigh(a, b), weights.high);
-        storeWords(out, toSigned(pack(low, high)));
+        return toSigned(pack(low, high));
     }
+    static Words pixels(Words fractions, const Words *entries) { return samples(fractions, entries); }
+    static void sample(Words fractions, const Words *taps, uint16_t *out) { storeWords(out, samples(fractions, taps)); }
 
     static Words output(const OutputRun<uint16_t> &run, int32_t first)
     {
@@ -56,6 +60,16 @@ struct RowKernel<Linear16> {
         const PairWindows windows[2] = {pairWindows(p, start, run.step, 0), pairWindows(p, start, run.step, 1)};
         const Lanes low = blendPairs(toSigned(pairsAt(run.line, windows[0])), weights.low);
         const Lanes high = blendPairs(toSigned(pairsAt(run.line, windows[1])), weights.high);
+        return toSigned(pack(low, high));
+    }
+
+    static Words coarseOutput(const OutputRun<uint16_t> &run, int32_t first)
+    {
+        const auto p = positionsFrom<2>(run.position + static_cast<uint32_t>(first) * run.step, run.step);
+        const BlendWeights weights = blendWeights(fractionWords(p.at[0], p.at[1]));
+        const Indices index(p);
+        const Lanes low = blendPairs(toSigned(pairsFrom(run.line, index.at)), weights.low);
+        const Lanes high = blendPairs(toSigned(pairsFrom(run.line, index.at + 4)), weights.high);
         return toSigned(pack(low, high));
     }
 };

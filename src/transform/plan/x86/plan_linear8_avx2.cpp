@@ -14,12 +14,13 @@ namespace kip::avx2 {
 template <>
 struct RowKernel<Linear8> {
     using Rule = Linear8;
-    static constexpr bool kFineSteps = true;
 
-    static void sample(Words fractions, const Words *taps, uint8_t *out)
-    {
-        storeBytes(out, blendBytes(taps[0], taps[1], fractions));
-    }
+    using Runs = Runs2;
+    using Entries = Words;
+
+    static Words samples(Words fractions, const Words *taps) { return blendBytes(taps[0], taps[1], fractions); }
+    static Words pixels(Words fractions, const Words *entries) { return samples(fractions, entries); }
+    static void sample(Words fractions, const Words *taps, uint8_t *out) { storeBytes(out, samples(fractions, taps)); }
 
     static Words output(const OutputRun<uint8_t> &run, int32_t first)
     {
@@ -37,6 +38,21 @@ struct RowKernel<Linear8> {
         const Words a = {_mm256_shuffle_epi8(loadHalves(low, high), control)};
         const Words b = {_mm256_shuffle_epi8(loadHalves(low + 1, high + 1), control)};
         return blendBytes(a, b, fractionWords(p.at[0], p.at[1]));
+    }
+
+    static Words coarseOutput(const OutputRun<uint8_t> &run, int32_t first)
+    {
+        const auto p = positionsFrom<2>(run.position + static_cast<uint32_t>(first) * run.step, run.step);
+        const Indices index(p);
+        const auto pair = [&](int32_t n) {
+            int16_t bytes;
+            std::memcpy(&bytes, run.line + index.at[n], sizeof bytes);
+            return bytes;
+        };
+        const Words pairs = {_mm256_setr_epi16(pair(0), pair(1), pair(2), pair(3), pair(4), pair(5), pair(6), pair(7),
+                                               pair(8), pair(9), pair(10), pair(11), pair(12), pair(13), pair(14),
+                                               pair(15))};
+        return blendBytes(pairs & Words::all(0xFF), pairs.shiftedRight<8>(), fractionWords(p.at[0], p.at[1]));
     }
 };
 

@@ -12,6 +12,7 @@
 #include "transform/plan/x86/plan_row_groups_x86.h"
 #include "transform/plan/x86/plan_rows_avx2.h"
 #include "transform/plan/x86/plan_samples_x86.h"
+#include "transform/plan/x86/plan_sparse_rows_avx2.h"
 
 KIP_TARGET_BEGIN(KIP_PLAN_TARGET)
 
@@ -157,8 +158,14 @@ template <typename Rule, bool kAdd>
 PlanKernels<Rule> planKernelsAvx2()
 {
     using Kernel = avx2::RowKernel<Rule>;
-    return {avx2::sampleLine<Kernel>, avx2::outputLine<Kernel, kAdd>, copyStripSse2<typename Rule::Pixel>,
-            resampleRowGroup<avx2::RowGroupPasses<Kernel, kAdd>>};
+    constexpr auto rowGroup = resampleRowGroup<avx2::RowGroupPasses<Kernel, kAdd>>;
+    return {avx2::sampleLine<Kernel>,
+            avx2::outputLine<Kernel, kAdd>,
+            avx2::sparseRow<Kernel, kAdd>,
+            Rule::kTaps / 2 * 65536,
+            copyStripSse2<typename Rule::Pixel>,
+            rowGroup,
+            rowGroup};
 }
 
 } // namespace kip

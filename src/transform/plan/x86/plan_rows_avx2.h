@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "transform/plan/plan_rows.h"
 #include "transform/plan/x86/plan_words_avx2.h"
@@ -16,9 +17,13 @@ namespace kip::avx2 {
 
 // What a mode and a size of pixels make of registers; below, Kernel is one of these:
 //   Rule
-//   kFineSteps                   output needs isFineStep
-//   sample(fractions, taps, out) the first pass of sixteen samples: entries of the line
-//   output(run, first)           the second pass of sixteen pixels, as words
+//   Entries                       sixteen entries of the line in registers
+//   Runs                          what plan_sparse_rows_avx2.h loads for a tap of each
+//   samples(fractions, taps)      the first pass of sixteen samples
+//   sample(fractions, taps, out)  the same, stored as entries of the line
+//   pixels(fractions, entries)    the second pass of sixteen pixels from their entries, as words
+//   output(run, first)            the same from the line, where isFineStep
+//   coarseOutput(run, first)      the same for any step
 // Each one is defined in a file of its own, such as plan_cubic16_avx2.cpp.
 template <typename Rule>
 struct RowKernel;
@@ -208,6 +213,18 @@ inline Words pairsAt(const Word *line, const PairWindows &windows)
     return {_mm256_shuffle_epi8(loadHalves(line + windows.low, line + windows.high), windows.control)};
 }
 
+// Two neighbouring words of a line from each of eight places.
+template <typename Word>
+inline Words pairsFrom(const Word *line, const int32_t *index)
+{
+    const auto pair = [=](int32_t n) {
+        int32_t words;
+        std::memcpy(&words, line + index[n], sizeof words);
+        return words;
+    };
+    return {_mm256_setr_epi32(pair(0), pair(1), pair(2), pair(3), pair(8), pair(9), pair(10), pair(11))};
+}
+
 // Sixteen words that are bytes.
 inline void storeBytes(uint8_t *at, Words words)
 {
@@ -241,6 +258,28 @@ inline void emitPixels(void *dst, int32_t first, Words words)
         storeWords(static_cast<uint16_t *>(dst) + first, words);
 }
 
+// The integer parts of sixteen positions.
+struct Indices {
+    alignas(32) int32_t at[16];
+
+    explicit Indices(const Positions<2> &p)
+    {
+        _mm256_store_si256(reinterpret_cast<__m256i *>(at), _mm256_srai_epi32(p.at[0], 16));
+        _mm256_store_si256(reinterpret_cast<__m256i *>(at + 8), _mm256_srai_epi32(p.at[1], 16));
+    }
+};
+
+// Pixels that lie further apart than a window of the line holds, whole registers of them. Returns how many. Not
+// inlined: the other loop would lose registers to it.
+template <typename Kernel, bool kAdd>
+[[gnu::noinline]] int32_t outputCoarsely(const OutputRun<typename Kernel::Rule::Entry> &run)
+{
+    int32_t done = 0;
+    for (; done + Words::kCount <= run.count; done += Words::kCount)
+        emitPixels<typename Kernel::Rule::Pixel, kAdd>(run.dst, done, Kernel::coarseOutput(run, done));
+    return done;
+}
+
 template <typename Kernel, bool kAdd>
 inline void outputLine(const OutputRun<typename Kernel::Rule::Entry> &run)
 {
@@ -248,9 +287,11 @@ inline void outputLine(const OutputRun<typename Kernel::Rule::Entry> &run)
     using Pixel = typename Rule::Pixel;
     constexpr int32_t elementSize = kAdd ? sizeof(uint32_t) : sizeof(Pixel);
     int32_t done = 0;
-    if (!Kernel::kFineSteps || isFineStep(run.step))
+    if (isFineStep(run.step))
         for (; done + Words::kCount <= run.count; done += Words::kCount)
             emitPixels<Pixel, kAdd>(run.dst, done, Kernel::output(run, done));
+    else
+        done = outputCoarsely<Kernel, kAdd>(run);
     outputLinePortable<Rule, kAdd>({run.line, run.position + static_cast<uint32_t>(done) * run.step, run.step,
                                     run.count - done, run.weights,
                                     static_cast<uint8_t *>(run.dst) + ptrdiff_t{done} * elementSize});
