@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <type_traits>
 
 #include "support/x86/x86_intrinsics.h"
 #include "transform/tiles/x86/tile_blocks.h"
@@ -121,6 +122,7 @@ struct BlockTile {
     BlockAxis x, y;
     const Pixel *src;
     int64_t pitch;
+    bool downFirst; // blocks follow each other along the columns
 };
 
 // Resamples a tile by Blocks::walk<Interpolation, banks>, banks being how many of Blocks::kBoxRows rows each hold a
@@ -132,7 +134,10 @@ void resampleBlocks(const FixedTile &tile, const typename Blocks::Pixel *src, in
 {
     using Pixel = typename Blocks::Pixel;
     const typename Blocks::template Output<Sink> output(dst, dstPitch);
-    BlockTile<Pixel> t = {tile, {}, {}, src, srcPitch};
+    // Along the side that leaves the source's rows less, so that a row's bytes are used up while they are in the
+    // nearest cache; but columns of stores would evict each other's lines before these are full.
+    const bool evictsStores = std::is_same_v<Sink, Store> && evictLines<Pixel>(dstPitch);
+    BlockTile<Pixel> t = {tile, {}, {}, src, srcPitch, leadsDown(tile) && !evictsStores};
     switch (boxBanks<Interpolation>(tile, Blocks::kWidth, Blocks::kRows, kBoxColumns, Blocks::kBoxRows, &t.x, &t.y)) {
     case 2:
         return Blocks::template walk<Interpolation, 2>(t, output);

@@ -67,17 +67,24 @@ inline bool leadsDown(const FixedTile &tile)
     return std::abs(int64_t{tile.colStepY}) > std::abs(int64_t{tile.rowStepY});
 }
 
-// The order in which the blocks of a tile of at least one block follow each other: along the side that leaves
-// the source's rows less, so that a row's bytes are used up while they are in the nearest cache.
+// At row pitches of whole 512 bytes the lines of many rows share a few sets of the first-level cache and evict each
+// other.
+template <typename Pixel>
+bool evictLines(int32_t pitch)
+{
+    return pitch * int64_t{sizeof(Pixel)} % 512 == 0;
+}
+
+// The order in which the blocks of a tile of at least one block follow each other, along its columns or its rows.
 struct BlockOrder {
     int32_t outerEnd, outerStep; // both sides in destination pixels
     int32_t innerEnd, innerStep;
     int32_t lastColumn, lastRow;
     bool downFirst;
 
-    BlockOrder(const FixedTile &tile, int32_t blockWidth, int32_t blockRows)
+    BlockOrder(const FixedTile &tile, int32_t blockWidth, int32_t blockRows, bool alongColumns)
         : outerEnd(tile.rows), outerStep(blockRows), innerEnd(tile.width), innerStep(blockWidth),
-          lastColumn(tile.width - blockWidth), lastRow(tile.rows - blockRows), downFirst(leadsDown(tile))
+          lastColumn(tile.width - blockWidth), lastRow(tile.rows - blockRows), downFirst(alongColumns)
     {
         if (downFirst) {
             std::swap(outerEnd, innerEnd);

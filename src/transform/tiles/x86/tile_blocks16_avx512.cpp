@@ -182,7 +182,7 @@ struct Blocks {
     static void walk(const BlockTile<uint16_t> &t, const Put &output)
     {
         const BlockLanes lanes = makeBlockLanes(t.x, t.y, 0);
-        const BlockOrder order(t.tile, kBlockWidth, kBlockRows);
+        const BlockOrder order(t.tile, kBlockWidth, kBlockRows, t.downFirst);
         for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
             for (int32_t inner = 0; inner < order.innerEnd; inner += order.innerStep) {
                 const BlockPlace place = order.place(outer, inner);

@@ -201,7 +201,7 @@ struct Blocks {
                 _mm512_mullo_epi16(half.index, _mm512_set1_epi16(BlockSamples<Interpolation>::kIndexUnit)),
                 _mm512_set1_epi16(BlockSamples<Interpolation>::kIndexOffset));
 
-        const BlockOrder order(t.tile, kBlockSize, kBlockSize);
+        const BlockOrder order(t.tile, kBlockSize, kBlockSize, t.downFirst);
         for (int32_t outer = 0; outer < order.outerEnd; outer += order.outerStep) {
             for (int32_t inner = 0; inner < order.innerEnd; inner += order.innerStep) {
                 const BlockPlace place = order.place(outer, inner);

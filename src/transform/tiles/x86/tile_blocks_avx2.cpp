@@ -587,14 +587,6 @@ template <typename Interpolation, typename Pixel, typename Put>
     }
 }
 
-// At row pitches of whole 512 bytes the lines of many rows share a few sets of the first-level cache and evict each
-// other.
-template <typename Pixel>
-bool evictLines(int32_t pitch)
-{
-    return pitch * int64_t{sizeof(Pixel)} % 512 == 0;
-}
-
 // The blocks of a region, one after the other along the side that leaves the source's rows less.
 template <typename Interpolation, typename Sink, typename Shape, typename Pixel>
 void walkRegion(const BlockTile<Pixel> &t, const Lanes *lanes, const BlockRegion &region)
