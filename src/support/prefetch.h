@@ -49,7 +49,7 @@ struct TileAhead {
 // time. sourceArea: source pixels to a destination pixel.
 inline bool leavesCaches(double sourceArea, int32_t destWidth, int32_t destHeight, size_t bytesPerPixel)
 {
-    constexpr double bytes = 3 * 1024.0 * 1024.0;
+    constexpr double bytes = 8 * 1024.0 * 1024.0;
     return (1.0 + std::fabs(sourceArea)) * destWidth * destHeight * static_cast<double>(bytesPerPixel) >= bytes;
 }
 

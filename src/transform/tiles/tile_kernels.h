@@ -52,7 +52,7 @@ struct TileKernels {
     BoundedTileKernel<Pixel, Position> bounded;
     int32_t reach;
     Position shift;
-    // Asked once for every tile, where set, whatever it is for: unless the answer is yes, portable stands in for inside.
+    // Asked once for every tile, where set, whatever it is for: without a yes, portable takes the place of inside.
     bool (*mayOptimise)() = nullptr;
     TileKernel<Pixel, Position> portable = nullptr;
 };

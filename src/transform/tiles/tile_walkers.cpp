@@ -20,6 +20,10 @@ constexpr int32_t kMaxExtentForSteppedTiles = 1024;
 // their lines in the second-level cache, and their pages in the translation buffer, when the next column comes.
 constexpr int32_t kStretchOfRows = 384;
 
+// Source pixels to a destination pixel, at most, where the next tile is asked for: of greater reductions most lines of
+// a tile's footprint are never read.
+constexpr double kMostAreaAhead = 2.5;
+
 template <typename Coordinate>
 struct Point {
     Coordinate x, y;
@@ -390,7 +394,8 @@ int32_t walkTiles(const Sampling &sampling, int32_t tileSize, const TileKernels<
     const int64_t elementSize = add ? sizeof(uint32_t) : sizeof(Pixel);
     const Walk<Pixel, Position> walk = {
         source, kernels, add ? 0 : destination.pitch, elementSize,
-        isFixed && leavesCaches(sourceArea, params.destWidth, params.destHeight, sizeof(Pixel))};
+        isFixed && std::fabs(sourceArea) <= kMostAreaAhead &&
+            leavesCaches(sourceArea, params.destWidth, params.destHeight, sizeof(Pixel))};
     const Direction<Coordinate> down = {sampling.rows(), motion.tileRow,
                                         int64_t{tileSize} * walk.dstPitch * walk.elementSize};
     const Direction<Coordinate> right = {add ? params.destWidth : destination.width, motion.tileCol,
