@@ -11,7 +11,6 @@ namespace kip {
 
 namespace {
 
-constexpr int32_t kMaxTileSize = 96;
 // Source pixels that one tile's footprint may cover, so that it stays in the second-level cache.
 constexpr double kMaxFootprintArea = 200000.0;
 // The least start fraction, one unit of 16.16: a fraction of 0 has no place in a reversed scan.

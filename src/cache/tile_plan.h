@@ -8,6 +8,9 @@
 
 #include "support/sampling.h"
 
+// The longest side of a tile, in destination pixels.
+inline constexpr int32_t kMaxTileSize = 96;
+
 // How a table-driven mode resamples a destination: its tiles, the order in which the source is scanned, and
 // the fixed-point positions and steps of the two passes. Built once per geometry; the kernels only read it,
 // but for the scratch memory.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "cache/tile_plan.h"
 #include "support/prefetch.h"
 
 namespace kip {
@@ -30,7 +31,7 @@ struct RowGroup {
 
 // The size of a group whose steps are kGroupStep at most, and of its tile; greater steps make it smaller.
 inline constexpr int32_t kGroupRows = 32;
-inline constexpr int32_t kGroupWidth = 96;
+inline constexpr int32_t kGroupWidth = kMaxTileSize;
 // 1.875: the samples of 32 pixels, or the lines of 32 rows and their taps, then fit into 64.
 inline constexpr int32_t kGroupStep = 0x1E000;
 // 4.25, for kernels of coarse groups.

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "cache/tile_plan.h"
 #include "transform/plan/plan_rows.h"
 #include "transform/plan/x86/plan_rows_avx2.h"
 
@@ -22,7 +23,7 @@ KIP_TARGET_BEGIN(KIP_PLAN_TARGET)
 
 namespace kip::avx2 {
 
-inline constexpr int32_t kSparseWidth = 96;
+inline constexpr int32_t kSparseWidth = kMaxTileSize;
 
 template <typename Pixel>
 inline constexpr int32_t kPixelBits = 8 * sizeof(Pixel);
