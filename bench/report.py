@@ -1,22 +1,21 @@
 #!/usr/bin/env python3
 """Makes the tables and plots of bench/README.md out of the benchmark's own output.
 
-    bench/report.py DIRECTORY LEVEL=FILE ...
+    bench/report.py DIRECTORY LEVEL=FILE[,FILE...] ...
 
 A file is what this wrote at a level of the processor:
 
     kip_bench --level=LEVEL --plain --benchmark_format=json --benchmark_filter=^transform/ \\
         --benchmark_repetitions=7 --benchmark_enable_random_interleaving=true
 
-Medians of the repetitions count; OpenCV's are those of the same file. The tables go to the standard output, angle.svg and
-reduction.svg into the directory. Needs matplotlib.
+The least of the repetitions counts, of either library, since other work on the machine only adds to a time. The tables
+go to the standard output, angle.svg and reduction.svg into the directory. Needs matplotlib.
 """
 
 import collections
 import json
 import pathlib
 import re
-import statistics
 import sys
 
 import matplotlib
@@ -34,17 +33,17 @@ COLUMNS = [(mode, depth) for depth in ("u8", "u16") for mode in ("nearest", "bil
 COLORS = ("#2a6fbb", "#e07b00", "#3a9a5c")
 
 
-def read(path):
+def read(paths):
     """Nanoseconds per destination pixel by (mode, depth, geometry, library), in the order of the cases."""
     runs = collections.defaultdict(list)
-    for run in json.loads(pathlib.Path(path).read_text())["benchmarks"]:
+    for run in (run for path in paths for run in json.loads(pathlib.Path(path).read_text())["benchmarks"]):
         name = NAME.match(run["run_name"])
         if not name or run["run_type"] != "iteration":
             continue
         width, height = SIDES.match(name[3]).groups()
         clock = "real_time" if "/threads" in name[3] else "cpu_time"
         runs[name.groups()].append(run[clock] * NANOSECONDS[run["time_unit"]] / (int(width) * int(height or width)))
-    return {case: statistics.median(times) for case, times in runs.items()}
+    return {case: min(times) for case, times in runs.items()}
 
 
 def print_table(title, geometries, cell):
@@ -54,9 +53,19 @@ def print_table(title, geometries, cell):
         print(f"| {geometry} | " + " | ".join(cell(mode, depth, geometry) for mode, depth in COLUMNS) + " |")
 
 
+def title_of(geometry):
+    """The table that a case belongs into."""
+    if "/threads" in geometry:
+        return "two threads / one"
+    if re.search("reduce|scale2|shear", geometry):
+        return "steps"
+    return "angles" if PLAIN.match(geometry) else "sizes, widths, pitches"
+
+
 def print_tables(level, runs):
-    geometries = list(dict.fromkeys(geometry for _, _, geometry, _ in sorted(runs, key=lambda case: SIDES.match(
-        case[2]).group(1) != "1024")))
+    tables = collections.defaultdict(dict)
+    for _, _, geometry, _ in runs:
+        tables[title_of(geometry)][geometry] = True
 
     def speed(mode, depth, geometry):
         ours, theirs = (runs.get((mode, depth, geometry, library)) for library in ("kip", "opencv"))
@@ -68,8 +77,11 @@ def print_tables(level, runs):
         one, two = (runs.get((mode, depth, f"{geometry}/threads{count}", "kip")) for count in (1, 2))
         return f"{one / two:.2f}" if one and two else ""
 
-    print_table(f"{level}: ns per pixel (OpenCV / kip)", [g for g in geometries if "/threads" not in g], speed)
-    print_table(f"{level}: two threads / one", [g[:-9] for g in geometries if g.endswith("/threads2")], gain)
+    for title, geometries in tables.items():
+        if "threads" in title:
+            print_table(f"{level}: {title}", [g[:-9] for g in geometries if g.endswith("/threads2")], gain)
+        else:
+            print_table(f"{level}: {title}", geometries, speed)
 
 
 def points_of(runs, mode, depth, library, place):
@@ -105,7 +117,7 @@ def draw(levels, title, label, place):
 
 def main():
     directory = pathlib.Path(sys.argv[1])
-    levels = {level: read(path) for level, path in (argument.split("=", 1) for argument in sys.argv[2:])}
+    levels = {level: read(paths.split(",")) for level, paths in (argument.split("=", 1) for argument in sys.argv[2:])}
     for level, runs in levels.items():
         print_tables(level, runs)
     plots = {

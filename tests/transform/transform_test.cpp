@@ -174,6 +174,7 @@ TEST_P(Transform, SplitOnesTakeScratchMemoryOnce)
 {
     const kip_affineSampleParams params = {{20.25, 8.5, 320, -6, 6, 280}, kip_affineModeBicubic, 320, 280};
     ksys_jobThreadGroup_setThreadCount(4);
+    ksys_jobThreadGroup_setSplitAll(0);
     kip_affineSampleCache *cache = nullptr;
     ASSERT_EQ(kip_affineSampleCache_construct(&cache), 0);
     Image destination(bytes, params.destWidth, params.destHeight);
