@@ -151,26 +151,26 @@ __m256i packHigh(__m256i upper, __m256i lower)
 }
 
 // Steps to four pixels of each half of a vector, from the first pixel of the half; firstPixel is 0 or 4.
-template <typename Shape>
+template <int32_t kHalfWidth>
 __m256i stepsInHalves(const BlockAxis &axis, int32_t firstPixel)
 {
     const auto step = [&](int32_t pixel) {
-        return static_cast<int32_t>((firstPixel + pixel) % Shape::kHalfWidth * int64_t{axis.colStep} +
-                                    (firstPixel + pixel) / Shape::kHalfWidth * int64_t{axis.rowStep});
+        return static_cast<int32_t>((firstPixel + pixel) % kHalfWidth * int64_t{axis.colStep} +
+                                    (firstPixel + pixel) / kHalfWidth * int64_t{axis.rowStep});
     };
     return _mm256_broadcastsi128_si256(_mm_setr_epi32(step(0), step(1), step(2), step(3)));
 }
 
 // One coordinate of the lanes that begin in a row of the block; returns the pixels of the box.
-template <typename Shape>
+template <int32_t kHalfWidth>
 __m256i splitPositions(const BlockAxis &axis, int32_t firstRow, __m256i *fraction, __m256i *low)
 {
-    const int32_t toRight = Shape::kHalfWidth * axis.colStep;
+    const int32_t toRight = kHalfWidth * axis.colStep;
     const __m256i toHalves = _mm256_setr_epi32(0, 0, 0, 0, toRight, toRight, toRight, toRight);
     // Not negative, and within the box.
     const __m256i fromLeast = _mm256_set1_epi32(static_cast<int32_t>(firstRow * int64_t{axis.rowStep} - axis.least));
-    const __m256i upper = _mm256_add_epi32(stepsInHalves<Shape>(axis, 0), fromLeast);
-    const __m256i lower = _mm256_add_epi32(stepsInHalves<Shape>(axis, 4), fromLeast);
+    const __m256i upper = _mm256_add_epi32(stepsInHalves<kHalfWidth>(axis, 0), fromLeast);
+    const __m256i lower = _mm256_add_epi32(stepsInHalves<kHalfWidth>(axis, 4), fromLeast);
     const __m256i toFirst = _mm256_add_epi32(toHalves, _mm256_set1_epi32(static_cast<int32_t>(axis.least)));
     *fraction = packLow(_mm256_add_epi32(upper, toFirst), _mm256_add_epi32(lower, toFirst));
     *low = packLow(upper, lower);
@@ -178,15 +178,16 @@ __m256i splitPositions(const BlockAxis &axis, int32_t firstRow, __m256i *fractio
 }
 
 // columnUnit: what a shuffle counts columns by. columnOffset: what it counts the first one as.
-template <typename Shape>
+template <int32_t kHalfWidth>
 Lanes makeLanes(const BlockAxis &x, const BlockAxis &y, int32_t firstRow, int16_t columnUnit, int16_t columnOffset)
 {
     Lanes lanes;
     const __m256i one = _mm256_set1_epi16(1);
-    const __m256i column = _mm256_add_epi16(splitPositions<Shape>(x, firstRow, &lanes.fractionX, &lanes.lowX), one);
+    const __m256i column =
+        _mm256_add_epi16(splitPositions<kHalfWidth>(x, firstRow, &lanes.fractionX, &lanes.lowX), one);
     lanes.column =
         _mm256_add_epi16(_mm256_mullo_epi16(column, _mm256_set1_epi16(columnUnit)), _mm256_set1_epi16(columnOffset));
-    lanes.row = _mm256_add_epi16(splitPositions<Shape>(y, firstRow, &lanes.fractionY, &lanes.lowY), one);
+    lanes.row = _mm256_add_epi16(splitPositions<kHalfWidth>(y, firstRow, &lanes.fractionY, &lanes.lowY), one);
     return lanes;
 }
 
@@ -649,7 +650,8 @@ void walkTile(const BlockTile<Pixel> &t)
     using Samples = BlockSamples<Interpolation, Pixel>;
     Lanes lanes[kVectors<Interpolation, Pixel>];
     for (int v = 0; v < kVectors<Interpolation, Pixel>; ++v)
-        lanes[v] = makeLanes<Shape>(t.x, t.y, v * Shape::kRowsOfVector, Samples::kColumnUnit, Samples::kColumnOffset);
+        lanes[v] = makeLanes<Shape::kHalfWidth>(t.x, t.y, v * Shape::kRowsOfVector, Samples::kColumnUnit,
+                                                Samples::kColumnOffset);
     const BlockSide across(t.tile.width, Shape::kWidth);
     const BlockSide down(t.tile.rows, Shape::kRows);
     for (int d = 0; d < down.count; ++d)
