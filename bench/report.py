@@ -6,7 +6,7 @@
 A file is what this wrote at a level of the processor:
 
     kip_bench --level=LEVEL --plain --benchmark_format=json --benchmark_filter=^transform/ \\
-        --benchmark_repetitions=7 --benchmark_enable_random_interleaving=true
+        --benchmark_repetitions=5
 
 The least of the repetitions counts, of either library, since other work on the machine only adds to a time. The tables
 go to the standard output, angle.svg and reduction.svg into the directory. Needs matplotlib.
