@@ -71,11 +71,12 @@ void mirrorSse2(const Rows<const Pixel> &input, const Rows<Pixel> &output)
     constexpr int64_t block = sizeof(__m128i) / sizeof(Pixel);
     const int64_t whole = output.width / block * block;
     for (int64_t r = 0; r < output.height; ++r) {
-        const Pixel *const src = input.row(r) + (output.width - block);
+        const Pixel *const src = input.row(r);
         Pixel *const dst = output.row(r);
-        for (int64_t n = 0; n < whole; n += block)
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + n),
-                             reversed<Pixel>(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src - n))));
+        for (int64_t n = 0; n < whole; n += block) {
+            const auto *const from = reinterpret_cast<const __m128i *>(src + (output.width - block - n));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + n), reversed<Pixel>(_mm_loadu_si128(from)));
+        }
     }
     const int64_t rest = output.width - whole;
     mirrorPortable<Pixel>({input.first, input.pitch, rest, output.height},
