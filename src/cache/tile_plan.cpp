@@ -413,6 +413,5 @@ bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t ge
 bool kip_affineTilePlan_hasIndependentRows(const kip_affineTilePlan &plan)
 {
     const int64_t last = 0xFFFF + int64_t{plan.primaryStep} * (plan.tileWidth[0] - 1);
-    return plan.secondaryShear >= -0x10000 && plan.secondaryShear <= 0x10000 && plan.primaryStep >= 0 &&
-           last <= INT32_MAX;
+    return hasGentleShear(plan) && plan.primaryStep >= 0 && last <= INT32_MAX;
 }

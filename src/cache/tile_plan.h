@@ -64,6 +64,13 @@ int32_t kip_affineTilePlan_free(kip_affineTilePlan *plan);
 // Tells whether a plan was built for another geometry or other pitches, or never.
 bool kip_affineTilePlan_needsRebuild(const kip_affineTilePlan &plan, uint64_t geometry, const kip::Sampling &sampling);
 
+// Tells whether samples move across no more than the one pixel that they move along: neighbours then lie on the same
+// line or on neighbouring ones.
+inline bool hasGentleShear(const kip_affineTilePlan &plan)
+{
+    return plan.secondaryShear >= -0x10000 && plan.secondaryShear <= 0x10000;
+}
+
 // Tells whether each destination row takes nothing from the line of samples but what it has put there itself. Rows of
 // tiles may then be resampled in any order, each with scratch memory of its own.
 bool kip_affineTilePlan_hasIndependentRows(const kip_affineTilePlan &plan);

@@ -26,8 +26,8 @@ struct PlanKernels {
     // Set where samples run much faster along the source's rows: tiles of other scans are copied first, and
     // samples then see a majorStep of 1. Null: every run reads the source itself.
     void (*copyStrip)(const StripCopy<Pixel> &copy);
-    // Resample the rows of a tile together, where isGroupGeometry allows it: for steps of at most kGroupStep, and of at
-    // most kCoarseGroupStep. Null: there is no such kernel.
+    // Resample the rows of a tile together, where its shear is gentle and isGroupGeometry allows it: for steps of at
+    // most kGroupStep, and of at most kCoarseGroupStep. Null: there is no such kernel.
     RowGroupKernel<Pixel> *rowGroup;
     RowGroupKernel<Pixel> *coarseRowGroup;
 };

@@ -37,13 +37,11 @@ inline constexpr int32_t kGroupStep = 0x1E000;
 // 4.25, for kernels of coarse groups.
 inline constexpr int32_t kCoarseGroupStep = 0x44000;
 
-// Tells whether the rows of a tile may run in groups, whose steps are mostStep at most.
-inline bool isGroupGeometry(int32_t shear, int32_t positionRowStep, int32_t outputStep, int32_t outputRowStep,
-                            int32_t mostStep)
+// Tells whether the rows of a tile of gentle shear may run in groups, whose steps are mostStep at most.
+inline bool isGroupGeometry(int32_t positionRowStep, int32_t outputStep, int32_t outputRowStep, int32_t mostStep)
 {
-    const auto isWithin = [](int32_t step, int32_t most) { return step >= -most && step <= most; };
-    return isWithin(shear, 0x10000) && isWithin(positionRowStep, mostStep) && outputStep >= 0 &&
-           outputStep <= mostStep && isWithin(outputRowStep, mostStep);
+    const auto isWithin = [mostStep](int32_t step) { return step >= -mostStep && step <= mostStep; };
+    return isWithin(positionRowStep) && outputStep >= 0 && outputStep <= mostStep && isWithin(outputRowStep);
 }
 
 // How many pixels, or rows, at this step reach no further than `most` at steps of kGroupStep.

@@ -62,10 +62,9 @@ TileGroups<Rule> groupsOf(const Scan<Rule> &scan, const PlanTile &tile)
 {
     const kip_affineTilePlan &plan = scan.plan;
     const auto isWithin = [&plan](int32_t mostStep) {
-        return isGroupGeometry(plan.secondaryShear, plan.secondaryRowStep, plan.primaryStep, plan.primaryRowStep,
-                               mostStep);
+        return isGroupGeometry(plan.secondaryRowStep, plan.primaryStep, plan.primaryRowStep, mostStep);
     };
-    if (!isLineLongEnough<Rule>(plan, tile))
+    if (!hasGentleShear(plan) || !isLineLongEnough<Rule>(plan, tile))
         return {};
     if (isWithin(kGroupStep))
         return {scan.kernels.rowGroup, kGroupRows, tile.width};
@@ -138,8 +137,7 @@ bool isSparseGeometry(const Scan<Rule> &scan, const PlanTile &tile)
 {
     const kip_affineTilePlan &plan = scan.plan;
     return isLineLongEnough<Rule>(plan, tile) && plan.primaryStep >= scan.kernels.leastSparseStep &&
-           plan.secondaryShear >= -0x10000 && plan.secondaryShear <= 0x10000 && scan.source.pitch >= -INT16_MAX &&
-           scan.source.pitch <= INT16_MAX;
+           hasGentleShear(plan) && scan.source.pitch >= -INT16_MAX && scan.source.pitch <= INT16_MAX;
 }
 
 // The samples of a row, all of which lie inside the source.
