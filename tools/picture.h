@@ -16,11 +16,6 @@ struct Picture {
     std::variant<std::vector<uint8_t>, std::vector<uint16_t>> samples; /**< 8 or 16 bits a sample */
 };
 
-/** A colour of an 8-bit picture. */
-struct Colour {
-    uint8_t red, green, blue;
-};
-
 /** The most pixels that a picture may have; a file that claims more is refused before memory is taken. */
 constexpr int64_t kMaxPixels = int64_t{1} << 28;
 
