@@ -17,7 +17,7 @@ struct Picture {
 };
 
 /** The most pixels that a picture may have; a file that claims more is refused before memory is taken. */
-constexpr int64_t kMaxPixels = int64_t{1} << 28;
+constexpr int64_t kMaxPixels = int64_t{1} << 30;
 
 /** Ends with a Failure unless 1 <= width, height and width * height <= kMaxPixels. */
 void checkPictureSize(int64_t width, int64_t height);

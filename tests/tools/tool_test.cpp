@@ -18,6 +18,9 @@
 #include <kip/kip.h>
 #include <tuple>
 #include <utility>
+#if !defined(_WIN32)
+#include <sys/resource.h>
+#endif
 
 namespace {
 
@@ -280,6 +283,47 @@ TEST_F(Tool, SceneIsStraightenedByTheOptionsThatItPrints)
     run("scene other.png --size 320x240 --angle -33 --depth 16 --seed 2");
     EXPECT_NE(textOf("other.png"), textOf("scene.png"));
 }
+
+#if !defined(_WIN32) && !defined(__SANITIZE_THREAD__) // whose own memory is many times the program's
+
+// The most memory that any program run by this process has taken, in bytes.
+int64_t peakOfChildren()
+{
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return int64_t{1024} * usage.ru_maxrss;
+}
+
+// Files of 64 MB of which the disk holds the beginning alone.
+TEST_F(Tool, LargePicturesTakeTheirOwnSize)
+{
+    constexpr uintmax_t kSize = 64 << 20;
+    const auto makeLarge = [](const char *name, const std::string &header) {
+        std::ofstream(name, std::ios::binary) << header;
+        fs::resize_file(name, header.size() + kSize);
+    };
+    makeLarge("8.pgm", "P5 8192 8192 255\n");
+    makeLarge("16.pgm", "P5 4096 8192 65535\n");
+    // A big-endian TIFF of one strip: width, height, bits, compression, photometric, offset, rows and bytes of the
+    // strip.
+    const auto tag = [](uint32_t number, uint32_t value) {
+        std::string bytes = {'\1', static_cast<char>(number), '\0', '\4', '\0', '\0', '\0', '\1'};
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes += static_cast<char>(value >> shift);
+        return bytes;
+    };
+    makeLarge("16.tif", std::string("MM\0*\0\0\0\10\0\10", 10) + tag(0, 4096) + tag(1, 8192) + tag(2, 16) + tag(3, 1) +
+                            tag(6, 1) + tag(17, 110) + tag(22, 8192) + tag(23, kSize) + std::string(4, '\0'));
+
+    EXPECT_EQ(run("info in8.png").exitCode, 0);
+    const int64_t small = peakOfChildren();
+    for (const char *name : {"8.pgm", "16.pgm", "16.tif"}) {
+        EXPECT_EQ(run(std::string("transform ") + name + " out.png --rect 10,10,30,20 --angle 4").error, "") << name;
+        EXPECT_LT(static_cast<double>(peakOfChildren() - small), 1.25 * kSize) << name;
+    }
+}
+
+#endif
 
 // Four columns of which the first lies outside and the second a quarter inside. The plot's area is 665 x 300 points
 // from (110, 40): 12 pixels and the values from 20 to 60.
