@@ -124,9 +124,8 @@ project_across() { # NAME RECTANGLE ANGLE
     echo "profile: --rect $across --angle $angle"
     printf '  %-38s ' "$out/$name-profile.svg"
     "$kip" project "${arguments[@]}" --plot "$out/$name-profile.svg" --overlay "$out/$name-across.png" --time 2>&1
-    "$kip" project "${arguments[@]}" --plot "$out/$name-profile.png"
-    "$kip" compose "$out/profile-overview.png" "Down the $name, across its lines=$out/$name-across.png" \
-        "Mean of each line of samples=$out/$name-profile.png" --columns 2 --width 800
+    compose profile-overview 2 "Down the $name, across its lines=$out/$name-across.png" \
+        "Mean of each line of samples=$out/$name-profile.svg"
 }
 
 # A rectangle of some size, half outside at the left.
@@ -135,8 +134,50 @@ clip_at_the_edge() { # RECTANGLE ANGLE PICTURE-HEIGHT
     half=$(awk -F , -v h="$3" '{ printf "%.2f,%.2f,%s,%s\n", -$3 / 2, (h - $4) / 2, $3, $4 }' <<<"$1")
     echo "half outside: --rect $half --angle $2"
     sample clipped bilinear "$half" "$2" --clip --mask "$out/clipped-mask.png" --overlay "$out/clipped-overlay.png"
-    "$kip" compose "$out/clipped-overview.png" "A rectangle half outside=$out/clipped-overlay.png" \
-        "Straightened, black where nothing is=$out/clipped.png" "Its mask=$out/clipped-mask.png" --columns 1 --width 800
+    compose clipped-overview 1 "A rectangle half outside=$out/clipped-overlay.png" \
+        "Straightened, black where nothing is=$out/clipped.png" "Its mask=$out/clipped-mask.png"
+}
+
+# Puts pictures under their labels, row by row, small ones enlarged by a whole factor; - leaves a place free. librsvg
+# sets the text, and draws the plots; as it enlarges smoothly, grey pictures, whose pixels are to show, come enlarged.
+compose() { # NAME COLUMNS LABEL=FILE...
+    local name=$1 columns=$2 entry column=-1 label file width height factor x y bottom=0
+    local -a bottoms=()
+    shift 2
+    {
+        for entry in "$@"; do
+            column=$(((column + 1) % columns))
+            [ "$entry" != - ] || continue
+            label=${entry%=*} file=${entry##*=} width=800 height=400
+            if [[ $file == *.png ]]; then
+                read -r width height < <(picture_size "$file")
+                label+=" ($width x $height"
+                factor=$((800 / width < 8 ? 800 / width : 8))
+                if [ "$factor" -eq 0 ]; then
+                    label+=", reduced" height=$((height * 800 / width)) width=800
+                elif [ "$factor" -gt 1 ]; then
+                    label+=", enlarged by $factor"
+                    if "$kip" info "$file" | grep -q 'grey$'; then
+                        "$kip" transform "$file" "${file%.png}.enlarged.png" --rect "0,0,$width,$height" \
+                            --size "$((width * factor))x$((height * factor))" --mode nearest
+                        file=${file%.png}.enlarged.png
+                    fi
+                    width=$((width * factor)) height=$((height * factor))
+                fi
+                label+=")"
+            fi
+            x=$((14 + column * 814)) y=$((${bottoms[column]:-0} + 28))
+            bottoms[column]=$((y + 8 + height))
+            [ "$bottom" -ge "${bottoms[column]}" ] || bottom=${bottoms[column]}
+            echo "<text x='$x' y='$y'>$label</text>"
+            echo "<image x='$x' y='$((y + 8))' width='$width' height='$height' href='${file##*/}'/>"
+        done
+        echo "</svg>"
+    } >"$out/$name.svg"
+    sed -i "1i <svg xmlns='http://www.w3.org/2000/svg' width='$((14 + columns * 814))' height='$((bottom + 14))' \
+font-family='sans-serif' font-size='14' fill='#1e2230'>" "$out/$name.svg"
+    rsvg-convert --background-color='#fafaf8' "$out/$name.svg" -o "$out/$name.png"
+    rm -f "$out/$name.svg" "$out"/*.enlarged.png
 }
 
 # Two columns, one a rectangle; below each other what is to be compared.
@@ -149,7 +190,7 @@ compose_overview() { # NAME NAME
             entries+=("${panels["$name,$row"]}")
         done
     done
-    "$kip" compose "$out/overview.png" "${entries[@]}" --columns 2 --width 800
+    compose overview 2 "${entries[@]}"
 }
 
 build_tool

@@ -17,15 +17,21 @@ bool isBounded = false;
 void readAndWrite(std::span<const uint8_t> file)
 {
     using namespace kiptool;
-    Format format{};
-    const Picture picture = decodePicture(file, &format);
-    if (int64_t{picture.width} * picture.height > int64_t{1} << 14) // compressing takes long
-        return;
-    const Picture back = format == Format::png    ? decodePng(encodePng(picture))
-                         : format == Format::tiff ? decodeTiff(encodeTiff(picture))
-                                                  : decodePgm(encodePgm(picture));
-    if (back.samples != picture.samples || back.width != picture.width || back.channels != picture.channels)
-        std::abort();
+    Input input(file);
+    decodePages(input, kEveryPage, [](const PictureFile &page) {
+        const Picture &picture = page.picture;
+        if (int64_t{picture.width} * picture.height > int64_t{1} << 14) // compressing takes long
+            return;
+        const std::vector<uint8_t> written = page.format == Format::png   ? encodePng(picture)
+                                             : page.format == Format::pgm ? encodePgm(picture)
+                                                                          : encodeTiff(picture);
+        Input again(written);
+        decodePages(again, 1, [&picture](const PictureFile &file) {
+            const Picture &back = file.picture;
+            if (back.samples != picture.samples || back.width != picture.width || back.channels != picture.channels)
+                std::abort();
+        });
+    });
 }
 
 } // namespace

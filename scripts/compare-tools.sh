@@ -32,9 +32,7 @@ straighten() {
     "${tool[@]}" project "$source" -o "$name.csv" --plot "$name.svg" "$@" --mean
     [ "$extension" = png ] || return 0
     "${tool[@]}" transform "$source" "$name.tif" "$@" --overlay "$name-overlay.png"
-    "${tool[@]}" project "$source" -o "$name.json" --plot "$name-plot.png" "$@" --mean
-    "${tool[@]}" compose "$name-overview.png" "Where=$name-overlay.png" "Straightened=$name-cubic.png" \
-        "Profile=$name-plot.png" --columns 2 --width 800
+    "${tool[@]}" project "$source" -o "$name.json" "$@" --mean
 }
 
 make_pictures() { # DIRECTORY TOOL...

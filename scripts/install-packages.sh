@@ -15,7 +15,7 @@ python_packages+=" python3-pytest python3-hypothesis python3-skimage python3-ope
 packages_for() {
     case $1 in
     build) echo "$build_packages" ;;
-    demo) echo "$build_packages python3-dev pybind11-dev python3-numpy python3-pil" ;;
+    demo) echo "$build_packages python3-dev pybind11-dev python3-numpy python3-pil librsvg2-bin fonts-dejavu-core" ;;
     test) echo "$build_packages $python_packages libgtest-dev libopencv-dev" ;;
     bench) echo "$build_packages libbenchmark-dev libopencv-dev" ;;
     docs) echo "$(packages_for test) doxygen furo python3-breathe python3-myst-parser python3-sphinx" ;;

@@ -1,4 +1,3 @@
-#include "bitmap_font.h"
 #include "commands.h"
 #include "failure.h"
 #include "parse.h"
@@ -6,12 +5,10 @@
 #include "sampling_options.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <memory>
-#include <string_view>
 
 namespace kiptool {
 namespace {
@@ -28,11 +25,10 @@ constexpr double kTable = 0.22, kPaper = 0.88, kInk = 0.1;
 constexpr double kNoise = 0.012;
 constexpr int kGrid = 4; // samples along each side of a pixel
 
-constexpr std::array<std::string_view, 4> kText = {"KIP TEST LABEL", "LOT 2471-08 C", "angle, scale", "0123456789"};
-
-// Dots of the font on the label; under the text stand the bars, a line of it high.
-constexpr int kLabelColumns = 15 * kGlyphPitch, kLinePitch = kGlyphHeight + 4;
-constexpr int kLabelRows = (static_cast<int>(kText.size()) + 1) * kLinePitch + 6;
+// Dots of the label: lines of signs in words, as print has, and under them bars, a line high.
+constexpr int kSignWidth = 5, kSignHeight = 7, kSignPitch = kSignWidth + 1, kLinePitch = kSignHeight + 4;
+constexpr int kLines = 4, kSignsInLine = 13;
+constexpr int kLabelColumns = 15 * kSignPitch, kLabelRows = (kLines + 1) * kLinePitch + 6;
 constexpr int kMargin = 4;
 
 uint64_t mixed(uint64_t value)
@@ -59,15 +55,15 @@ bool isInk(uint64_t seed, int column, int row)
     if (column == 0 || row == 0 || column == kLabelColumns - 1 || row == kLabelRows - 1)
         return true; // the frame
     const int line = (row - kMargin) / kLinePitch, inLine = (row - kMargin) % kLinePitch;
-    const int place = (column - kMargin) / kGlyphPitch, inPlace = (column - kMargin) % kGlyphPitch;
-    if (row < kMargin || column < kMargin || inLine >= kGlyphHeight || column >= kLabelColumns - kMargin)
+    const int sign = (column - kMargin) / kSignPitch, inSign = (column - kMargin) % kSignPitch;
+    if (row < kMargin || column < kMargin || inLine >= kSignHeight || column >= kLabelColumns - kMargin ||
+        line > kLines)
         return false;
-    if (line == static_cast<int>(kText.size()))
-        return (mixed(seed ^ mixed(static_cast<uint64_t>(column))) & 1) != 0;
-    if (line > static_cast<int>(kText.size()))
-        return false;
-    const std::string_view text = kText[static_cast<size_t>(line)];
-    return place < static_cast<int>(text.size()) && glyphDot(text[static_cast<size_t>(place)], inPlace, inLine);
+    const auto isSet = [seed](int number) { return (mixed(seed ^ mixed(static_cast<uint64_t>(number))) & 1) != 0; };
+    if (line == kLines)
+        return isSet(column);
+    const bool betweenWords = (sign + 2 * line) % 6 == 5;
+    return sign < kSignsInLine && inSign < kSignWidth && !betweenWords && isSet(row * kLabelColumns + column);
 }
 
 kmath_shapeAffineRect labelOf(const SceneOptions &options)
@@ -137,8 +133,9 @@ void runScene(const SceneOptions &options)
 
 Command addSceneCommand(CLI::App &tool)
 {
-    CLI::App *app = tool.add_subcommand("scene", "Render a slanted label with text and bars, uneven light and noise, "
-                                                 "and print the options that straighten it");
+    CLI::App *app =
+        tool.add_subcommand("scene", "Render a slanted label with rows of signs and bars, uneven light and noise, "
+                                     "and print the options that straighten it");
     const auto options = std::make_shared<SceneOptions>();
     app->add_option("OUT", options->out, "Picture to write: .png, .tif, .tiff or .pgm")->required();
     addParsedOption(*app, "--size", "WxH", "Size (default 640x480)",
@@ -148,7 +145,7 @@ Command addSceneCommand(CLI::App &tool)
         if (options->depth != 8 && options->depth != 16)
             throw CLI::ValidationError("'" + text + "' is neither 8 nor 16");
     });
-    addParsedOption(*app, "--seed", "N", "Another number gives other noise and bars (default 1)",
+    addParsedOption(*app, "--seed", "N", "Another number gives other noise, signs and bars (default 1)",
                     [options](const std::string &text) { options->seed = parseInteger(text, 0); });
     addParsedOption(*app, "--angle", "DEGREES", "How the label lies (default 11.5)",
                     [options](const std::string &text) { options->angle = parseNumber(text); });

@@ -17,7 +17,6 @@ Command addProjectCommand(CLI::App &tool);
 Command addSumsCommand(CLI::App &tool);
 Command addInfoCommand(CLI::App &tool);
 Command addSceneCommand(CLI::App &tool);
-Command addComposeCommand(CLI::App &tool);
 
 } // namespace kiptool
 

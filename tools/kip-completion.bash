@@ -16,7 +16,7 @@ _kip() {
     local options=
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        COMPREPLY=($(compgen -W "transform project sums info scene compose --help --version" -- "$word"))
+        COMPREPLY=($(compgen -W "transform project sums info scene --help --version" -- "$word"))
         return
     fi
     # bash takes the = of --mode=cubic for a word of its own.
@@ -31,16 +31,15 @@ _kip() {
     --depth) COMPREPLY=($(compgen -W "8 16" -- "$word")) ;;
     --overlay) _kip_files png ;;
     --output | -o) _kip_files csv json ;;
-    --plot) _kip_files svg png ;;
+    --plot) _kip_files svg ;;
     --mask) _kip_files $pictures ;;
-    --rect | --angle | --corners | --size | --threads | --window | --seed | --columns | --width) ;;
+    --rect | --angle | --corners | --size | --threads | --window | --seed) ;;
     *)
         case $command in
         transform) options="$sampling --mask" ;;
         project) options="$sampling --mean --output --plot" ;;
         sums) options="--axis --window --output --plot" ;;
         scene) options="--size --depth --seed --angle" ;;
-        compose) options="--columns --width" ;;
         esac
         case $word in
         -*) COMPREPLY=($(compgen -W "--help $options" -- "$word")) ;;

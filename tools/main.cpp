@@ -31,8 +31,8 @@ int runTool(int argc, char **argv)
     tool.set_version_flag("--version", std::string("kip ") + kprt_version());
     tool.require_subcommand(0, 1);
     const std::array commands = {kiptool::addTransformCommand(tool), kiptool::addProjectCommand(tool),
-                                 kiptool::addSumsCommand(tool),      kiptool::addInfoCommand(tool),
-                                 kiptool::addSceneCommand(tool),     kiptool::addComposeCommand(tool)};
+                                 kiptool::addSumsCommand(tool), kiptool::addInfoCommand(tool),
+                                 kiptool::addSceneCommand(tool)};
     try {
         tool.parse(argc, argv);
         if (tool.get_subcommands().empty()) // asked here, so that a misspelt command is told as such

@@ -16,13 +16,8 @@ struct Picture {
     std::variant<std::vector<uint8_t>, std::vector<uint16_t>> samples; /**< 8 or 16 bits a sample */
 };
 
-/** A colour of an 8-bit picture. */
-struct Colour {
-    uint8_t red, green, blue;
-};
-
 /** The most pixels that a picture may have; a file that claims more is refused before memory is taken. */
-constexpr int64_t kMaxPixels = int64_t{1} << 28;
+constexpr int64_t kMaxPixels = int64_t{1} << 30;
 
 /** Ends with a Failure unless 1 <= width, height and width * height <= kMaxPixels. */
 void checkPictureSize(int64_t width, int64_t height);

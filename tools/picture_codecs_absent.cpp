@@ -13,12 +13,12 @@ namespace {
 
 } // namespace
 
-Picture decodePng(std::span<const uint8_t>)
+Picture decodePng(Input &)
 {
     refuse(Format::png);
 }
 
-Picture decodeTiff(std::span<const uint8_t>)
+void decodeTiff(Input &, int32_t, const TakePage &)
 {
     refuse(Format::tiff);
 }

@@ -6,39 +6,24 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <fstream>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace kiptool {
 namespace {
 
-constexpr uintmax_t kMaxFileBytes = uintmax_t{1} << 32;
-
-std::vector<uint8_t> readFile(const std::filesystem::path &path)
+// What a work on a file tells gets the file's name.
+template <typename Work>
+auto naming(const std::filesystem::path &path, Work work)
 {
-    std::error_code error;
-    if (!std::filesystem::exists(path, error))
-        throw Failure("no such file");
-    if (!std::filesystem::is_regular_file(path, error))
-        throw Failure("not a file");
-    const uintmax_t size = std::filesystem::file_size(path, error);
-    if (error)
-        throw Failure(error.message());
-    if (size > kMaxFileBytes)
-        throw Failure("the file is too large");
-    std::ifstream stream(path, std::ios::binary);
-    std::vector<uint8_t> bytes(static_cast<size_t>(size));
-    if (!stream || !stream.read(reinterpret_cast<char *>(bytes.data()), static_cast<std::streamsize>(size)))
-        throw Failure("cannot be read");
-    return bytes;
-}
-
-bool startsWith(std::span<const uint8_t> file, std::string_view signature)
-{
-    return file.size() >= signature.size() &&
-           std::equal(signature.begin(), signature.end(), file.begin(),
-                      [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; });
+    try {
+        return work();
+    } catch (const Failure &failure) {
+        throw Failure(path.string() + ": " + failure.what());
+    } catch (const std::bad_alloc &) {
+        throw Failure(path.string() + ": not enough memory for this picture");
+    }
 }
 
 } // namespace
@@ -56,37 +41,40 @@ const char *formatName(Format format)
     return "PGM";
 }
 
-Picture decodePicture(std::span<const uint8_t> file, Format *format)
+void decodePages(Input &input, int32_t page, const TakePage &take)
 {
     using namespace std::string_view_literals;
-    if (startsWith(file, "\x89PNG\r\n\x1a\n"sv)) {
-        *format = Format::png;
-        return decodePng(file);
-    }
+    std::array<char, 8> first{};
+    const std::string_view start(first.data(), input.read(0, first.data(), first.size()));
     // The second pair marks the variant with 64-bit offsets.
-    if (startsWith(file, "II*\0"sv) || startsWith(file, "MM\0*"sv) || startsWith(file, "II+\0"sv) ||
-        startsWith(file, "MM\0+"sv)) {
-        *format = Format::tiff;
-        return decodeTiff(file);
-    }
-    if (startsWith(file, "P5"sv)) {
-        *format = Format::pgm;
-        return decodePgm(file);
-    }
+    for (const std::string_view signature : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv})
+        if (start.starts_with(signature))
+            return decodeTiff(input, page, take);
+    if (page > 1)
+        throw Failure("it has no page " + std::to_string(page));
+    if (start == "\x89PNG\r\n\x1a\n"sv)
+        return take({Format::png, decodePng(input)});
+    if (start.starts_with("P5"))
+        return take({Format::pgm, decodePgm(input)});
     throw Failure("not a PNG, TIFF or binary PGM picture");
 }
 
-PictureFile readPicture(const std::filesystem::path &path)
+PictureFile readPicture(const std::filesystem::path &path, int32_t page)
 {
-    try {
-        PictureFile result;
-        result.picture = decodePicture(readFile(path), &result.format);
-        return result;
-    } catch (const Failure &failure) {
-        throw Failure(path.string() + ": " + failure.what());
-    } catch (const std::bad_alloc &) {
-        throw Failure(path.string() + ": not enough memory for this picture");
-    }
+    return naming(path, [&] {
+        PictureFile file{};
+        Input input(path);
+        decodePages(input, page, [&file](PictureFile read) { file = std::move(read); });
+        return file;
+    });
+}
+
+void readPages(const std::filesystem::path &path, const TakePage &take)
+{
+    naming(path, [&] {
+        Input input(path);
+        decodePages(input, kEveryPage, take);
+    });
 }
 
 Format formatOfName(const std::filesystem::path &path)
@@ -106,16 +94,12 @@ Format formatOfName(const std::filesystem::path &path)
 void writePicture(const std::filesystem::path &path, const Picture &picture)
 {
     const Format format = formatOfName(path);
-    try {
+    naming(path, [&] {
         const std::vector<uint8_t> file = format == Format::png    ? encodePng(picture)
                                           : format == Format::tiff ? encodeTiff(picture)
                                                                    : encodePgm(picture);
         writeFileWhole(path, file);
-    } catch (const Failure &failure) {
-        throw Failure(path.string() + ": " + failure.what());
-    } catch (const std::bad_alloc &) {
-        throw Failure(path.string() + ": not enough memory for this picture");
-    }
+    });
 }
 
 } // namespace kiptool

@@ -1,10 +1,11 @@
 #ifndef KIP_TOOLS_PICTURE_IO_H
 #define KIP_TOOLS_PICTURE_IO_H
 
+#include "input.h"
 #include "picture.h"
 
 #include <filesystem>
-#include <span>
+#include <functional>
 #include <string>
 
 namespace kiptool {
@@ -19,15 +20,25 @@ const char *formatName(Format format);
 struct PictureFile {
     Format format;
     Picture picture; /**< grey or colour; an alpha channel is dropped */
+    int32_t page = 1, pages = 1;
 };
 
+/** Takes a page of a file. */
+using TakePage = std::function<void(PictureFile)>;
+
 /**
- * Reads a picture; the content decides the format, not the name. A Failure tells the file and the reason.
+ * Reads a picture; the content decides the format, not the name. A Failure tells the file and the reason. Any number
+ * of threads may read.
  *
- * Samples come as they are stored (no gamma, no colour profile), except that 1-, 2- and 4-bit grey is
- * spread over 8 bits, palettes are looked up, and "white is 0" is turned round. The first page counts.
+ * Samples come as they are stored (no gamma, no colour profile), except that grey of less than 8 bits is spread over
+ * 8, palettes are looked up, other colour models become red, green and blue, and "white is 0" is turned round.
+ *
+ * page  of a TIFF, from 1; other formats have one.
  */
-PictureFile readPicture(const std::filesystem::path &path);
+PictureFile readPicture(const std::filesystem::path &path, int32_t page = 1);
+
+/** Reads every page of a file in order, one at a time. */
+void readPages(const std::filesystem::path &path, const TakePage &take);
 
 /** The format that an output file's extension asks for; a Failure for any other extension. */
 Format formatOfName(const std::filesystem::path &path);
@@ -36,14 +47,17 @@ Format formatOfName(const std::filesystem::path &path);
 void writePicture(const std::filesystem::path &path, const Picture &picture);
 
 /** @name Codecs
- * Between a picture and a whole file in memory. They end with a Failure, without the file's name.
+ * Between a picture and a file. They end with a Failure, without the file's name.
  * @{ */
 
-Picture decodePicture(std::span<const uint8_t> file, Format *format);
+constexpr int32_t kEveryPage = 0;
 
-Picture decodePng(std::span<const uint8_t> file);
-Picture decodeTiff(std::span<const uint8_t> file);
-Picture decodePgm(std::span<const uint8_t> file);
+/** Reads one page or, in order, every one. */
+void decodePages(Input &input, int32_t page, const TakePage &take);
+
+Picture decodePng(Input &input);
+Picture decodePgm(Input &input);
+void decodeTiff(Input &input, int32_t page, const TakePage &take);
 
 std::vector<uint8_t> encodePng(const Picture &picture);
 std::vector<uint8_t> encodeTiff(const Picture &picture);

@@ -5,13 +5,15 @@
 #include "picture_io.h"
 
 #include <algorithm>
+#include <bit>
 #include <string>
 
 namespace kiptool {
 namespace {
 
 struct Header {
-    std::span<const uint8_t> left; // what has not been read yet
+    Input &input;
+    uint64_t position; // of what has not been read yet
 };
 
 bool isSpace(uint8_t c)
@@ -21,11 +23,10 @@ bool isSpace(uint8_t c)
 
 uint8_t take(Header &header)
 {
-    if (header.left.empty())
+    uint8_t next = 0;
+    if (header.input.read(header.position++, &next, 1) == 0)
         throw Failure("the PGM header ends early");
-    const uint8_t first = header.left.front();
-    header.left = header.left.subspan(1);
-    return first;
+    return next;
 }
 
 // Reads white space and comments, a number, and the one character after it.
@@ -49,30 +50,31 @@ int64_t takeNumber(Header &header)
 
 } // namespace
 
-Picture decodePgm(std::span<const uint8_t> file)
+Picture decodePgm(Input &input)
 {
-    Header header{file.subspan(2)};
-    if (header.left.empty() || (!isSpace(header.left.front()) && header.left.front() != '#'))
+    Header header{input, 2};
+    const uint8_t separator = take(header);
+    if (!isSpace(separator) && separator != '#')
         throw Failure("not a binary PGM picture");
+    --header.position;
     const int64_t width = takeNumber(header);
     const int64_t height = takeNumber(header);
     const int64_t greatest = takeNumber(header);
     checkPictureSize(width, height);
     if (greatest < 1 || greatest > 65535)
         throw Failure("the greatest value of a PGM picture must be 1 to 65535");
-    const std::span<const uint8_t> from = header.left;
-    const auto count = static_cast<size_t>(width * height);
-    if (from.size() / (greatest > 255 ? 2 : 1) < count)
+    const int depth = greatest > 255 ? 16 : 8;
+    const auto size = static_cast<size_t>(width * height * (depth / 8));
+    if (input.size() - header.position < size) // told before memory is taken
         throw Failure("the file ends early");
 
-    Picture picture = makePicture(width, height, 1, greatest > 255 ? 16 : 8);
-    if (greatest > 255) {
-        auto &to = std::get<std::vector<uint16_t>>(picture.samples);
-        for (size_t i = 0; i < count; ++i)
-            to[i] = static_cast<uint16_t>(from[2 * i] << 8 | from[2 * i + 1]);
-    } else {
-        std::copy_n(from.begin(), count, samples8(picture).begin());
-    }
+    Picture picture = makePicture(width, height, 1, depth);
+    if (input.read(header.position, bytesOf(picture), size) != size)
+        throw Failure("cannot be read");
+    if constexpr (std::endian::native == std::endian::little)
+        if (auto *const wide = std::get_if<std::vector<uint16_t>>(&picture.samples))
+            for (uint16_t &sample : *wide)
+                sample = static_cast<uint16_t>(sample << 8 | sample >> 8);
     return picture;
 }
 

@@ -29,8 +29,8 @@ struct Message {
 struct Reader {
     png_structp png = nullptr;
     png_infop info = nullptr;
-    std::span<const uint8_t> left;
-    double compressedSize = 0;
+    Input *input = nullptr;
+    uint64_t position = 0;
     Message message;
     png_uint_32 width = 0, height = 0;
     int channels = 0, depth = 0, passes = 0;
@@ -60,10 +60,9 @@ void onWarning(png_structp, png_const_charp) {}
 void onRead(png_structp png, png_bytep to, size_t count)
 {
     auto *reader = static_cast<Reader *>(png_get_io_ptr(png));
-    if (count > reader->left.size())
+    if (reader->input->read(reader->position, to, count) != count)
         png_error(png, "the file ends early");
-    std::memcpy(to, reader->left.data(), count);
-    reader->left = reader->left.subspan(count);
+    reader->position += count;
 }
 
 bool append(std::vector<uint8_t> &file, const uint8_t *from, size_t count) noexcept
@@ -97,7 +96,7 @@ bool readHeader(Reader &reader)
     reader.height = png_get_image_height(reader.png, reader.info);
     reader.plausible = static_cast<double>(png_get_bit_depth(reader.png, reader.info)) *
                            png_get_channels(reader.png, reader.info) / 8 * reader.width * reader.height <=
-                       kMaxExpansion * reader.compressedSize;
+                       kMaxExpansion * static_cast<double>(reader.input->size());
     // From here on libpng takes memory for rows of this width. What is too large gets its message from the caller.
     if (!reader.plausible || static_cast<int64_t>(reader.width) * reader.height > kMaxPixels)
         return true;
@@ -157,11 +156,10 @@ size_t rowBytesOf(const Picture &picture)
 
 } // namespace
 
-Picture decodePng(std::span<const uint8_t> file)
+Picture decodePng(Input &input)
 {
     Reader reader;
-    reader.left = file;
-    reader.compressedSize = static_cast<double>(file.size());
+    reader.input = &input;
     reader.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &reader.message, onError, onWarning);
     reader.info = reader.png == nullptr ? nullptr : png_create_info_struct(reader.png);
     if (reader.info == nullptr)

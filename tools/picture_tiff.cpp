@@ -2,42 +2,41 @@
 #include "picture_io.h"
 
 #include <algorithm>
-#include <array>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <tiffio.h>
+#include <utility>
 
 namespace kiptool {
 namespace {
 
-// The most that libtiff may take at once, and the largest strip or tile: twice the largest grey picture.
+// The most that libtiff may take at once, and the largest strip or tile: twice the largest 16-bit grey picture.
 constexpr tmsize_t kMaxBlockBytes = 4 * static_cast<tmsize_t>(kMaxPixels);
 
-// A file in memory, seen through libtiff's callbacks, and the first error that libtiff told of it.
+// A file, seen through libtiff's callbacks, and the first error that libtiff told of it.
 struct Stream {
-    std::span<const uint8_t> input; // when reading
-    std::vector<uint8_t> output;    // when writing
+    Input *input = nullptr;      // when reading
+    std::vector<uint8_t> output; // when writing
     uint64_t position = 0;
     bool endedEarly = false; // something was read that is not there
     std::string error;
 
-    uint64_t size() const { return input.empty() ? output.size() : input.size(); }
+    uint64_t size() const { return input != nullptr ? input->size() : output.size(); }
 };
 
 tmsize_t onRead(thandle_t handle, void *to, tmsize_t count)
 {
     auto *stream = static_cast<Stream *>(handle);
-    const uint8_t *from = stream->input.empty() ? stream->output.data() : stream->input.data();
-    const uint64_t left = stream->size() - std::min(stream->position, stream->size());
-    const uint64_t taken = std::min(static_cast<uint64_t>(std::max<tmsize_t>(count, 0)), left);
-    stream->endedEarly |= taken != static_cast<uint64_t>(count);
-    if (taken == 0)
+    if (stream->input == nullptr || count <= 0)
         return 0;
-    std::memcpy(to, from + stream->position, static_cast<size_t>(taken));
+    const size_t taken = stream->input->read(stream->position, to, static_cast<size_t>(count));
+    stream->endedEarly |= taken != static_cast<size_t>(count);
     stream->position += taken;
     return static_cast<tmsize_t>(taken);
 }
@@ -78,36 +77,47 @@ toff_t onSize(thandle_t handle)
 }
 
 #if defined(__GNUC__)
-__attribute__((format(printf, 4, 0)))
+__attribute__((format(printf, 3, 0)))
 #endif
-int onError(TIFF *, void *stream, const char *, const char *format, va_list arguments)
+int keepFirst(void *handle, bool isError, const char *format, va_list arguments)
 {
+    auto &error = static_cast<Stream *>(handle)->error;
+    if (!isError || !error.empty())
+        return 1; // dealt with: nothing is printed
     char text[200];
     (void)std::vsnprintf(text, sizeof text, format, arguments);
-    auto &error = static_cast<Stream *>(stream)->error;
-    try {
-        if (error.empty())
-            error = text;
+    try { // libtiff is C
+        error = text;
     } catch (const std::bad_alloc &) {
         error.clear();
     }
-    return 1; // dealt with: nothing is printed
+    return 1;
 }
 
-int onWarning(TIFF *, void *, const char *, const char *, va_list)
+int onError(TIFF *, void *stream, const char *, const char *format, va_list arguments)
 {
-    return 1;
+    return keepFirst(stream, true, format, arguments);
+}
+
+// What libjpeg warns of is a strip that is damaged, for which it has made pixels up.
+int onWarning(TIFF *, void *stream, const char *module, const char *format, va_list arguments)
+{
+    return keepFirst(stream, module != nullptr && std::string_view(module) == "JPEGLib", format, arguments);
 }
 
 using Tiff = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
 
-[[noreturn]] void failDamaged(const Stream &stream)
+// One line, whatever the file made libtiff say.
+std::string printable(std::string reason)
 {
-    // One line, whatever the file made libtiff say.
-    std::string reason = stream.error.empty() ? "it cannot be read" : stream.error;
     std::replace_if(
         reason.begin(), reason.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-    throw Failure("damaged TIFF: " + reason);
+    return reason;
+}
+
+[[noreturn]] void failDamaged(const Stream &stream)
+{
+    throw Failure("damaged TIFF: " + (stream.error.empty() ? "it cannot be read" : printable(stream.error)));
 }
 
 Tiff open(Stream &stream, const char *mode)
@@ -124,23 +134,36 @@ Tiff open(Stream &stream, const char *mode)
             TIFFClose};
 }
 
-// How the samples of a picture lie in its file. A block is a strip or a tile.
+// How the samples of a page lie in its file. A block is a strip or a tile.
 struct Layout {
     uint32_t width = 0, height = 0;
-    uint16_t bits = 1, samplesPerPixel = 1, photometric = 0, planar = PLANARCONFIG_CONTIG;
-    bool tiled = false;
+    uint16_t bits = 1, samplesPerPixel = 1, photometric = 0, compression = COMPRESSION_NONE;
+    bool separate = false, tiled = false;
     uint32_t blockWidth = 0, blockHeight = 0;
-    size_t blockRowBytes = 0, blockBytes = 0;
-    std::array<const uint16_t *, 3> palette{};
 
-    int32_t fileChannels() const { return photometric == PHOTOMETRIC_RGB ? 3 : 1; } // alpha and the like not counted
-    int32_t channels() const { return photometric == PHOTOMETRIC_PALETTE ? 3 : fileChannels(); }
+    bool isGrey() const { return photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE; }
 };
+
+// The most bytes that a compressed one stands for, where that is known: LZW's longest code gives 2558.
+double mostExpansion(uint16_t compression)
+{
+    switch (compression) {
+    case COMPRESSION_NONE:
+        return 1;
+    case COMPRESSION_LZW:
+    case COMPRESSION_DEFLATE:
+    case COMPRESSION_ADOBE_DEFLATE:
+    case COMPRESSION_PACKBITS:
+        return 2560;
+    default:
+        return HUGE_VAL;
+    }
+}
 
 Layout readLayout(TIFF *tiff, const Stream &stream)
 {
     Layout layout;
-    uint16_t sampleFormat = SAMPLEFORMAT_UINT;
+    uint16_t sampleFormat = SAMPLEFORMAT_UINT, planar = PLANARCONFIG_CONTIG;
     uint32_t depth = 1;
     if (TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &layout.width) == 0 ||
         TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &layout.height) == 0)
@@ -150,41 +173,19 @@ Layout readLayout(TIFF *tiff, const Stream &stream)
         throw Failure("damaged TIFF: it does not tell what its samples mean");
     TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &layout.bits);
     TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &layout.samplesPerPixel);
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &layout.planar);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &layout.compression);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
     TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &sampleFormat);
     TIFFGetFieldDefaulted(tiff, TIFFTAG_IMAGEDEPTH, &depth);
     if (sampleFormat != SAMPLEFORMAT_UINT && sampleFormat != SAMPLEFORMAT_VOID)
         throw Failure("a TIFF whose samples are not unsigned integers is not supported");
     if (depth != 1)
         throw Failure("a TIFF of a volume is not supported");
-    return layout;
-}
+    if (layout.bits / 8.0 * layout.width * layout.height >
+        mostExpansion(layout.compression) * static_cast<double>(stream.size()))
+        throw Failure("damaged TIFF: the file is too short for its size in pixels");
 
-bool isPlain(const Layout &layout)
-{
-    switch (layout.photometric) {
-    case PHOTOMETRIC_MINISWHITE:
-    case PHOTOMETRIC_MINISBLACK:
-    case PHOTOMETRIC_RGB:
-    case PHOTOMETRIC_PALETTE:
-        return true;
-    default:
-        return false;
-    }
-}
-
-void readBlockLayout(TIFF *tiff, const Stream &stream, Layout &layout)
-{
-    const uint16_t bits = layout.bits;
-    const bool narrow = bits == 1 || bits == 2 || bits == 4 || bits == 8;
-    if (!narrow && (bits != 16 || layout.photometric == PHOTOMETRIC_PALETTE))
-        throw Failure("a TIFF with " + std::to_string(bits) + " bits a sample is not supported");
-    if (layout.samplesPerPixel < layout.fileChannels())
-        failDamaged(stream);
-    auto &[reds, greens, blues] = layout.palette;
-    if (layout.photometric == PHOTOMETRIC_PALETTE && TIFFGetField(tiff, TIFFTAG_COLORMAP, &reds, &greens, &blues) == 0)
-        throw Failure("damaged TIFF: its palette is missing");
-
+    layout.separate = planar == PLANARCONFIG_SEPARATE;
     layout.tiled = TIFFIsTiled(tiff) != 0;
     layout.blockWidth = layout.width;
     if (layout.tiled) {
@@ -194,158 +195,136 @@ void readBlockLayout(TIFF *tiff, const Stream &stream, Layout &layout)
         TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &layout.blockHeight);
         layout.blockHeight = std::min(layout.blockHeight, layout.height);
     }
+    if (layout.blockWidth == 0 || layout.blockHeight == 0)
+        failDamaged(stream);
+    return layout;
+}
+
+// Reads a block, of which the rows that belong to the picture have to be there.
+void readBlock(TIFF *tiff, const Stream &stream, const Layout &layout, uint32_t x, uint32_t y, uint16_t plane, void *to,
+               size_t size, size_t wanted)
+{
+    const tmsize_t got =
+        layout.tiled ? TIFFReadEncodedTile(tiff, TIFFComputeTile(tiff, x, y, 0, plane), to, static_cast<tmsize_t>(size))
+                     : TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, y, plane), to, static_cast<tmsize_t>(size));
+    if (got < 0 || static_cast<size_t>(got) < wanted)
+        failDamaged(stream);
+}
+
+// Samples of 8 or 16 bits, grey or red, green and blue, as they are; further ones, such as alpha, are left out.
+template <typename Sample>
+void readSamples(TIFF *tiff, const Stream &stream, const Layout &layout, Picture &picture)
+{
+    auto &samples = std::get<std::vector<Sample>>(picture.samples);
+    const auto channels = static_cast<size_t>(picture.channels);
+    const size_t step = layout.separate ? 1 : layout.samplesPerPixel; // samples of a pixel in a block
+    const size_t planes = layout.separate ? channels : 1, inBlock = layout.separate ? 1 : channels;
+    const size_t rowBytes = layout.blockWidth * step * sizeof(Sample);
     const tmsize_t blockBytes = layout.tiled ? TIFFTileSize(tiff) : TIFFStripSize(tiff);
+    if (layout.samplesPerPixel < channels || blockBytes <= 0 || // what libtiff reads must be what is going to be used
+        rowBytes > static_cast<size_t>(blockBytes) / layout.blockHeight)
+        failDamaged(stream);
     if (blockBytes > kMaxBlockBytes)
         throw Failure("a TIFF with such large strips or tiles is not supported");
+    const bool inPlace = !layout.tiled && step == channels;
+    std::vector<Sample> block(inPlace ? 0 : static_cast<size_t>(blockBytes) / sizeof(Sample));
 
-    // libtiff's size must be what unpacking is going to reach.
-    const uint64_t samples = layout.planar == PLANARCONFIG_CONTIG ? layout.samplesPerPixel : 1;
-    const uint64_t rowBytes = (samples * layout.blockWidth * bits + 7) / 8;
-    if (blockBytes <= 0 || layout.blockWidth == 0 || layout.blockHeight == 0 ||
-        rowBytes > static_cast<uint64_t>(blockBytes) / layout.blockHeight)
-        failDamaged(stream);
-    layout.blockRowBytes = static_cast<size_t>(rowBytes);
-    layout.blockBytes = static_cast<size_t>(blockBytes);
-}
-
-uint32_t unpack(const uint8_t *row, size_t index, uint32_t bits)
-{
-    if (bits == 8)
-        return row[index];
-    if (bits == 16) { // already in the machine's byte order
-        uint16_t sample;
-        std::memcpy(&sample, row + 2 * index, sizeof sample);
-        return sample;
-    }
-    const size_t bit = index * bits;
-    return (row[bit / 8] >> (8 - bits - bit % 8)) & ((1u << bits) - 1);
-}
-
-// Files of some old writers hold palettes of 8-bit instead of 16-bit values.
-uint32_t paletteShift(const Layout &layout)
-{
-    for (const uint16_t *map : layout.palette)
-        if (map != nullptr && std::any_of(map, map + (size_t{1} << layout.bits), [](uint16_t v) { return v > 255; }))
-            return 8;
-    return 0;
-}
-
-// What a stored value becomes.
-struct Conversion {
-    std::array<const uint16_t *, 3> palette;
-    uint32_t paletteShift;
-    uint32_t greatest;
-    uint32_t scale; // exact: 255, 85 or 17 spread 1, 2 or 4 bits over 8
-    bool inverted;
-};
-
-Conversion conversionOf(const Layout &layout)
-{
-    const uint32_t greatest = (1u << layout.bits) - 1;
-    return {layout.palette, paletteShift(layout), greatest, layout.bits < 8 ? 255 / greatest : 1,
-            layout.photometric == PHOTOMETRIC_MINISWHITE};
-}
-
-uint32_t convert(const Conversion &conversion, uint32_t value, size_t channel)
-{
-    if (conversion.palette[0] != nullptr)
-        return conversion.palette[channel][value] >> conversion.paletteShift;
-    return (conversion.inverted ? conversion.greatest - value : value) * conversion.scale;
-}
-
-// Puts sample number first of every step samples of a block into one channel of the picture.
-template <typename Sample>
-void unpackChannel(const Layout &layout, const Conversion &conversion, const uint8_t *block, uint32_t x0, uint32_t y0,
-                   size_t step, size_t first, size_t channel, std::vector<Sample> &picture)
-{
-    const uint32_t columns = std::min(layout.blockWidth, layout.width - x0);
-    const uint32_t rows = std::min(layout.blockHeight, layout.height - y0);
-    const auto channels = static_cast<size_t>(layout.channels());
-    for (uint32_t y = 0; y < rows; ++y) {
-        const uint8_t *row = block + y * layout.blockRowBytes;
-        Sample *to = picture.data() + ((size_t{y0} + y) * layout.width + x0) * channels + channel;
-        for (uint32_t x = 0; x < columns; ++x, to += channels)
-            *to = static_cast<Sample>(convert(conversion, unpack(row, x * step + first, layout.bits), channel));
-    }
-}
-
-void readBlock(TIFF *tiff, const Stream &stream, const Layout &layout, uint32_t x, uint32_t y, uint16_t plane,
-               std::vector<uint8_t> &block)
-{
-    const auto size = static_cast<tmsize_t>(block.size());
-    const tmsize_t got = layout.tiled
-                             ? TIFFReadEncodedTile(tiff, TIFFComputeTile(tiff, x, y, 0, plane), block.data(), size)
-                             : TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, y, plane), block.data(), size);
-    const uint32_t rows = std::min(layout.blockHeight, layout.height - y);
-    if (got < 0 || static_cast<size_t>(got) < rows * layout.blockRowBytes)
-        failDamaged(stream);
-}
-
-template <typename Sample>
-void readBlocks(TIFF *tiff, const Stream &stream, const Layout &layout, std::vector<Sample> &to)
-{
-    const Conversion conversion = conversionOf(layout);
-    std::vector<uint8_t> block(layout.blockBytes);
-    const bool separate = layout.planar == PLANARCONFIG_SEPARATE;
-    const auto channels = static_cast<size_t>(layout.channels());
-    for (uint64_t y = 0; y < layout.height; y += layout.blockHeight) {
-        for (uint64_t x = 0; x < layout.width; x += layout.blockWidth) {
-            for (size_t channel = 0; channel < channels; ++channel) {
-                const auto x0 = static_cast<uint32_t>(x), y0 = static_cast<uint32_t>(y);
-                const size_t plane = layout.fileChannels() == 1 ? 0 : channel;
-                if (channel == 0 || (separate && plane != 0))
-                    readBlock(tiff, stream, layout, x0, y0, static_cast<uint16_t>(separate ? plane : 0), block);
-                unpackChannel(layout, conversion, block.data(), x0, y0, separate ? 1 : layout.samplesPerPixel,
-                              separate ? 0 : plane, channel, to);
+    for (uint32_t y = 0; y < layout.height; y += std::min(layout.blockHeight, layout.height - y)) {
+        const size_t rows = std::min(layout.blockHeight, layout.height - y);
+        if (inPlace) {
+            readBlock(tiff, stream, layout, 0, y, 0, &samples[y * size_t{layout.width} * channels], rows * rowBytes,
+                      rows * rowBytes);
+            continue;
+        }
+        for (uint32_t x = 0; x < layout.width; x += std::min(layout.blockWidth, layout.width - x)) {
+            const size_t columns = std::min(layout.blockWidth, layout.width - x);
+            for (size_t plane = 0; plane < planes; ++plane) {
+                readBlock(tiff, stream, layout, x, y, static_cast<uint16_t>(plane), block.data(),
+                          block.size() * sizeof(Sample), rows * rowBytes);
+                for (size_t row = 0; row < rows; ++row) {
+                    const Sample *from = &block[row * layout.blockWidth * step];
+                    Sample *to = &samples[((y + row) * layout.width + x) * channels + plane];
+                    for (size_t column = 0; column < columns; ++column, from += step, to += channels)
+                        std::copy_n(from, inBlock, to);
+                }
             }
         }
     }
+    if (layout.photometric == PHOTOMETRIC_MINISWHITE)
+        for (Sample &sample : samples)
+            sample = static_cast<Sample>(~sample);
 }
 
-// Samples that need no more than unpacking.
-Picture readPlain(TIFF *tiff, const Stream &stream, Layout layout)
-{
-    readBlockLayout(tiff, stream, layout);
-    Picture picture = makePicture(layout.width, layout.height, layout.channels(), layout.bits == 16 ? 16 : 8);
-    std::visit([&](auto &samples) { readBlocks(tiff, stream, layout, samples); }, picture.samples);
-    return picture;
-}
-
-// Colour models that libtiff itself turns into red, green and blue, at 8 bits.
+// Everything else becomes red, green and blue of 8 bits, or grey, by libtiff's own means: a band of blocks at a time.
 Picture readConverted(TIFF *tiff, const Stream &stream, const Layout &layout)
 {
     char reason[1024] = "";
-    if (layout.bits != 8 || (layout.photometric != PHOTOMETRIC_YCBCR && layout.photometric != PHOTOMETRIC_SEPARATED) ||
-        TIFFRGBAImageOK(tiff, reason) == 0)
-        throw Failure("a TIFF of this colour model or depth is not supported");
-    Picture picture = makePicture(layout.width, layout.height, 3, 8);
-    uint16_t orientation = ORIENTATION_TOPLEFT; // asking for the file's own keeps the rows as stored
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
-    std::vector<uint32_t> raster(static_cast<size_t>(layout.width) * layout.height);
-    if (TIFFReadRGBAImageOriented(tiff, layout.width, layout.height, raster.data(), orientation, 1) == 0)
-        failDamaged(stream);
+    TIFFRGBAImage image{};
+    if (TIFFRGBAImageBegin(&image, tiff, 1, reason) == 0)
+        throw Failure("a kind of TIFF that is not supported: " + printable(reason));
+    const std::unique_ptr<TIFFRGBAImage, decltype(&TIFFRGBAImageEnd)> owner(&image, TIFFRGBAImageEnd);
+    image.req_orientation = image.orientation; // keeps the rows as they are stored
+    const int32_t channels = layout.isGrey() ? 1 : 3;
+    Picture picture = makePicture(layout.width, layout.height, channels, 8);
+    std::vector<uint32_t> band(size_t{layout.width} * std::min(layout.blockHeight, layout.height));
     auto to = samples8(picture).begin();
-    for (const uint32_t pixel : raster)
-        for (const uint32_t sample : {TIFFGetR(pixel), TIFFGetG(pixel), TIFFGetB(pixel)})
-            *to++ = static_cast<uint8_t>(sample);
+    for (uint32_t y = 0, rows = 0; y < layout.height; y += rows) {
+        rows = std::min(layout.blockHeight, layout.height - y);
+        image.row_offset = static_cast<int>(y);
+        if (TIFFRGBAImageGet(&image, band.data(), layout.width, rows) == 0)
+            failDamaged(stream);
+        for (size_t i = 0; i < size_t{layout.width} * rows; ++i)
+            for (int32_t channel = 0; channel < channels; ++channel)
+                *to++ = static_cast<uint8_t>(band[i] >> (8 * channel));
+    }
+    return picture;
+}
+
+Picture readPage(TIFF *tiff, const Stream &stream)
+{
+    const Layout layout = readLayout(tiff, stream);
+    const bool exact = layout.isGrey() || layout.photometric == PHOTOMETRIC_RGB;
+    if (!exact || (layout.bits != 8 && layout.bits != 16))
+        return readConverted(tiff, stream, layout);
+    Picture picture = makePicture(layout.width, layout.height, layout.isGrey() ? 1 : 3, layout.bits);
+    if (layout.bits == 8)
+        readSamples<uint8_t>(tiff, stream, layout, picture);
+    else
+        readSamples<uint16_t>(tiff, stream, layout, picture);
     return picture;
 }
 
 } // namespace
 
-Picture decodeTiff(std::span<const uint8_t> file)
+void decodeTiff(Input &input, int32_t page, const TakePage &take)
 {
     Stream stream;
-    stream.input = file;
+    stream.input = &input;
     const Tiff tiff = open(stream, "rm");
     if (tiff == nullptr)
         failDamaged(stream);
-    const Layout layout = readLayout(tiff.get(), stream);
-    Picture picture =
-        isPlain(layout) ? readPlain(tiff.get(), stream, layout) : readConverted(tiff.get(), stream, layout);
-    if (stream.endedEarly) // libtiff goes on without a tag whose value is cut off, such as a palette
-        throw Failure("damaged TIFF: the file ends early");
-    return picture;
+    // libtiff goes on without a tag whose value is cut off, and ends a list of pages where it is damaged.
+    const auto checkWhole = [&stream] {
+        if (stream.endedEarly)
+            throw Failure("damaged TIFF: the file ends early");
+        if (!stream.error.empty())
+            failDamaged(stream);
+    };
+    const auto pages = static_cast<int32_t>(TIFFNumberOfDirectories(tiff.get()));
+    checkWhole();
+    if (page > pages)
+        throw Failure("it has " + std::to_string(pages) + " pages and no page " + std::to_string(page));
+    if (page > 1 && TIFFSetDirectory(tiff.get(), static_cast<tdir_t>(page - 1)) == 0)
+        failDamaged(stream);
+    for (int32_t current = page == kEveryPage ? 1 : page;; ++current) {
+        Picture picture = readPage(tiff.get(), stream);
+        checkWhole();
+        take({Format::tiff, std::move(picture), current, pages});
+        if (page != kEveryPage || current == pages)
+            return;
+        if (TIFFReadDirectory(tiff.get()) == 0)
+            failDamaged(stream);
+    }
 }
 
 std::vector<uint8_t> encodeTiff(const Picture &picture)

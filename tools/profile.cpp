@@ -3,7 +3,6 @@
 #include "failure.h"
 #include "output_file.h"
 #include "parse.h"
-#include "picture_io.h"
 #include "profile_plot.h"
 
 #include <cstdio>
@@ -73,7 +72,7 @@ void addProfileOptions(CLI::App &command, ProfileOptions &options)
 {
     addFileOption(command, "-o,--output", {".csv", ".json"},
                   "Table of the profile (default: CSV on the standard output)", options.out);
-    addFileOption(command, "--plot", {".svg", ".png"}, "Plot of the profile", options.plot);
+    addFileOption(command, "--plot", {".svg"}, "Plot of the profile", options.plot);
 }
 
 void writeProfile(const ProfileOptions &options, const Profile &profile)
@@ -83,10 +82,8 @@ void writeProfile(const ProfileOptions &options, const Profile &profile)
         std::cout << table;
     else
         writeText(options.out, table);
-    if (endsWith(options.plot, ".svg"))
+    if (!options.plot.empty())
         writeText(options.plot, plotAsSvg(profile));
-    else if (!options.plot.empty())
-        writePicture(options.plot, plotAsPicture(profile));
 }
 
 } // namespace kiptool

@@ -22,7 +22,7 @@ struct Profile {
 /** Where a profile goes. */
 struct ProfileOptions {
     std::string out;  /**< -o: .csv or .json; the standard output when empty */
-    std::string plot; /**< --plot: .svg or .png */
+    std::string plot; /**< --plot: .svg; none when empty */
 };
 
 /** Adds -o and --plot; options must outlive the command. */

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -23,6 +24,16 @@ uint64_t digestOf(const Picture &picture)
     return digest;
 }
 
+// The one page of a file.
+PictureFile decode(const Bytes &bytes)
+{
+    PictureFile file{};
+    Input input(bytes);
+    decodePages(input, kEveryPage, [&file](PictureFile page) { file = std::move(page); });
+    EXPECT_EQ(file.pages, 1);
+    return file;
+}
+
 TEST(PictureFiles, RoundTrips)
 {
     for (const auto &[format, encode, mostChannels] :
@@ -33,23 +44,23 @@ TEST(PictureFiles, RoundTrips)
                     if (width * height > 1000000 && channels * depth > 8)
                         continue;
                     const Picture picture = randomPicture(width, height, channels, depth);
-                    Format got{};
-                    EXPECT_EQ(digestOf(decodePicture(encode(picture), &got)), digestOf(picture))
+                    const PictureFile got = decode(encode(picture));
+                    EXPECT_EQ(digestOf(got.picture), digestOf(picture))
                         << formatName(format) << " " << channels << " x " << depth << " bits, width " << width;
-                    EXPECT_EQ(got, format);
+                    EXPECT_EQ(got.format, format);
                 }
 }
 
 TEST(PictureFiles, PgmHeaders)
 {
-    const auto decode = [](const std::string &text) { return decodePgm(Bytes(text.begin(), text.end())); };
+    const auto decodeText = [](const std::string &text) { return decode(Bytes(text.begin(), text.end())).picture; };
     // Values stay as they are stored, whatever the greatest one.
-    EXPECT_EQ(valuesOf(decode("P5 # comment\n2\t#another\n1\r\n7\nab")), (Values{'a', 'b'}));
-    EXPECT_EQ(valuesOf(decode("P5 1 1 256 \x01\x02")), (Values{0x0102}));
-    EXPECT_EQ(valuesOf(decode("P5 1 1 255\n\n")), (Values{'\n'})); // only one separator before the samples
+    EXPECT_EQ(valuesOf(decodeText("P5 # comment\n2\t#another\n1\r\n7\nab")), (Values{'a', 'b'}));
+    EXPECT_EQ(valuesOf(decodeText("P5 1 1 256 \x01\x02")), (Values{0x0102}));
+    EXPECT_EQ(valuesOf(decodeText("P5 1 1 255\n\n")), (Values{'\n'})); // only one separator before the samples
     for (const char *wrong : {"P51 1 255 a", "P5 0 1 255 a", "P5 1 -1 255 a", "P5 1 1 0 a", "P5 1 1 65536 aa",
                               "P5 1 1 255a", "P5 99999999999999999999 1 255 a", "P5 65536 65536 255 a", "P5 1 x 255 a"})
-        EXPECT_THROW(decode(wrong), Failure) << wrong;
+        EXPECT_THROW(decodeText(wrong), Failure) << wrong;
 }
 
 TEST(PictureFiles, ColourBecomesGreyByTheStatedFormula)
@@ -87,11 +98,11 @@ TEST(PictureFiles, OfManyKindsAreReadAndRefusedWhenCut)
     for (const auto &row : rows) {
         std::ifstream file(std::string(KIP_SOURCE_DIR "/fuzz/corpus/pictures/") + row.name, std::ios::binary);
         const Bytes whole{std::istreambuf_iterator<char>(file), {}};
-        Format format{};
         for (size_t length = 0; length < whole.size() + (row.digest == 0 ? 1 : 0); ++length)
-            EXPECT_THROW(decodePicture({whole.data(), length}, &format), Failure) << row.name << " " << length;
+            EXPECT_THROW(decode({whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length)}), Failure)
+                << row.name << " " << length;
         if (row.digest != 0) {
-            EXPECT_EQ(digestOf(decodePicture(whole, &format)), row.digest) << row.name;
+            EXPECT_EQ(digestOf(decode(whole).picture), row.digest) << row.name;
         }
     }
 }
