@@ -40,7 +40,20 @@ function(kip_configure_target target)
         # their unaligned forms, which are as fast.
         target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wa,-muse-unaligned-vector-move>)
         # The compiler's runtime becomes part of each program and library: no DLL but those of Windows is needed.
-        target_link_options(${target} PRIVATE -static)
+        # A file without the time of its making is the same whenever it is made.
+        target_link_options(${target} PRIVATE -static "LINKER:--no-insert-timestamp")
+    endif()
+endfunction()
+
+if(MINGW)
+    find_program(KIP_LLVM_DLLTOOL llvm-dlltool DOC "Makes import libraries for Microsoft's linker; without it, none are made")
+endif()
+
+# kip_tell_parts(<target>): lets the linker write down which parts of which libraries it took for Windows, where they become
+# part of the file: their licences go with it (scripts/build-windows-zip.sh).
+function(kip_tell_parts target)
+    if(MINGW)
+        target_link_options(${target} PRIVATE "LINKER:-Map,${PROJECT_BINARY_DIR}/${target}.map")
     endif()
 endfunction()
 
@@ -58,6 +71,19 @@ function(kip_configure_library target)
     set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${KIP_ABI_VERSION})
     if(WIN32)
         set_target_properties(${target} PROPERTIES PREFIX "")
+    endif()
+    kip_tell_parts(${target})
+    if(MINGW AND KIP_LLVM_DLLTOOL)
+        # What Microsoft's linker takes, beside MinGW's libkip.dll.a: short import members, as it writes them itself. It
+        # misreads some of the long ones, which GNU's tools write.
+        set(definitions "${CMAKE_CURRENT_BINARY_DIR}/${target}.def")
+        target_link_options(${target} PRIVATE "LINKER:--output-def,${definitions}")
+        add_custom_command(TARGET ${target} POST_BUILD
+            COMMAND "${KIP_LLVM_DLLTOOL}" --machine i386:x86-64 --input-def "${definitions}"
+                --dllname $<TARGET_FILE_NAME:${target}> --output-lib "${CMAKE_CURRENT_BINARY_DIR}/${target}.lib"
+            BYPRODUCTS "${CMAKE_CURRENT_BINARY_DIR}/${target}.lib"
+            VERBATIM)
+        install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${target}.lib" DESTINATION "${CMAKE_INSTALL_LIBDIR}")
     endif()
     if(CMAKE_EXECUTABLE_FORMAT STREQUAL "ELF")
         list(JOIN ARGN "; " patterns)

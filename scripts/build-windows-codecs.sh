@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds libpng and libtiff for 64-bit Windows, from Debian's sources of them and against Debian's zlib for MinGW-w64,
-# into build/windows-codecs: static, once. Debian has no packages of the two for Windows.
+# into build/windows-codecs: static, once. Debian has no packages of the two for Windows. share/licenses/<source> there
+# holds the source's licence and the list of its files.
 #
 #   scripts/build-windows-codecs.sh
 #
@@ -11,7 +12,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 toolchain=$PWD/cmake/mingw-w64.cmake
 prefix=$PWD/build/windows-codecs
-[ ! -f "$prefix/complete" ] || exit 0
+[ ! -f "$prefix/complete" ] || [ ! -d "$prefix/share/licenses" ] || exit 0
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -51,11 +52,14 @@ fetch() { # SOURCE-PACKAGE BINARY-PACKAGE
 }
 
 build() { # SOURCE-PACKAGE OPTION...
-    local source=$work/$1
+    local source=$work/$1 licenses=$prefix/share/licenses/$1
     shift
+    # Asserts name their file, which shall be the same wherever the sources lie.
     cmake -S "$source" -B "$source-build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \
-        -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF "$@" &&
-        cmake --build "$source-build" --parallel "$(nproc)" && cmake --install "$source-build"
+        -DCMAKE_C_FLAGS="-ffile-prefix-map=$work=." -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF "$@" &&
+        cmake --build "$source-build" --parallel "$(nproc)" && cmake --install "$source-build" || return 1
+    mkdir -p "$licenses" && cp "$source/debian/copyright" "$licenses/" &&
+        sed "s|^$prefix/||" "$source-build/install_manifest.txt" >"$licenses/files"
 }
 
 fail() {

@@ -2,7 +2,7 @@
 # Installs the Debian packages that a purpose needs, and only those that are missing.
 #
 #   scripts/install-packages.sh PURPOSE...     build | test | demo | bench | docs | clang | windows | aarch64 | s390x |
-#                                              fuzz | coverage | memcheck | packages | ci
+#                                              fuzz | coverage | memcheck | packages | abi | release | ci
 #
 # apt-get runs only when something is missing, through sudo for users other than root. Ends with status 1
 # when a package stays missing. KIP_SKIP_PACKAGES=1 skips everything, for machines set up another way.
@@ -23,20 +23,25 @@ packages_for() {
     fuzz) echo "$(packages_for clang) libgtest-dev" ;;
     coverage) echo "$(packages_for test) gcovr" ;;
     memcheck) echo "$(packages_for test) valgrind" ;;
-    windows) echo "$build_packages g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev googletest wine wine64" ;;
+    windows)
+        echo "$build_packages g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev googletest wine wine64"
+        echo "clang lld llvm zip unzip" # import libraries for Microsoft's linker, and the archive
+        ;;
     packages)
         echo "$(packages_for docs) build-essential debhelper dh-python libjpeg-dev"
         echo "autopkgtest lintian mmdebstrap" # for scripts/test-packages.sh
         ;;
+    abi) echo "cmake abigail-tools" ;;
+    release) echo "$(packages_for packages) $(packages_for windows) $(packages_for abi) git xz-utils" ;;
     aarch64 | s390x) echo "$(packages_for test) g++-$1-linux-gnu googletest qemu-user" ;;
     ci)
-        echo "$(packages_for coverage) $(packages_for fuzz) $(packages_for windows)"
-        echo "$(packages_for aarch64) $(packages_for s390x) $(packages_for packages)"
+        echo "$(packages_for coverage) $(packages_for fuzz) $(packages_for aarch64) $(packages_for s390x)"
+        echo "$(packages_for release)"
         echo "libbenchmark-dev valgrind git clang-format clang-tidy clang-tools cppcheck"
         ;;
     *)
         echo "install-packages: unknown purpose '$1'; known: build test demo bench docs clang windows aarch64 s390x" \
-            "fuzz coverage memcheck packages ci" >&2
+            "fuzz coverage memcheck packages abi release ci" >&2
         return 1
         ;;
     esac
@@ -54,7 +59,7 @@ missing_of() {
 }
 
 if [ $# -eq 0 ]; then
-    echo "usage: $0 build|test|demo|bench|docs|clang|windows|aarch64|s390x|fuzz|coverage|memcheck|packages|ci ..." >&2
+    echo "usage: $0 build|test|demo|bench|docs|clang|windows|aarch64|s390x|fuzz|coverage|memcheck|packages|abi|release|ci ..." >&2
     exit 2
 fi
 wanted=""
