@@ -7,7 +7,7 @@
 # QEMU, aarch64 or s390x. Further arguments go to ctest, for example: ./test.sh --preset asan -R Transform
 #
 # --windows builds for 64-bit Windows by MinGW-w64 and runs the suite under Wine; then the tool of that build and the
-# one of this machine make the demo's pictures, which must be the same files. libpng and libtiff for Windows are built
+# one of this machine make the demo's pictures, which must be the same files. The codecs for Windows are built
 # from Debian's sources; where those cannot be had, --allow-pgm goes on without them, with a tool that knows PGM alone.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"

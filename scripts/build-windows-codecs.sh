@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds libpng and libtiff for 64-bit Windows, from Debian's sources of them and against Debian's zlib for MinGW-w64,
-# into build/windows-codecs: static, once. Debian has no packages of the two for Windows. share/licenses/<source> there
-# holds the source's licence and the list of its files.
+# Builds libpng, libjpeg-turbo and libtiff for 64-bit Windows, from Debian's sources of them and against Debian's zlib
+# for MinGW-w64, into build/windows-codecs: static, once. Debian has no packages of the three for Windows.
+# share/licenses/<source> there holds the source's licence and the list of its files.
 #
 #   scripts/build-windows-codecs.sh
 #
@@ -12,7 +12,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 toolchain=$PWD/cmake/mingw-w64.cmake
 prefix=$PWD/build/windows-codecs
-[ ! -f "$prefix/complete" ] || [ ! -d "$prefix/share/licenses" ] || exit 0
+sources="libpng1.6 libjpeg-turbo tiff" # in the order in which they need each other
+[ "$(cat "$prefix/complete" 2>/dev/null)" != "$sources" ] || [ ! -d "$prefix/share/licenses" ] || exit 0
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -62,20 +63,40 @@ build() { # SOURCE-PACKAGE OPTION...
         sed "s|^$prefix/||" "$source-build/install_manifest.txt" >"$licenses/files"
 }
 
+binary_of() { # SOURCE-PACKAGE
+    case $1 in
+    libpng1.6) echo libpng-dev ;;
+    libjpeg-turbo) echo libjpeg62-turbo-dev ;;
+    tiff) echo libtiff-dev ;;
+    esac
+}
+
+# libjpeg-turbo's assembler needs a program more and gives the same pixels as its C.
+options_of() { # SOURCE-PACKAGE
+    case $1 in
+    libpng1.6) echo -DPNG_SHARED=OFF -DPNG_TESTS=OFF ;;
+    libjpeg-turbo) echo -DENABLE_SHARED=OFF -DWITH_SIMD=OFF -DWITH_TURBOJPEG=OFF ;;
+    tiff)
+        echo -Dtiff-tools=OFF -Dtiff-tests=OFF -Dtiff-contrib=OFF -Dtiff-docs=OFF -Dcxx=OFF -Djpeg=ON -Djbig=OFF \
+            -Dlerc=OFF -Dlibdeflate=OFF -Dlzma=OFF -Dwebp=OFF -Dzstd=OFF
+        ;;
+    esac
+}
+
 fail() {
     cat "$work/log" >&2
     echo "build-windows-codecs: $1" >&2
     exit 1
 }
 
-echo "build-windows-codecs: fetching and building libpng and libtiff (build/windows-codecs)"
+echo "build-windows-codecs: fetching and building libpng, libjpeg-turbo and libtiff (build/windows-codecs)"
 rm -rf "$prefix"
 derive_lists
 # A list without sources is an error of apt-get's, but not of ours while another list has them.
 apt-get -q "${own[@]}" update >"$work/log" 2>&1 </dev/null || true
-fetch libpng1.6 libpng-dev || fail "the source of libpng cannot be had"
-fetch tiff libtiff-dev || fail "the source of libtiff cannot be had"
-build libpng1.6 -DPNG_SHARED=OFF -DPNG_TESTS=OFF >>"$work/log" 2>&1 || fail "libpng cannot be built"
-build tiff -Dtiff-tools=OFF -Dtiff-tests=OFF -Dtiff-contrib=OFF -Dtiff-docs=OFF -Dcxx=OFF -Djpeg=OFF -Djbig=OFF \
-    -Dlerc=OFF -Dlibdeflate=OFF -Dlzma=OFF -Dwebp=OFF -Dzstd=OFF >>"$work/log" 2>&1 || fail "libtiff cannot be built"
-touch "$prefix/complete"
+for name in $sources; do
+    fetch "$name" "$(binary_of "$name")" || fail "the source of $name cannot be had"
+    # shellcheck disable=SC2046 # the options are words
+    build "$name" $(options_of "$name") >>"$work/log" 2>&1 || fail "$name cannot be built"
+done
+echo "$sources" >"$prefix/complete"

@@ -8,7 +8,7 @@
 # when a package stays missing. KIP_SKIP_PACKAGES=1 skips everything, for machines set up another way.
 set -euo pipefail
 
-build_packages="g++ cmake ninja-build pkg-config libcli11-dev libpng-dev libtiff-dev"
+build_packages="g++ cmake ninja-build pkg-config libcli11-dev libjpeg-dev libpng-dev libtiff-dev"
 python_packages="python3-dev pybind11-dev python3-numpy python3-pip python3-setuptools python3-wheel"
 python_packages+=" python3-pytest python3-hypothesis python3-skimage python3-opencv python3-matplotlib python3-pil mypy"
 

@@ -11,7 +11,7 @@ _kip_files() { # EXTENSION...: folders, and files that end in one of these
 
 _kip() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]}
-    local pictures="png tif tiff pgm"
+    local pictures="png tif tiff jpg jpeg pgm"
     local sampling="--rect --angle --corners --size --mode --threads --clip --time --overlay"
     local options=
     COMPREPLY=()
@@ -32,7 +32,7 @@ _kip() {
     --overlay) _kip_files png ;;
     --output | -o) _kip_files csv json ;;
     --plot) _kip_files svg ;;
-    --mask) _kip_files $pictures ;;
+    --mask) _kip_files png tif tiff pgm ;;
     --rect | --angle | --corners | --size | --threads | --window | --seed) ;;
     *)
         case $command in

@@ -25,7 +25,8 @@ void tellError(std::string message)
 
 int runTool(int argc, char **argv)
 {
-    CLI::App tool("Geometric image operations on picture files: PNG, TIFF and binary PGM, grey with 8 or 16 bits a "
+    CLI::App tool("Geometric image operations on picture files: PNG, TIFF, JPEG (read only) and binary PGM, grey with "
+                  "8 or 16 bits a "
                   "sample. Colour is read as grey, (299 R + 587 G + 114 B + 500) / 1000; an alpha channel is ignored.",
                   "kip");
     tool.set_version_flag("--version", std::string("kip ") + kprt_version());

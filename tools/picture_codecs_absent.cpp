@@ -1,4 +1,4 @@
-// In place of picture_png.cpp and picture_tiff.cpp, where libpng and libtiff are not to be had.
+// In place of picture_png.cpp, picture_tiff.cpp and picture_jpeg.cpp, where their libraries are not to be had.
 
 #include "failure.h"
 #include "picture_io.h"
@@ -16,6 +16,11 @@ namespace {
 Picture decodePng(Input &)
 {
     refuse(Format::png);
+}
+
+Picture decodeJpeg(Input &)
+{
+    refuse(Format::jpeg);
 }
 
 void decodeTiff(Input &, int32_t, const TakePage &)

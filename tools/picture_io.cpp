@@ -35,6 +35,8 @@ const char *formatName(Format format)
         return "PNG";
     case Format::tiff:
         return "TIFF";
+    case Format::jpeg:
+        return "JPEG";
     case Format::pgm:
         break;
     }
@@ -56,7 +58,9 @@ void decodePages(Input &input, int32_t page, const TakePage &take)
         return take({Format::png, decodePng(input)});
     if (start.starts_with("P5"))
         return take({Format::pgm, decodePgm(input)});
-    throw Failure("not a PNG, TIFF or binary PGM picture");
+    if (start.starts_with("\xff\xd8\xff"))
+        return take({Format::jpeg, decodeJpeg(input)});
+    throw Failure("not a PNG, TIFF, JPEG or binary PGM picture");
 }
 
 PictureFile readPicture(const std::filesystem::path &path, int32_t page)

@@ -10,8 +10,8 @@
 
 namespace kiptool {
 
-/** File formats of pictures. */
-enum class Format { png, tiff, pgm };
+/** File formats of pictures; JPEG is only read. */
+enum class Format { png, tiff, pgm, jpeg };
 
 /** A format's name for the user. */
 const char *formatName(Format format);
@@ -57,6 +57,7 @@ void decodePages(Input &input, int32_t page, const TakePage &take);
 
 Picture decodePng(Input &input);
 Picture decodePgm(Input &input);
+Picture decodeJpeg(Input &input);
 void decodeTiff(Input &input, int32_t page, const TakePage &take);
 
 std::vector<uint8_t> encodePng(const Picture &picture);

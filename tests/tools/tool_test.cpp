@@ -134,7 +134,7 @@ TEST_F(Tool, FailuresEndWith1)
     for (const auto &[arguments, part] : {
              std::pair{"info missing.png", "missing.png: no such file"},
              {"info directory.png", "directory.png: "},
-             {"info text.png", "text.png: not a PNG, TIFF or binary PGM"},
+             {"info text.png", "text.png: not a PNG, TIFF, JPEG or binary PGM"},
              {"info cut.png", "cut.png: damaged PNG"},
              {"transform in8.png out.jpg --rect 10,10,9,9", "out.jpg: cannot tell the format"},
              {"transform in8.png nowhere/out.png --rect 10,10,9,9", "nowhere/out.png: cannot be written"},
