@@ -2,7 +2,7 @@
 #include "failure.h"
 #include "library_image.h"
 #include "overlay.h"
-#include "picture_io.h"
+#include "picture_options.h"
 #include "profile.h"
 #include "sampling_options.h"
 #include "timing.h"
@@ -17,7 +17,8 @@ namespace {
 constexpr uint8_t kCoverageValue = 255; // of a sample that lies inside
 
 struct ProjectOptions {
-    std::string in, overlay;
+    InputOptions in;
+    std::string overlay;
     SamplingOptions sampling;
     ProfileOptions profile;
     bool clip = false, mean = false, time = false;
@@ -97,7 +98,7 @@ void tellTiming(const Operations &operations, const LibraryImage &source, const 
 void runProject(const ProjectOptions &options)
 {
     const kip_affineSampleParams params = makeSampling(options.sampling);
-    Picture original = readPicture(options.in).picture;
+    Picture original = readInput(options.in);
     writeOverlay(options.overlay, original, params.rect); // before, since it shows best why a rectangle is refused
     Picture grey = toGrey(std::move(original));
     LibraryImage source;
@@ -114,7 +115,7 @@ Command addProjectCommand(CLI::App &tool)
 {
     CLI::App *app = tool.add_subcommand("project", "Add up the samples of each column of a rectangle of a picture");
     const auto options = std::make_shared<ProjectOptions>();
-    app->add_option("IN", options->in, "Picture to sample")->required();
+    addInputOptions(*app, options->in, "Picture to sample");
     addSamplingOptions(*app, options->sampling);
     CLI::Option *clip = app->add_flag("--clip", options->clip,
                                       "The rectangle may reach outside the picture; the table then tells, for each "

@@ -1,7 +1,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "parse.h"
-#include "picture_io.h"
+#include "picture_options.h"
 #include "sampling_options.h"
 
 #include <algorithm>
@@ -15,6 +15,7 @@ namespace {
 
 struct SceneOptions {
     std::string out;
+    std::optional<Format> format;
     Size size = {640, 480};
     int32_t depth = 8, seed = 1;
     double angle = 11.5;
@@ -97,7 +98,7 @@ double reflectance(uint64_t seed, const kmath_xformLinear &labelFromPicture, int
 
 void runScene(const SceneOptions &options)
 {
-    formatOfName(options.out);
+    formatOfOutput(options.out, options.format);
     Picture picture = makePicture(options.size.width, options.size.height, 1, options.depth);
     const kmath_shapeAffineRect upright = labelOf(options);
     const kmath_shapeAffineRect label = turnedRectangle(upright, options.angle);
@@ -121,12 +122,12 @@ void runScene(const SceneOptions &options)
             }
         },
         picture.samples);
-    writePicture(options.out, picture);
+    writePicture(options.out, picture, options.format);
 
     char line[160];
     (void)std::snprintf(line, sizeof line, "--rect %.2f,%.2f,%.2f,%.2f --angle %.12g\n", upright.tx, upright.ty,
                         upright.e0, upright.e3, options.angle);
-    std::cout << line;
+    (options.out == "-" ? std::cerr : std::cout) << line; // beside the picture
 }
 
 } // namespace
@@ -137,7 +138,10 @@ Command addSceneCommand(CLI::App &tool)
         tool.add_subcommand("scene", "Render a slanted label with rows of signs and bars, uneven light and noise, "
                                      "and print the options that straighten it");
     const auto options = std::make_shared<SceneOptions>();
-    app->add_option("OUT", options->out, "Picture to write: .png, .tif, .tiff or .pgm")->required();
+    app->add_option("OUT", options->out,
+                    "Picture to write: .png, .tif, .tiff or .pgm; - for the standard output, with --format")
+        ->required();
+    addFormatOption(*app, options->format);
     addParsedOption(*app, "--size", "WxH", "Size (default 640x480)",
                     [options](const std::string &text) { options->size = parseSize(text); });
     addParsedOption(*app, "--depth", "8|16", "Bits a sample (default 8)", [options](const std::string &text) {

@@ -2,7 +2,7 @@
 #include "failure.h"
 #include "library_image.h"
 #include "parse.h"
-#include "picture_io.h"
+#include "picture_options.h"
 #include "profile.h"
 
 #include <cmath>
@@ -14,7 +14,7 @@ namespace kiptool {
 namespace {
 
 struct SumsOptions {
-    std::string in;
+    InputOptions in;
     bool rows = false;
     std::optional<kstd_rect32> window;
     ProfileOptions profile;
@@ -42,16 +42,16 @@ kstd_rect32 parseWindow(const std::string &text)
 
 void runSums(const SumsOptions &options)
 {
-    Picture picture = toGrey(readPicture(options.in).picture);
+    Picture picture = toGrey(readInput(options.in));
     if (depthOf(picture) != 8)
-        throw Failure(options.in + ": sums of windows are for pictures of 8 bits; 'project' takes 16");
+        throw Failure(shownName(options.in.file) + ": sums of windows are for pictures of 8 bits; 'project' takes 16");
     LibraryImage source;
     bindTo(source, picture);
     kimg_windowConst window;
     requireSuccess(kimg_windowConst_init(&window, &source.image), "source image");
     if (const auto &part = options.window) {
         if (int64_t{part->x} + part->width > picture.width || int64_t{part->y} + part->height > picture.height)
-            throw Failure(options.in + ": the window reaches outside the picture");
+            throw Failure(shownName(options.in.file) + ": the window reaches outside the picture");
         requireSuccess(kimg_windowConst_window(&window, part->x, part->y, part->width, part->height, nullptr),
                        "window");
     }
@@ -81,7 +81,7 @@ Command addSumsCommand(CLI::App &tool)
 {
     CLI::App *app = tool.add_subcommand("sums", "Add up the pixels of each row or column of a window of a picture");
     const auto options = std::make_shared<SumsOptions>();
-    app->add_option("IN", options->in, "Picture of 8 bits")->required();
+    addInputOptions(*app, options->in, "Picture of 8 bits");
     addParsedOption(*app, "--axis", "rows|columns", "One sum a row, or one a column",
                     [options](const std::string &text) {
                         if (text != "rows" && text != "columns")

@@ -2,7 +2,7 @@
 #include "failure.h"
 #include "library_image.h"
 #include "overlay.h"
-#include "picture_io.h"
+#include "picture_options.h"
 #include "sampling_options.h"
 #include "timing.h"
 
@@ -13,7 +13,9 @@ namespace kiptool {
 namespace {
 
 struct TransformOptions {
-    std::string in, out, overlay, mask;
+    InputOptions in;
+    std::string out, overlay, mask;
+    std::optional<Format> format;
     SamplingOptions sampling;
     bool clip = false;
     bool time = false;
@@ -47,11 +49,11 @@ struct Work {
 
 void runTransform(const TransformOptions &options)
 {
-    formatOfName(options.out); // a name that cannot serve is told before any work
+    formatOfOutput(options.out, options.format); // a name that cannot serve is told before any work
     if (!options.mask.empty())
-        formatOfName(options.mask);
+        formatOfOutput(options.mask);
     const kip_affineSampleParams params = makeSampling(options.sampling);
-    Picture original = readPicture(options.in).picture;
+    Picture original = readInput(options.in);
 
     // Before the transform, since it shows best why a rectangle is refused.
     writeOverlay(options.overlay, original, params.rect);
@@ -61,7 +63,7 @@ void runTransform(const TransformOptions &options)
     bindTo(work.source, grey);
     work.run(nullptr);
     const Picture result = pictureOf(work.result, work.depth);
-    writePicture(options.out, result);
+    writePicture(options.out, result, options.format);
     if (work.wantsMask)
         writePicture(options.mask, pictureOf(work.mask, 8));
 
@@ -71,9 +73,9 @@ void runTransform(const TransformOptions &options)
         const auto release = [](kip_affineSampleCache *cache) { kip_affineSampleCache_destruct(&cache); };
         const std::unique_ptr<kip_affineSampleCache, decltype(release)> owner(handle, release);
         const Timing timing = measure([&] { work.run(&handle); });
-        std::cout << result.width << " x " << result.height << ", " << depthOf(result) << " bits, "
-                  << modeName(params.mode) << ": "
-                  << describeTiming(timing, static_cast<double>(result.width) * result.height) << '\n';
+        std::ostream &told = options.out == "-" ? std::cerr : std::cout; // which holds the picture then
+        told << result.width << " x " << result.height << ", " << depthOf(result) << " bits, " << modeName(params.mode)
+             << ": " << describeTiming(timing, static_cast<double>(result.width) * result.height) << '\n';
     }
 }
 
@@ -83,8 +85,11 @@ Command addTransformCommand(CLI::App &tool)
 {
     CLI::App *app = tool.add_subcommand("transform", "Straighten a rectangle of a picture");
     const auto options = std::make_shared<TransformOptions>();
-    app->add_option("IN", options->in, "Picture to sample")->required();
-    app->add_option("OUT", options->out, "Result, in the depth of IN: .png, .tif, .tiff or .pgm")->required();
+    addInputOptions(*app, options->in, "Picture to sample");
+    app->add_option("OUT", options->out,
+                    "Result, in the depth of IN: .png, .tif, .tiff or .pgm; - for the standard output, with --format")
+        ->required();
+    addFormatOption(*app, options->format);
     addSamplingOptions(*app, options->sampling);
     CLI::Option *const clip =
         app->add_flag("--clip", options->clip, "Let the rectangle reach outside IN, where it is black");

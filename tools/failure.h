@@ -12,6 +12,9 @@ struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/** Prints "kip: message" in one line on the standard error, whatever the message is made of. */
+void tellUser(std::string message);
+
 /** Ends with a Failure "what: name (0xcode): meaning" when a status of the libraries is negative. */
 void requireSuccess(int32_t status, const std::string &what);
 

@@ -3,7 +3,12 @@
 #include "failure.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 namespace kiptool {
 
@@ -44,6 +49,23 @@ size_t Input::read(uint64_t position, void *to, size_t count) noexcept
         streamPosition = length; // a place that is never asked for
     }
     return taken;
+}
+
+std::vector<uint8_t> readStandardInput()
+{
+#if defined(_WIN32)
+    (void)_setmode(_fileno(stdin), _O_BINARY);
+#endif
+    std::vector<uint8_t> bytes;
+    for (size_t count = 0, taken = 1; taken > 0; count += taken) {
+        bytes.resize(std::max<size_t>(2 * count, 1 << 16));
+        taken = std::fread(bytes.data() + count, 1, bytes.size() - count, stdin);
+        if (taken == 0)
+            bytes.resize(count);
+    }
+    if (std::ferror(stdin) != 0)
+        throw Failure("cannot be read");
+    return bytes;
 }
 
 } // namespace kiptool

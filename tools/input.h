@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <span>
+#include <vector>
 
 namespace kiptool {
 
@@ -32,6 +33,9 @@ private:
     uint64_t length = 0;
     uint64_t streamPosition = 0;
 };
+
+/** All that comes through the standard input. */
+std::vector<uint8_t> readStandardInput();
 
 } // namespace kiptool
 

@@ -3,7 +3,6 @@
 #include "commands.h"
 #include "failure.h"
 
-#include <algorithm>
 #include <array>
 #include <exception>
 #include <iostream>
@@ -14,14 +13,6 @@
 namespace {
 
 enum ExitCode { exitSuccess = 0, exitFailure = 1, exitWrongCommandLine = 2 };
-
-// One line, whatever the message is made of.
-void tellError(std::string message)
-{
-    std::replace_if(
-        message.begin(), message.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
-    std::cerr << "kip: " << message << '\n';
-}
 
 int runTool(int argc, char **argv)
 {
@@ -41,7 +32,7 @@ int runTool(int argc, char **argv)
     } catch (const CLI::Success &help) {
         return tool.exit(help);
     } catch (const CLI::ParseError &error) {
-        tellError(std::string(error.what()) + " (kip --help tells more)");
+        kiptool::tellUser(std::string(error.what()) + " (kip --help tells more)");
         return exitWrongCommandLine;
     }
     for (const kiptool::Command &command : commands)
@@ -60,9 +51,9 @@ int main(int argc, char **argv)
     try {
         return runTool(argc, argv);
     } catch (const std::bad_alloc &) {
-        tellError("not enough memory");
+        kiptool::tellUser("not enough memory");
     } catch (const std::exception &error) {
-        tellError(error.what());
+        kiptool::tellUser(error.what());
     }
     return exitFailure;
 }

@@ -92,4 +92,13 @@ void writeFileWhole(const fs::path &path, std::span<const uint8_t> bytes)
     temporary.path.clear();
 }
 
+void writeStandardOutput(std::span<const uint8_t> bytes)
+{
+#if defined(_WIN32)
+    (void)_setmode(_fileno(stdout), _O_BINARY);
+#endif
+    if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() || std::fflush(stdout) != 0)
+        throw Failure("cannot be written: " + reasonOf(errno));
+}
+
 } // namespace kiptool

@@ -14,6 +14,9 @@ namespace kiptool {
  */
 void writeFileWhole(const std::filesystem::path &path, std::span<const uint8_t> bytes);
 
+/** Writes bytes as they are to the standard output; ends with a Failure. */
+void writeStandardOutput(std::span<const uint8_t> bytes);
+
 } // namespace kiptool
 
 #endif

@@ -13,34 +13,49 @@
 namespace kiptool {
 namespace {
 
-// What a work on a file tells gets the file's name.
+struct FormatNames {
+    const char *name, *option;
+};
+
+constexpr std::array<FormatNames, 4> kFormats = {{{"PNG", "png"}, {"TIFF", "tiff"}, {"PGM", "pgm"}, {"JPEG", "jpeg"}}};
+
+// What a work on a file tells gets the file's name for the user.
 template <typename Work>
-auto naming(const std::filesystem::path &path, Work work)
+auto naming(const std::string &name, Work work)
 {
     try {
         return work();
     } catch (const Failure &failure) {
-        throw Failure(path.string() + ": " + failure.what());
+        throw Failure(name + ": " + failure.what());
     } catch (const std::bad_alloc &) {
-        throw Failure(path.string() + ": not enough memory for this picture");
+        throw Failure(name + ": not enough memory for this picture");
     }
+}
+
+void read(const std::filesystem::path &path, int32_t page, const TakePage &take)
+{
+    naming(shownName(path), [&] {
+        if (path != "-") {
+            Input input(path);
+            decodePages(input, page, take);
+            return;
+        }
+        const std::vector<uint8_t> bytes = readStandardInput();
+        Input input(bytes);
+        decodePages(input, page, take);
+    });
 }
 
 } // namespace
 
 const char *formatName(Format format)
 {
-    switch (format) {
-    case Format::png:
-        return "PNG";
-    case Format::tiff:
-        return "TIFF";
-    case Format::jpeg:
-        return "JPEG";
-    case Format::pgm:
-        break;
-    }
-    return "PGM";
+    return kFormats[static_cast<size_t>(format)].name;
+}
+
+const char *optionOf(Format format)
+{
+    return kFormats[static_cast<size_t>(format)].option;
 }
 
 void decodePages(Input &input, int32_t page, const TakePage &take)
@@ -63,26 +78,29 @@ void decodePages(Input &input, int32_t page, const TakePage &take)
     throw Failure("not a PNG, TIFF, JPEG or binary PGM picture");
 }
 
+std::string shownName(const std::filesystem::path &path)
+{
+    return path == "-" ? "standard input" : path.string();
+}
+
 PictureFile readPicture(const std::filesystem::path &path, int32_t page)
 {
-    return naming(path, [&] {
-        PictureFile file{};
-        Input input(path);
-        decodePages(input, page, [&file](PictureFile read) { file = std::move(read); });
-        return file;
-    });
+    PictureFile file{};
+    read(path, page, [&file](PictureFile read) { file = std::move(read); });
+    return file;
 }
 
 void readPages(const std::filesystem::path &path, const TakePage &take)
 {
-    naming(path, [&] {
-        Input input(path);
-        decodePages(input, kEveryPage, take);
-    });
+    read(path, kEveryPage, take);
 }
 
-Format formatOfName(const std::filesystem::path &path)
+Format formatOfOutput(const std::filesystem::path &path, std::optional<Format> asked)
 {
+    if (asked)
+        return *asked;
+    if (path == "-")
+        throw Failure("standard output: has no name to tell the format: give it by --format");
     std::string extension = path.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
@@ -92,17 +110,21 @@ Format formatOfName(const std::filesystem::path &path)
         return Format::tiff;
     if (extension == ".pgm")
         return Format::pgm;
-    throw Failure(path.string() + ": cannot tell the format from this name: use .png, .tif, .tiff or .pgm");
+    throw Failure(path.string() +
+                  ": cannot tell the format from this name: use .png, .tif, .tiff or .pgm, or --format");
 }
 
-void writePicture(const std::filesystem::path &path, const Picture &picture)
+void writePicture(const std::filesystem::path &path, const Picture &picture, std::optional<Format> asked)
 {
-    const Format format = formatOfName(path);
-    naming(path, [&] {
+    const Format format = formatOfOutput(path, asked);
+    naming(path == "-" ? "standard output" : path.string(), [&] {
         const std::vector<uint8_t> file = format == Format::png    ? encodePng(picture)
                                           : format == Format::tiff ? encodeTiff(picture)
                                                                    : encodePgm(picture);
-        writeFileWhole(path, file);
+        if (path == "-")
+            writeStandardOutput(file);
+        else
+            writeFileWhole(path, file);
     });
 }
 

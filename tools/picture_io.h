@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace kiptool {
@@ -16,6 +17,9 @@ enum class Format { png, tiff, pgm, jpeg };
 /** A format's name for the user. */
 const char *formatName(Format format);
 
+/** A format's name on the command line: png, tiff, pgm, jpeg. */
+const char *optionOf(Format format);
+
 /** A picture as a file holds it. */
 struct PictureFile {
     Format format;
@@ -25,6 +29,9 @@ struct PictureFile {
 
 /** Takes a page of a file. */
 using TakePage = std::function<void(PictureFile)>;
+
+/** A file's name for the user; "-", as everywhere here, stands for the standard input. */
+std::string shownName(const std::filesystem::path &path);
 
 /**
  * Reads a picture; the content decides the format, not the name. A Failure tells the file and the reason. Any number
@@ -40,11 +47,11 @@ PictureFile readPicture(const std::filesystem::path &path, int32_t page = 1);
 /** Reads every page of a file in order, one at a time. */
 void readPages(const std::filesystem::path &path, const TakePage &take);
 
-/** The format that an output file's extension asks for; a Failure for any other extension. */
-Format formatOfName(const std::filesystem::path &path);
+/** The format of an output file: what is asked for or else what the extension tells; a Failure when it tells none. */
+Format formatOfOutput(const std::filesystem::path &path, std::optional<Format> asked = {});
 
-/** Writes a picture in the format of the extension. The file appears whole or not at all. */
-void writePicture(const std::filesystem::path &path, const Picture &picture);
+/** Writes a picture; a file appears whole or not at all. "-" stands for the standard output. */
+void writePicture(const std::filesystem::path &path, const Picture &picture, std::optional<Format> asked = {});
 
 /** @name Codecs
  * Between a picture and a file. They end with a Failure, without the file's name.

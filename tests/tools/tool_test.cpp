@@ -1,6 +1,7 @@
 // The tool as a user meets it: the built program, its output, exit codes and files.
 
 #include "failure.h"
+#include "json_text.h"
 #include "library_image.h"
 #include "picture_io.h"
 #include "profile.h"
@@ -113,10 +114,11 @@ void expectRefused(const std::string &arguments, int exitCode, const std::string
 TEST_F(Tool, WrongCommandLinesEndWith2)
 {
     for (const char *arguments :
-         {"", "info --bogus in8.png", "scene out.png --depth 12", "sums in8.png --axis diagonals",
-          "sums in8.png --axis rows --window 1,2,3,4.5", "sums in8.png --axis rows --plot out.png",
-          "project in8.png --rect 10,10,9,9 --clip --time", "transform in8.png out.png",
-          "transform in8.png out.png --angle 3", "transform in8.png out.png --rect 1,2,-3,4"})
+         {"", "info --bogus in8.png", "sums in8.png --axis rows --page 0", "scene out --format gif",
+          "scene out.png --depth 12", "sums in8.png --axis diagonals", "sums in8.png --axis rows --window 1,2,3,4.5",
+          "sums in8.png --axis rows --plot out.png", "project in8.png --rect 10,10,9,9 --clip --time",
+          "transform in8.png out.png", "transform in8.png out.png --angle 3",
+          "transform in8.png out.png --rect 1,2,-3,4"})
         expectRefused(arguments, 2, "");
     for (const char *rest :
          {",", ",5", " --angle nan", " --corners 1,2,3,4,5,6", " --size 9", " --size 9.5x9", " --size 99999999999x9",
@@ -136,6 +138,8 @@ TEST_F(Tool, FailuresEndWith1)
              {"info directory.png", "directory.png: "},
              {"info text.png", "text.png: not a PNG, TIFF, JPEG or binary PGM"},
              {"info cut.png", "cut.png: damaged PNG"},
+             {"sums in8.png --axis rows --page 2", "in8.png: it has no page 2"},
+             {"transform in8.png - --rect 10,10,9,9", "standard output: has no name"},
              {"transform in8.png out.jpg --rect 10,10,9,9", "out.jpg: cannot tell the format"},
              {"transform in8.png nowhere/out.png --rect 10,10,9,9", "nowhere/out.png: cannot be written"},
              {"transform in8.png out.png --rect 50,40,30,30", "kip_statusTransformWouldClip (0x80000787)"},
@@ -246,6 +250,58 @@ TEST_F(Tool, PrintsAndWritesWhatItFound)
     EXPECT_EQ(timed.rfind("30 x 20, 16 bits, bilinear: ", 0), 0u) << timed;
     EXPECT_NE(timed.find(" Mpixel/s (median of "), std::string::npos) << timed;
     EXPECT_EQ(run("project steps.tif --rect 1,1,3,2 --time").error.rfind("3 x 2 samples, bilinear: ", 0), 0u);
+}
+
+TEST_F(Tool, PagesAreChosenAndWhatIsNotShownIsTold)
+{
+    fs::copy_file(KIP_SOURCE_DIR "/fuzz/corpus/pictures/pages.tif", "pages.tif");
+    EXPECT_EQ(run("info pages.tif").out,
+              "page: 1 of 3\nformat: TIFF, grey\nsize: 7 x 5\ndepth: 8 bits\nvalues: 0 to 94, mean 47.00\n\n"
+              "page: 2 of 3\nformat: TIFF, colour (read as grey)\nsize: 6 x 4\ndepth: 8 bits\n"
+              "values: 29 to 78, mean 53.46\n\n"
+              "page: 3 of 3\nformat: TIFF, grey\nsize: 5 x 3\ndepth: 16 bits\nvalues: 0 to 14848, mean 7424.00\n");
+    for (const auto &[page, depth, told] : {std::tuple{"", 8, "kip: pages.tif: has 3 pages, page 1 is read\n"},
+                                            {" --page 2", 8, "kip: pages.tif: colour read as grey\n"},
+                                            {" --page 3", 16, ""}}) {
+        EXPECT_EQ(run(std::string("transform pages.tif out.tif --rect 0,0,3,3") + page).error, told);
+        EXPECT_EQ(depthOf(readPicture("out.tif").picture), depth);
+    }
+    expectRefused("sums pages.tif --axis rows --page 4", 1, "pages.tif: it has 3 pages and no page 4");
+
+    const auto [exitCode, out, error] = run("info --json in16.png missing.png pages.tif");
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_EQ(error, "kip: missing.png: no such file\nkip: 1 of 3 files cannot be read\n");
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4);
+    EXPECT_NE(
+        out.find(",\n {\"file\": \"pages.tif\", \"page\": 2, \"pages\": 3, \"format\": \"TIFF\", \"colour\": true, "
+                 "\"width\": 6, \"height\": 4, \"depth\": 8, \"least\": 29, \"greatest\": 78, "
+                 "\"mean\": 53.45833333},\n"),
+        std::string::npos)
+        << out;
+    EXPECT_EQ(jsonString("a\"\\\n\x7f\xc3\xa9\xf0\x9f\x98\x80"), "\"a\\\"\\\\\\u000a\x7f\xc3\xa9\xf0\x9f\x98\x80\"");
+    // A byte alone, a character that ends early, one longer than need be, half a pair, one beyond the last.
+    EXPECT_EQ(jsonString("\xff\xc3"), "\"\\ufffd\\ufffd\"");
+    for (const char *wrong : {"\xe0\x9f\x80", "\xed\xa0\x80"})
+        EXPECT_EQ(jsonString(wrong), "\"\\ufffd\\ufffd\\ufffd\"");
+    EXPECT_EQ(jsonString("\xf4\x90\x80\x80"), "\"\\ufffd\\ufffd\\ufffd\\ufffd\"");
+}
+
+TEST_F(Tool, StandardInputAndOutputCarryPictures)
+{
+    const std::string options = " --rect 5,7,43,31 --angle 3";
+    for (const char *format : {"png", "tiff", "pgm"}) {
+        const std::string asked = std::string(" --format ") + format;
+        ASSERT_EQ(run("transform in16.png out" + asked + options).exitCode, 0) << format;
+        const Outcome piped = run("transform - -" + asked + options + " --time <in16.png >piped");
+        EXPECT_EQ(piped.error.rfind("43 x 31, 16 bits, bilinear: ", 0), 0u) << piped.error;
+        EXPECT_TRUE(textOf("piped") == textOf("out")) << format;
+    }
+    EXPECT_EQ(run("scene - --format png --size 40x30 >piped").error.rfind("--rect ", 0), 0u);
+    EXPECT_EQ(run("info <piped -").out.rfind("format: PNG, grey\nsize: 40 x 30\n", 0), 0u);
+    EXPECT_EQ(run("sums - --axis rows --window 0,0,2,1 <in8.png").out.rfind("row,sum\n0,", 0), 0u);
+    if (!kIsWindows) {
+        EXPECT_EQ(run("transform in8.png - --format pgm --rect 10,10,9,9 >/dev/full").exitCode, 1);
+    }
 }
 
 // The overlay helps most when the rectangle is refused, so it is drawn then too.
