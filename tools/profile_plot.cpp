@@ -53,9 +53,9 @@ private:
     template <typename... Values>
     void add(const char *format, Values... values)
     {
-        char text[200];
-        (void)std::snprintf(text, sizeof text, format, values...);
-        elements += text;
+        char line[200];
+        (void)std::snprintf(line, sizeof line, format, values...);
+        elements += line;
     }
 
     std::string elements;
