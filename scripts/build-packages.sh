@@ -9,16 +9,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-case ${1-} in
--h | --help)
-    sed -n '2,/^set /{s/^# \{0,1\}//;/^set /d;p}' "$0"
-    exit 0
-    ;;
-esac
-if [ $# -gt 1 ]; then
-    echo "usage: $0 [OUT-DIR]" >&2
-    exit 2
-fi
+[ $# -le 1 ] && [[ ${1-} != -* ]] || { sed -n '/^#   scripts/s/^# *//p' "$0" >&2; exit 2; }
 out=$(realpath --canonicalize-missing "${1-build/packages}")
 
 scripts/install-packages.sh packages
